@@ -1,0 +1,127 @@
+#pragma once
+// The message dictionary's value type: string, number, boolean, byte buffer,
+// date, array or dictionary (and null, the marker some entry dictionaries hold
+// where a stream could not be read). Dictionaries keep their keys in insertion
+// order and compare them case-sensitively.
+//
+// Documented dictionary shapes built from these values:
+//  - address record: {"Name": string, "Address": string}
+//  - attachment item (MSG, TNEF): {"name": string, "data": bytes, "size": number,
+//    "sizeString": string, optional "mimeType", "attachDisposition",
+//    "attachmentMetaData" (bytes), "AttachContentLocation", "AttachContentID"}
+//  - attachment item (EML): {"name", "data" (bytes or string), "size",
+//    "sizeString", optional "ContentID"}
+#include <cstdint>
+#include <initializer_list>
+#include <string>
+#include <string_view>
+#include <unordered_map>
+#include <utility>
+#include <variant>
+#include <vector>
+
+#include <nlohmann/json_fwd.hpp>
+
+#include "core/Blob.h"
+
+namespace qh {
+
+// An absolute point in time: seconds since 1970-01-01 00:00:00 UTC.
+struct Date {
+    double unixSeconds = 0;
+    friend bool operator==(const Date&, const Date&) = default;
+};
+
+class Value;
+using Array = std::vector<Value>;
+
+class Dict {
+public:
+    using Entry = std::pair<std::string, Value>;
+
+    Dict() = default;
+    Dict(std::initializer_list<Entry> entries);
+
+    // Replaces the value of an existing key in place (keeping its position) or appends.
+    void set(std::string key, Value value);
+    const Value* find(std::string_view key) const;
+    Value* find(std::string_view key);
+    bool contains(std::string_view key) const { return find(key) != nullptr; }
+    bool erase(std::string_view key);
+    // The string / bytes / array / dictionary under `key`, or null when absent or of another kind.
+    const std::string* findString(std::string_view key) const;
+    const Blob* findBytes(std::string_view key) const;
+    const Array* findArray(std::string_view key) const;
+    const Dict* findDict(std::string_view key) const;
+
+    std::size_t size() const { return entries_.size(); }
+    bool empty() const { return entries_.empty(); }
+    std::vector<Entry>::const_iterator begin() const { return entries_.begin(); }
+    std::vector<Entry>::const_iterator end() const { return entries_.end(); }
+    std::vector<std::string> keys() const;
+
+    friend bool operator==(const Dict& a, const Dict& b);
+
+private:
+    std::vector<Entry> entries_;
+    std::unordered_map<std::string, std::size_t> index_;
+};
+
+class Value {
+public:
+    using Storage = std::variant<std::monostate, std::string, std::int64_t, double, bool, Blob, Date, Array, Dict>;
+
+    Value() = default;
+    Value(std::string text) : v_(std::move(text)) {}
+    Value(std::string_view text) : v_(std::string(text)) {}
+    Value(const char* text) : v_(std::string(text)) {}
+    Value(std::int64_t number) : v_(number) {}
+    Value(int number) : v_(std::int64_t(number)) {}
+    Value(unsigned number) : v_(std::int64_t(number)) {}
+    Value(std::uint64_t number) : v_(static_cast<std::int64_t>(number)) {}
+    Value(double number) : v_(number) {}
+    Value(bool flag) : v_(flag) {}
+    Value(Blob bytes) : v_(std::move(bytes)) {}
+    Value(Bytes bytes) : v_(Blob(std::move(bytes))) {}
+    Value(Date date) : v_(date) {}
+    Value(Array array) : v_(std::move(array)) {}
+    Value(Dict dict) : v_(std::move(dict)) {}
+
+    bool isNull() const { return std::holds_alternative<std::monostate>(v_); }
+    bool isString() const { return std::holds_alternative<std::string>(v_); }
+    bool isNumber() const { return std::holds_alternative<std::int64_t>(v_) || std::holds_alternative<double>(v_); }
+    bool isBool() const { return std::holds_alternative<bool>(v_); }
+    bool isBytes() const { return std::holds_alternative<Blob>(v_); }
+    bool isDate() const { return std::holds_alternative<Date>(v_); }
+    bool isArray() const { return std::holds_alternative<Array>(v_); }
+    bool isDict() const { return std::holds_alternative<Dict>(v_); }
+
+    // Typed access: null when the value is of another kind.
+    const std::string* string() const { return std::get_if<std::string>(&v_); }
+    const Blob* bytes() const { return std::get_if<Blob>(&v_); }
+    const Date* date() const { return std::get_if<Date>(&v_); }
+    const Array* array() const { return std::get_if<Array>(&v_); }
+    Array* array() { return std::get_if<Array>(&v_); }
+    const Dict* dict() const { return std::get_if<Dict>(&v_); }
+    Dict* dict() { return std::get_if<Dict>(&v_); }
+    const bool* boolean() const { return std::get_if<bool>(&v_); }
+    // The number as a double (integers converted); 0 for other kinds.
+    double number() const;
+    // The number as an integer (doubles truncated); 0 for other kinds.
+    std::int64_t integer() const;
+
+    const Storage& storage() const { return v_; }
+
+    // JSON encoding of the command's contract: bytes as {"$base64": ...},
+    // dates as {"$date": "YYYY-MM-DDTHH:MM:SSZ"}, dictionaries in key order.
+    nlohmann::ordered_json toJson() const;
+    // The JSON document as one line of UTF-8 text (no trailing line feed).
+    std::string toJsonText() const;
+
+    friend bool operator==(const Value& a, const Value& b) { return a.v_ == b.v_; }
+
+private:
+    Storage v_;
+};
+
+}  // namespace qh

@@ -1,0 +1,117 @@
+#include "support/Corpus.h"
+
+#include <fcntl.h>
+#include <poll.h>
+#include <spawn.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <fstream>
+#include <iterator>
+
+extern char** environ;
+
+namespace qhtest {
+
+std::filesystem::path corpusDir(const std::string& sub) {
+    std::filesystem::path dir = std::filesystem::path(QH_CORPUS_DIR) / sub;
+    std::error_code ec;
+    return std::filesystem::is_directory(dir, ec) ? dir : std::filesystem::path();
+}
+
+std::vector<std::filesystem::path> corpusFiles(const std::string& sub, const std::string& suffix) {
+    std::vector<std::filesystem::path> out;
+    auto dir = corpusDir(sub);
+    if (dir.empty()) return out;
+    for (const auto& entry : std::filesystem::directory_iterator(dir)) {
+        const std::string name = entry.path().filename().string();
+        if (entry.is_regular_file() && name.size() >= suffix.size() &&
+            name.compare(name.size() - suffix.size(), suffix.size(), suffix) == 0)
+            out.push_back(entry.path());
+    }
+    std::sort(out.begin(), out.end());
+    return out;
+}
+
+qh::Bytes readFileBytes(const std::filesystem::path& path) {
+    std::ifstream in(path, std::ios::binary);
+    return qh::Bytes((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
+}
+
+CliResult runCli(const std::vector<std::string>& args, const std::string& input) {
+    int inPipe[2], outPipe[2], errPipe[2];
+    if (pipe(inPipe) || pipe(outPipe) || pipe(errPipe)) return {};
+    posix_spawn_file_actions_t actions;
+    posix_spawn_file_actions_init(&actions);
+    posix_spawn_file_actions_adddup2(&actions, inPipe[0], 0);
+    posix_spawn_file_actions_adddup2(&actions, outPipe[1], 1);
+    posix_spawn_file_actions_adddup2(&actions, errPipe[1], 2);
+    for (int fd : {inPipe[0], inPipe[1], outPipe[0], outPipe[1], errPipe[0], errPipe[1]})
+        posix_spawn_file_actions_addclose(&actions, fd);
+
+    std::vector<std::string> argvStore;
+    argvStore.push_back(QH_CLI_PATH);
+    argvStore.insert(argvStore.end(), args.begin(), args.end());
+    std::vector<char*> argv;
+    for (auto& a : argvStore) argv.push_back(a.data());
+    argv.push_back(nullptr);
+
+    pid_t pid;
+    int rc = posix_spawn(&pid, QH_CLI_PATH, &actions, nullptr, argv.data(), environ);
+    posix_spawn_file_actions_destroy(&actions);
+    close(inPipe[0]);
+    close(outPipe[1]);
+    close(errPipe[1]);
+    CliResult result;
+    if (rc != 0) {
+        close(inPipe[1]);
+        close(outPipe[0]);
+        close(errPipe[0]);
+        return result;
+    }
+    fcntl(inPipe[1], F_SETFL, O_NONBLOCK);
+    std::size_t written = 0;
+    bool inOpen = true;
+    if (input.empty()) {
+        close(inPipe[1]);
+        inOpen = false;
+    }
+    bool outOpen = true, errOpen = true;
+    char buffer[65536];
+    while (outOpen || errOpen) {
+        pollfd fds[3];
+        int n = 0;
+        if (outOpen) fds[n++] = {outPipe[0], POLLIN, 0};
+        if (errOpen) fds[n++] = {errPipe[0], POLLIN, 0};
+        if (inOpen) fds[n++] = {inPipe[1], POLLOUT, 0};
+        if (poll(fds, n, -1) < 0) break;
+        for (int i = 0; i < n; ++i) {
+            if (!fds[i].revents) continue;
+            if (fds[i].fd == inPipe[1]) {
+                ssize_t w = write(inPipe[1], input.data() + written, input.size() - written);
+                if (w > 0) written += static_cast<std::size_t>(w);
+                if (w < 0 || written == input.size()) {
+                    close(inPipe[1]);
+                    inOpen = false;
+                }
+                continue;
+            }
+            ssize_t got = read(fds[i].fd, buffer, sizeof buffer);
+            bool isOut = fds[i].fd == outPipe[0];
+            if (got <= 0) {
+                close(fds[i].fd);
+                (isOut ? outOpen : errOpen) = false;
+            } else {
+                (isOut ? result.out : result.err).append(buffer, static_cast<std::size_t>(got));
+            }
+        }
+    }
+    if (inOpen) close(inPipe[1]);
+    int status = 0;
+    waitpid(pid, &status, 0);
+    result.exitCode = WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+    return result;
+}
+
+}  // namespace qhtest
