@@ -1,0 +1,19 @@
+#pragma once
+// Plain little-endian loads. Despite the names nothing is swapped: every file
+// integer in the system is little-endian and read through these or BitWangers.
+#include <cstdint>
+
+#include "core/Bytes.h"
+
+namespace qh {
+
+std::uint16_t byteReplaceWord(const std::uint8_t* bytes);
+std::uint32_t byteReplaceDWord(const std::uint8_t* bytes);
+std::uint64_t byteReplaceDDWord(const std::uint8_t* bytes);
+
+// The same at `offset` of a buffer; 0 when the value does not fit.
+std::uint16_t byteReplaceWord(ByteView bytes, std::size_t offset = 0);
+std::uint32_t byteReplaceDWord(ByteView bytes, std::size_t offset = 0);
+std::uint64_t byteReplaceDDWord(ByteView bytes, std::size_t offset = 0);
+
+}  // namespace qh
