@@ -1,0 +1,120 @@
+#include "BatchRunner.h"
+
+#include <unistd.h>
+
+#include <algorithm>
+#include <chrono>
+#include <condition_variable>
+#include <cstdio>
+#include <mutex>
+#include <string>
+#include <thread>
+#include <vector>
+
+namespace qhcli {
+
+namespace {
+
+// Results that may wait for an earlier, slower file, per thread.
+constexpr std::size_t kWindowPerThread = 4;
+
+class ProgressBar {
+public:
+    explicit ProgressBar(std::size_t total) : total_(total), shown_(total > 1 && ::isatty(STDERR_FILENO)) {}
+    ~ProgressBar() {
+        if (drawn_) std::fprintf(stderr, "\r\033[K");
+    }
+
+    void update(std::size_t done) {
+        if (!shown_) return;
+        auto now = std::chrono::steady_clock::now();
+        if (drawn_ && done < total_ && now - last_ < std::chrono::milliseconds(100)) return;
+        last_ = now;
+        drawn_ = true;
+        constexpr std::size_t kWidth = 30;
+        std::size_t filled = total_ ? done * kWidth / total_ : kWidth;
+        std::string bar(filled, '#');
+        bar.append(kWidth - filled, '.');
+        std::fprintf(stderr, "\r[%s] %zu/%zu", bar.c_str(), done, total_);
+        std::fflush(stderr);
+    }
+
+private:
+    std::size_t total_;
+    bool shown_;
+    bool drawn_ = false;
+    std::chrono::steady_clock::time_point last_{};
+};
+
+void runGuarded(const std::function<void(std::size_t)>& work, std::size_t index) {
+    try {
+        work(index);
+    } catch (...) {
+        // The caller sees no result for this index and reports the file as failed.
+    }
+}
+
+}  // namespace
+
+void BatchRunner::addJobsOption(CLI::App& command, unsigned& jobs) {
+    command.add_option("-j,--jobs", jobs, "Threads to use for several files (default: one per core)");
+}
+
+void BatchRunner::run(std::size_t count, unsigned jobs, const std::function<void(std::size_t)>& work,
+                      const std::function<void(std::size_t)>& emit) {
+    ProgressBar progress(count);
+    if (jobs == 0) jobs = std::max(1u, std::thread::hardware_concurrency());
+    std::size_t threads = std::min<std::size_t>(jobs, count);
+    if (threads <= 1) {
+        for (std::size_t i = 0; i < count; ++i) {
+            runGuarded(work, i);
+            emit(i);
+            progress.update(i + 1);
+        }
+        return;
+    }
+
+    std::mutex mutex;
+    std::condition_variable workerWake, emitterWake;
+    std::vector<char> finished(count, 0);
+    std::size_t next = 0, emitted = 0;
+    const std::size_t window = threads * kWindowPerThread;
+
+    auto worker = [&] {
+        for (;;) {
+            std::size_t index;
+            {
+                std::unique_lock lock(mutex);
+                workerWake.wait(lock, [&] { return next >= count || next < emitted + window; });
+                if (next >= count) return;
+                index = next++;
+            }
+            runGuarded(work, index);
+            {
+                std::lock_guard lock(mutex);
+                finished[index] = 1;
+            }
+            emitterWake.notify_one();
+        }
+    };
+    std::vector<std::thread> pool;
+    pool.reserve(threads);
+    for (std::size_t t = 0; t < threads; ++t) pool.emplace_back(worker);
+
+    while (emitted < count) {
+        {
+            std::unique_lock lock(mutex);
+            emitterWake.wait(lock, [&] { return finished[emitted] != 0; });
+        }
+        emit(emitted);
+        {
+            std::lock_guard lock(mutex);
+            ++emitted;
+        }
+        workerWake.notify_all();
+        progress.update(emitted);
+    }
+    for (auto& thread : pool) thread.join();
+}
+
+}  // namespace qhcli

@@ -1,0 +1,54 @@
+#pragma once
+// What the message commands (read, summary, convert, attachments) share: the
+// input flags, loading a file or standard input, choosing its kind and running
+// the kind's reader.
+#include <optional>
+#include <string>
+
+#include <CLI/CLI.hpp>
+
+#include "MessageKinds.h"
+#include "core/Value.h"
+
+namespace qhcli {
+
+struct SourceOptions {
+    std::string kind;  // "msg", "eml", "tnef"; empty: told by the first bytes
+    ReadOptions read;
+};
+
+// One input as a command sees it after the reader ran.
+struct LoadedMessage {
+    enum class Status {
+        result,      // the reader gave a value
+        none,        // the reader yielded nothing
+        unreadable,  // the file could not be read
+        noReader,    // no reader for this kind is built in
+    };
+    Status status = Status::none;
+    std::string kind;
+    std::optional<qh::Value> value;
+    // For unreadable / noReader: one line for standard error.
+    std::string problem;
+
+    bool failed() const { return status == Status::unreadable || status == Status::noReader; }
+};
+
+class MessageSource {
+public:
+    enum class Want { dictionary, summary };
+
+    // Adds --as and --whole-sectors to a message command.
+    static void addOptions(CLI::App& command, SourceOptions& options);
+
+    // Reads `path` ("-": standard input, read once and kept for later uses)
+    // and runs the reader of its kind.
+    static LoadedMessage load(const std::string& path, const SourceOptions& options, Want want);
+    // Runs the reader of `kind` (empty: told by the first bytes) on bytes in memory.
+    static LoadedMessage run(qh::ByteView data, const std::string& kind, const ReadOptions& options, Want want);
+
+    // The dictionary inside a loaded result, or null.
+    static const qh::Dict* dictionary(const LoadedMessage& loaded);
+};
+
+}  // namespace qhcli

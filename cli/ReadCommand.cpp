@@ -1,0 +1,15 @@
+// quillhaven read [--as K] [--whole-sectors] [-j N] FILE...
+#include "Commands.h"
+#include "DocumentPrinter.h"
+
+namespace qhcli {
+namespace {
+
+const bool registered = Commands::add([](CLI::App& app, Outcome& outcome) {
+    DocumentPrinter::install(app, outcome, "read",
+                             "Print the message dictionary of FILE as JSON (several FILEs: JSON Lines)",
+                             MessageSource::Want::dictionary);
+});
+
+}  // namespace
+}  // namespace qhcli
