@@ -1,0 +1,143 @@
+#include "richtext/RTFCodePages.h"
+
+#include <string>
+
+#include <unicode/ucnv.h>
+
+namespace qh {
+namespace {
+
+UConverter* openConverter(std::uint16_t codePage) {
+    std::string name;
+    switch (codePage) {
+        case 437: name = "cp437"; break;
+        case 850: name = "cp850"; break;
+        case 10000: name = "macintosh"; break;
+        case 65001: name = "UTF-8"; break;
+        // Johab has no converter; its Hangul overlaps Unified Hangul Code the least badly.
+        case 1361: name = "windows-949"; break;
+        default: name = "windows-" + std::to_string(codePage); break;
+    }
+    UErrorCode status = U_ZERO_ERROR;
+    UConverter* converter = ucnv_open(name.c_str(), &status);
+    if (U_FAILURE(status)) {
+        if (converter) ucnv_close(converter);
+        return nullptr;
+    }
+    return converter;
+}
+
+}  // namespace
+
+void RTFCodePages::appendUTF16(const char16_t* units, std::size_t count, std::string& out) {
+    out.reserve(out.size() + count * 3);
+    for (std::size_t i = 0; i < count; ++i) {
+        char32_t c = units[i];
+        if (c >= 0xD800 && c <= 0xDBFF && i + 1 < count && units[i + 1] >= 0xDC00 && units[i + 1] <= 0xDFFF) {
+            c = 0x10000 + ((c - 0xD800) << 10) + (units[i + 1] - 0xDC00);
+            ++i;
+        } else if (c >= 0xD800 && c <= 0xDFFF) {
+            c = 0xFFFD;
+        }
+        appendUTF8(c, out);
+    }
+}
+
+void RTFCodePages::appendUTF8(char32_t c, std::string& out) {
+    if (c < 0x80) {
+        out.push_back(static_cast<char>(c));
+    } else if (c < 0x800) {
+        out.push_back(static_cast<char>(0xC0 | (c >> 6)));
+        out.push_back(static_cast<char>(0x80 | (c & 0x3F)));
+    } else if (c < 0x10000) {
+        out.push_back(static_cast<char>(0xE0 | (c >> 12)));
+        out.push_back(static_cast<char>(0x80 | ((c >> 6) & 0x3F)));
+        out.push_back(static_cast<char>(0x80 | (c & 0x3F)));
+    } else {
+        out.push_back(static_cast<char>(0xF0 | (c >> 18)));
+        out.push_back(static_cast<char>(0x80 | ((c >> 12) & 0x3F)));
+        out.push_back(static_cast<char>(0x80 | ((c >> 6) & 0x3F)));
+        out.push_back(static_cast<char>(0x80 | (c & 0x3F)));
+    }
+}
+
+RTFCodePages::~RTFCodePages() {
+    for (auto& entry : converters_)
+        if (entry.second) ucnv_close(entry.second);
+}
+
+std::uint16_t RTFCodePages::codePageForCharset(std::int32_t charset) {
+    switch (charset) {
+        case 0: return 1252;
+        case 2: return 1252;  // Symbol: its bullets and dashes sit where Windows-1252 has similar marks
+        case 77: return 10000;
+        case 128: return 932;
+        case 129: return 949;
+        case 130: return 1361;
+        case 134: return 936;
+        case 136: return 950;
+        case 161: return 1253;
+        case 162: return 1254;
+        case 163: return 1258;
+        case 177: return 1255;
+        case 178: return 1256;
+        case 186: return 1257;
+        case 204: return 1251;
+        case 222: return 874;
+        case 238: return 1250;
+        case 254: return 437;
+        case 255: return 850;
+        default: return 0;  // 1 (default), 3 (OEM) and unknown sets follow the document
+    }
+}
+
+UConverter* RTFCodePages::converterFor(std::uint16_t codePage) {
+    for (auto& entry : converters_)
+        if (entry.first == codePage) return entry.second;
+    UConverter* converter = openConverter(codePage);
+    converters_.emplace_back(codePage, converter);  // a code page ICU lacks is remembered as missing
+    if (!converter && codePage != kDefaultCodePage) return converterFor(kDefaultCodePage);
+    return converter;
+}
+
+void RTFCodePages::appendDecoded(ByteView bytes, std::uint16_t codePage, std::string& out) {
+    if (bytes.empty()) return;
+    bool ascii = true;
+    for (std::uint8_t b : bytes)
+        if (b >= 0x80) {
+            ascii = false;
+            break;
+        }
+    // Every code page an RTF writer names agrees with ASCII below 0x80, except
+    // where a double-byte lead byte precedes: those runs are not pure ASCII.
+    if (ascii) {
+        out.append(asText(bytes));
+        return;
+    }
+    UConverter* converter = converterFor(codePage);
+    if (!converter) {
+        // No converter at all: read the bytes as ISO Latin-1.
+        for (std::uint8_t b : bytes) appendUTF8(b, out);
+        return;
+    }
+    ucnv_reset(converter);
+    // Converted through a fixed scratch buffer so that a long run never needs a second copy of its size.
+    constexpr std::size_t kChunk = 4096;
+    scratch_.resize(kChunk);
+    const char* source = reinterpret_cast<const char*>(bytes.data());
+    const char* sourceEnd = source + bytes.size();
+    std::size_t carried = 0;  // a high surrogate held back for the next chunk
+    for (;;) {
+        UChar* target = scratch_.data() + carried;
+        UErrorCode status = U_ZERO_ERROR;
+        ucnv_toUnicode(converter, &target, scratch_.data() + kChunk, &source, sourceEnd, nullptr, true, &status);
+        std::size_t count = static_cast<std::size_t>(target - scratch_.data());
+        const bool more = status == U_BUFFER_OVERFLOW_ERROR;
+        carried = (more && count > 0 && scratch_[count - 1] >= 0xD800 && scratch_[count - 1] <= 0xDBFF) ? 1 : 0;
+        appendUTF16(scratch_.data(), count - carried, out);
+        if (!more) break;
+        if (carried) scratch_[0] = scratch_[count - 1];
+    }
+}
+
+}  // namespace qh

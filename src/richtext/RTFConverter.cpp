@@ -1,0 +1,594 @@
+#include "richtext/RTFConverter.h"
+
+#include <algorithm>
+#include <unordered_map>
+
+namespace qh {
+namespace {
+
+enum class Keyword : std::uint8_t {
+    SkipDestination, FontTable, FieldInstruction, FieldResult, Field, HtmlTag,
+    Bold, Italic, Underline, UnderlineNone, Hidden, Plain, Font, DefaultFont, FontCharset, FontCodePage,
+    UnicodeSkip, Unicode, AnsiCodePage, Ansi, Mac, Pc, Pca, HtmlRtf, FromHtml,
+    Par, Line, Tab, Cell, Row, Character,
+};
+
+struct KeywordEntry {
+    Keyword keyword;
+    char32_t character = 0;  // Keyword::Character
+};
+
+const std::unordered_map<std::string_view, KeywordEntry>& keywords() {
+    static const std::unordered_map<std::string_view, KeywordEntry> table = [] {
+        std::unordered_map<std::string_view, KeywordEntry> t;
+        // Destinations whose text is not part of the document's text.
+        for (std::string_view word :
+             {"colortbl", "stylesheet", "info", "pict", "header", "headerl", "headerr", "headerf", "footer",
+              "footerl", "footerr", "footerf", "footnote", "listtable", "listoverridetable", "revtbl", "rsidtbl",
+              "filetbl", "pgdsctbl", "template", "themedata", "colorschememapping", "latentstyles", "datastore",
+              "xmlnstbl", "generator", "bkmkstart", "bkmkend", "xe", "tc", "txe", "rxe", "pntxta", "pntxtb",
+              "objdata", "objclass", "mmathPr", "userprops", "docvar", "fchars", "lchars", "private", "atnid",
+              "atnauthor", "annotation", "nonshppict", "comment", "author", "operator", "title", "subject",
+              "keywords", "doccomm", "company", "category", "manager", "hlinkbase", "passwordhash", "wgrffmtfilter",
+              "mhtmltag", "ftnsep", "ftnsepc", "ftncn", "aftnsep", "aftnsepc", "aftncn", "sp", "formfield"})
+            t.emplace(word, KeywordEntry{Keyword::SkipDestination});
+        t.emplace("fonttbl", KeywordEntry{Keyword::FontTable});
+        t.emplace("fldinst", KeywordEntry{Keyword::FieldInstruction});
+        t.emplace("fldrslt", KeywordEntry{Keyword::FieldResult});
+        t.emplace("field", KeywordEntry{Keyword::Field});
+        t.emplace("htmltag", KeywordEntry{Keyword::HtmlTag});
+        t.emplace("b", KeywordEntry{Keyword::Bold});
+        t.emplace("i", KeywordEntry{Keyword::Italic});
+        for (std::string_view word : {"ul", "uld", "uldash", "uldashd", "uldashdd", "uldb", "ulhwave", "ulldash",
+                                      "ulth", "ulthd", "ulthdash", "ulthdashd", "ulthdashdd", "ulthldash",
+                                      "ululdbwave", "ulw", "ulwave"})
+            t.emplace(word, KeywordEntry{Keyword::Underline});
+        t.emplace("ulnone", KeywordEntry{Keyword::UnderlineNone});
+        t.emplace("v", KeywordEntry{Keyword::Hidden});
+        t.emplace("plain", KeywordEntry{Keyword::Plain});
+        t.emplace("f", KeywordEntry{Keyword::Font});
+        t.emplace("deff", KeywordEntry{Keyword::DefaultFont});
+        t.emplace("fcharset", KeywordEntry{Keyword::FontCharset});
+        t.emplace("cpg", KeywordEntry{Keyword::FontCodePage});
+        t.emplace("uc", KeywordEntry{Keyword::UnicodeSkip});
+        t.emplace("u", KeywordEntry{Keyword::Unicode});
+        t.emplace("ansicpg", KeywordEntry{Keyword::AnsiCodePage});
+        t.emplace("ansi", KeywordEntry{Keyword::Ansi});
+        t.emplace("mac", KeywordEntry{Keyword::Mac});
+        t.emplace("pc", KeywordEntry{Keyword::Pc});
+        t.emplace("pca", KeywordEntry{Keyword::Pca});
+        t.emplace("htmlrtf", KeywordEntry{Keyword::HtmlRtf});
+        t.emplace("fromhtml", KeywordEntry{Keyword::FromHtml});
+        for (std::string_view word : {"par", "sect", "page"}) t.emplace(word, KeywordEntry{Keyword::Par});
+        for (std::string_view word : {"line", "lbr"}) t.emplace(word, KeywordEntry{Keyword::Line});
+        t.emplace("tab", KeywordEntry{Keyword::Tab});
+        for (std::string_view word : {"cell", "nestcell"}) t.emplace(word, KeywordEntry{Keyword::Cell});
+        for (std::string_view word : {"row", "nestrow"}) t.emplace(word, KeywordEntry{Keyword::Row});
+        const std::pair<std::string_view, char32_t> characters[] = {
+            {"emdash", 0x2014}, {"endash", 0x2013}, {"emspace", 0x2003}, {"enspace", 0x2002},
+            {"qmspace", 0x2005}, {"bullet", 0x2022}, {"lquote", 0x2018}, {"rquote", 0x2019},
+            {"ldblquote", 0x201C}, {"rdblquote", 0x201D}, {"zwj", 0x200D}, {"zwnj", 0x200C},
+            {"ltrmark", 0x200E}, {"rtlmark", 0x200F}, {"zwbo", 0x200B}};
+        for (auto [word, character] : characters) t.emplace(word, KeywordEntry{Keyword::Character, character});
+        return t;
+    }();
+    return table;
+}
+
+bool isBlank(std::uint8_t c) { return c == ' ' || c == '\t' || c == '\r' || c == '\n'; }
+
+// The target of a HYPERLINK field instruction: its URL, with "#anchor" for a \l switch.
+std::string hyperlinkTarget(std::string_view instruction) {
+    std::vector<std::string_view> arguments;
+    std::size_t i = 0;
+    while (i < instruction.size()) {
+        while (i < instruction.size() && isBlank(static_cast<std::uint8_t>(instruction[i]))) ++i;
+        if (i >= instruction.size()) break;
+        if (instruction[i] == '"') {
+            std::size_t close = instruction.find('"', i + 1);
+            if (close == std::string_view::npos) close = instruction.size();
+            arguments.push_back(instruction.substr(i + 1, close - i - 1));
+            i = close + 1;
+        } else {
+            std::size_t end = i;
+            while (end < instruction.size() && !isBlank(static_cast<std::uint8_t>(instruction[end]))) ++end;
+            arguments.push_back(instruction.substr(i, end - i));
+            i = end;
+        }
+    }
+    if (arguments.empty()) return {};
+    std::string keyword(arguments[0]);
+    std::transform(keyword.begin(), keyword.end(), keyword.begin(),
+                   [](char c) { return (c >= 'a' && c <= 'z') ? char(c - 'a' + 'A') : c; });
+    if (keyword != "HYPERLINK") return {};
+    std::string_view url, anchor;
+    for (std::size_t k = 1; k < arguments.size(); ++k) {
+        std::string_view argument = arguments[k];
+        if (argument.size() == 2 && argument[0] == '\\') {
+            // \l names an anchor; \o (tooltip) and \t (target frame) carry an argument of their own.
+            const char option = argument[1];
+            if (option == 'l' && k + 1 < arguments.size()) anchor = arguments[++k];
+            else if ((option == 'o' || option == 't') && k + 1 < arguments.size()) ++k;
+            continue;
+        }
+        if (url.empty()) url = argument;
+    }
+    std::string target(url);
+    if (!anchor.empty()) target.append("#").append(anchor);
+    return target;
+}
+
+}  // namespace
+
+bool RTFConverter::looksLikeRTF(ByteView rtf) {
+    std::size_t i = 0;
+    while (i < rtf.size() && isBlank(rtf[i])) ++i;
+    return asText(rtf.subspan(i)).starts_with("{\\rtf");
+}
+
+std::optional<std::string> RTFConverter::convert(ByteView rtf) {
+    if (!looksLikeRTF(rtf)) return std::nullopt;
+    stack_.clear();
+    stack_.reserve(kMaxGroupDepth + 1);
+    stack_.push_back(GroupState{});  // outside the document group
+    body_.reserve(output_ == Output::HTML ? rtf.size() / 2 : rtf.size() / 4);
+
+    RTFTokenizer tokenizer(rtf);
+    for (;;) {
+        RTFToken token = tokenizer.next();
+        if (token.kind == RTFToken::Kind::End) break;
+
+        if (skipCount_ > 0) {
+            // Characters standing in for a \u character: a control word, a \'hh
+            // byte or a \bin block counts as one; braces end the run.
+            if (token.kind == RTFToken::Kind::Text) {
+                std::size_t dropped = std::min(skipCount_, token.bytes.size());
+                skipCount_ -= dropped;
+                token.bytes = token.bytes.subspan(dropped);
+                if (token.bytes.empty()) continue;
+            } else if (token.kind != RTFToken::Kind::GroupOpen && token.kind != RTFToken::Kind::GroupClose) {
+                --skipCount_;
+                continue;
+            } else {
+                skipCount_ = 0;
+            }
+        }
+
+        if (token.kind == RTFToken::Kind::Text || token.kind == RTFToken::Kind::HexByte) {
+            ignorableNext_ = false;
+            if (overflowDepth_ > 0) continue;
+            if (token.kind == RTFToken::Kind::Text) textBytes(token.bytes);
+            else textBytes(ByteView(&token.byte, 1));
+            continue;
+        }
+        flushPending();
+        if (token.kind == RTFToken::Kind::GroupOpen) {
+            groupOpen();
+        } else if (token.kind == RTFToken::Kind::GroupClose) {
+            if (!groupClose()) break;  // the document group has ended
+        } else if (overflowDepth_ > 0 || token.kind == RTFToken::Kind::Binary) {
+            ignorableNext_ = false;
+        } else if (token.kind == RTFToken::Kind::ControlWord) {
+            controlWord(token);
+        } else if (token.kind == RTFToken::Kind::ControlSymbol) {
+            controlSymbol(token.byte);
+        }
+    }
+    flushPending();
+    if (pendingHighSurrogate_) {
+        pendingHighSurrogate_ = 0;
+        emitCodePoint(0xFFFD);
+    }
+
+    if (output_ == Output::Text || encapsulatedHTML_) return std::move(body_);
+    return finishHTML();
+}
+
+bool RTFConverter::wantsText(const GroupState& group) const {
+    switch (group.destination) {
+        case Destination::Document:
+            if (output_ == Output::HTML && encapsulatedHTML_) return !group.htmlrtf;
+            return !group.hidden;
+        case Destination::HtmlTag:
+            return !group.htmlrtf;
+        case Destination::FieldInstruction:
+            return fieldInstruction_.size() < kMaxFieldInstruction;
+        default:
+            return false;
+    }
+}
+
+std::uint16_t RTFConverter::codePageOf(const GroupState& group) const {
+    const std::int32_t font = group.font >= 0 ? group.font : defaultFont_;
+    auto found = fontCodePages_.find(font);
+    if (found != fontCodePages_.end() && found->second != 0) return found->second;
+    return ansiCodePage_;
+}
+
+void RTFConverter::textBytes(ByteView bytes) {
+    const GroupState& group = state();
+    if (!wantsText(group)) return;
+    if (pendingHighSurrogate_) {
+        pendingHighSurrogate_ = 0;
+        emitCodePoint(0xFFFD);
+    }
+    const std::uint16_t codePage = codePageOf(group);
+    if (!pendingBytes_.empty() && codePage != pendingCodePage_) flushPending();
+    if (pendingBytes_.empty()) {
+        // Plain ASCII goes straight out; anything else waits for the bytes that
+        // follow it, since a double-byte character may be split across escapes.
+        bool ascii = std::all_of(bytes.begin(), bytes.end(), [](std::uint8_t b) { return b < 0x80; });
+        if (ascii) {
+            emitText(asText(bytes));
+            return;
+        }
+        pendingCodePage_ = codePage;
+    }
+    pendingBytes_.append(asText(bytes));
+}
+
+void RTFConverter::flushPending() {
+    if (pendingBytes_.empty()) return;
+    std::string decoded;
+    codePages_.appendDecoded(asBytes(pendingBytes_), pendingCodePage_, decoded);
+    pendingBytes_.clear();
+    emitText(decoded);
+}
+
+void RTFConverter::emitText(std::string_view utf8) {
+    if (utf8.empty()) return;
+    const GroupState& group = state();
+    if (!wantsText(group)) return;
+    switch (group.destination) {
+        case Destination::FieldInstruction:
+            fieldInstruction_.append(utf8.substr(0, kMaxFieldInstruction - fieldInstruction_.size()));
+            return;
+        case Destination::HtmlTag:
+            body_.append(utf8);
+            return;
+        case Destination::Document:
+            if (output_ == Output::Text || encapsulatedHTML_) {
+                body_.append(utf8);
+            } else {
+                htmlSyncFormatting(group);
+                htmlAppendEscaped(utf8);
+            }
+            return;
+        default:
+            return;
+    }
+}
+
+void RTFConverter::emitCodePoint(char32_t codePoint) {
+    std::string utf8;
+    RTFCodePages::appendUTF8(codePoint, utf8);
+    emitText(utf8);
+}
+
+void RTFConverter::emitUnicode(std::int32_t parameter) {
+    // \uN is a signed 16-bit value: negative numbers stand for code units above 0x7FFF.
+    char16_t unit = static_cast<char16_t>(parameter < 0 ? parameter + 65536 : parameter);
+    if (unit >= 0xD800 && unit <= 0xDBFF) {
+        if (pendingHighSurrogate_) emitCodePoint(0xFFFD);
+        pendingHighSurrogate_ = unit;
+        return;
+    }
+    if (unit >= 0xDC00 && unit <= 0xDFFF) {
+        if (!pendingHighSurrogate_) {
+            emitCodePoint(0xFFFD);
+            return;
+        }
+        char32_t codePoint = 0x10000 + ((char32_t(pendingHighSurrogate_) - 0xD800) << 10) + (unit - 0xDC00);
+        pendingHighSurrogate_ = 0;
+        emitCodePoint(codePoint);
+        return;
+    }
+    if (pendingHighSurrogate_) {
+        pendingHighSurrogate_ = 0;
+        emitCodePoint(0xFFFD);
+    }
+    if (unit == 0) return;
+    emitCodePoint(unit);
+}
+
+void RTFConverter::emitBreak(Break kind) {
+    const GroupState& group = state();
+    if (!wantsText(group)) return;
+    if (group.destination == Destination::FieldInstruction) {
+        emitText(" ");
+        return;
+    }
+    if (output_ == Output::Text) {
+        body_.push_back('\n');
+        return;
+    }
+    if (encapsulatedHTML_) {
+        // The encapsulated HTML had CR LF where the RTF has \par or \line.
+        body_.append("\r\n");
+        return;
+    }
+    if (kind == Break::Line) {
+        htmlSyncFormatting(group);
+        body_.append("<br>");
+        return;
+    }
+    if (!paragraphOpen_) {
+        body_.append("<p><br></p>\n");
+        return;
+    }
+    if (openLink_) links_[openLink_ - 1].endedByParagraph = true;
+    htmlCloseInline();
+    body_.append("</p>\n");
+    paragraphOpen_ = false;
+}
+
+void RTFConverter::groupOpen() {
+    ignorableNext_ = false;
+    if (overflowDepth_ > 0 || stack_.size() > kMaxGroupDepth) {
+        ++overflowDepth_;
+        return;
+    }
+    stack_.push_back(stack_.back());
+}
+
+bool RTFConverter::groupClose() {
+    ignorableNext_ = false;
+    if (overflowDepth_ > 0) {
+        --overflowDepth_;
+        return true;
+    }
+    if (pendingHighSurrogate_) {
+        pendingHighSurrogate_ = 0;
+        emitCodePoint(0xFFFD);
+    }
+    if (stack_.size() <= 2) return false;  // the document group closes: what follows is not part of it
+    stack_.pop_back();
+    return true;
+}
+
+void RTFConverter::fieldResult() {
+    GroupState& group = state();
+    group.destination = Destination::Document;
+    std::string target = hyperlinkTarget(fieldInstruction_);
+    fieldInstruction_.clear();
+    if (target.empty()) return;
+    links_.push_back(Link{std::move(target)});
+    group.link = static_cast<std::uint32_t>(links_.size());
+}
+
+void RTFConverter::controlSymbol(std::uint8_t symbol) {
+    ignorableNext_ = false;
+    if (state().destination == Destination::Skip) return;
+    switch (symbol) {
+        case '*':
+            ignorableNext_ = true;
+            return;
+        case '\\':
+        case '{':
+        case '}':
+            textBytes(ByteView(&symbol, 1));
+            flushPending();
+            return;
+        case '~':
+            emitCodePoint(0x00A0);
+            return;
+        case '_':
+            emitCodePoint(0x2011);
+            return;
+        case '\t':
+            emitText("\t");
+            return;
+        default:
+            return;  // \- (optional hyphen), \| and \: (formula and index marks) show nothing
+    }
+}
+
+void RTFConverter::controlWord(const RTFToken& token) {
+    const bool ignorable = ignorableNext_;
+    ignorableNext_ = false;
+    GroupState& group = state();
+    if (group.destination == Destination::Skip) return;
+
+    const auto& table = keywords();
+    auto found = table.find(token.word);
+    if (found == table.end()) {
+        // An unknown destination marked \* is skipped with everything in it.
+        if (ignorable) group.destination = Destination::Skip;
+        return;
+    }
+    const Keyword keyword = found->second.keyword;
+    const std::int32_t parameter = token.parameter;
+    const bool on = !token.hasParameter || parameter != 0;
+
+    if (group.destination == Destination::FontTable) {
+        switch (keyword) {
+            case Keyword::Font:
+                fontBeingDefined_ = parameter;
+                return;
+            case Keyword::FontCharset:
+                if (fontBeingDefined_ >= 0) fontCodePages_[fontBeingDefined_] = RTFCodePages::codePageForCharset(parameter);
+                return;
+            case Keyword::FontCodePage:
+                if (fontBeingDefined_ >= 0 && parameter > 0 && parameter < 65536)
+                    fontCodePages_[fontBeingDefined_] = static_cast<std::uint16_t>(parameter);
+                return;
+            case Keyword::SkipDestination:
+                group.destination = Destination::Skip;
+                return;
+            default:
+                if (ignorable) group.destination = Destination::Skip;
+                return;
+        }
+    }
+
+    switch (keyword) {
+        case Keyword::SkipDestination:
+            group.destination = Destination::Skip;
+            return;
+        case Keyword::FontTable:
+            group.destination = Destination::FontTable;
+            fontBeingDefined_ = -1;
+            return;
+        case Keyword::FieldInstruction:
+            group.destination = Destination::FieldInstruction;
+            fieldInstruction_.clear();
+            return;
+        case Keyword::FieldResult:
+            fieldResult();
+            return;
+        case Keyword::Field:
+            fieldInstruction_.clear();
+            return;
+        case Keyword::HtmlTag:
+            group.destination = (output_ == Output::HTML && encapsulatedHTML_) ? Destination::HtmlTag : Destination::Skip;
+            return;
+        case Keyword::Bold:
+            group.bold = on;
+            return;
+        case Keyword::Italic:
+            group.italic = on;
+            return;
+        case Keyword::Underline:
+            group.underline = on;
+            return;
+        case Keyword::UnderlineNone:
+            group.underline = false;
+            return;
+        case Keyword::Hidden:
+            group.hidden = on;
+            return;
+        case Keyword::Plain:
+            group.bold = group.italic = group.underline = group.hidden = false;
+            group.font = -1;
+            return;
+        case Keyword::Font:
+            group.font = parameter >= 0 ? parameter : -1;
+            return;
+        case Keyword::DefaultFont:
+            defaultFont_ = parameter;
+            return;
+        case Keyword::UnicodeSkip:
+            group.ucSkip = parameter > 0 ? parameter : 0;
+            return;
+        case Keyword::Unicode:
+            if (!token.hasParameter) return;
+            if (group.destination != Destination::Skip) emitUnicode(parameter);
+            skipCount_ = static_cast<std::size_t>(group.ucSkip);
+            return;
+        case Keyword::AnsiCodePage:
+            if (parameter > 0 && parameter < 65536) ansiCodePage_ = static_cast<std::uint16_t>(parameter);
+            return;
+        case Keyword::Ansi:
+            ansiCodePage_ = 1252;
+            return;
+        case Keyword::Mac:
+            ansiCodePage_ = 10000;
+            return;
+        case Keyword::Pc:
+            ansiCodePage_ = 437;
+            return;
+        case Keyword::Pca:
+            ansiCodePage_ = 850;
+            return;
+        case Keyword::HtmlRtf:
+            group.htmlrtf = on;
+            return;
+        case Keyword::FromHtml:
+            // Only a document that declares it before any text is read as encapsulated HTML.
+            if (output_ == Output::HTML && on && body_.empty() && !paragraphOpen_) encapsulatedHTML_ = true;
+            return;
+        case Keyword::Par:
+        case Keyword::Row:
+            emitBreak(Break::Paragraph);
+            return;
+        case Keyword::Line:
+            emitBreak(Break::Line);
+            return;
+        case Keyword::Tab:
+        case Keyword::Cell:
+            emitText("\t");
+            return;
+        case Keyword::Character:
+            emitCodePoint(found->second.character);
+            return;
+        case Keyword::FontCharset:
+        case Keyword::FontCodePage:
+            return;
+    }
+}
+
+void RTFConverter::htmlCloseInline() {
+    if (openUnderline_) body_.append("</u>");
+    if (openItalic_) body_.append("</i>");
+    if (openBold_) body_.append("</b>");
+    openBold_ = openItalic_ = openUnderline_ = false;
+    if (openLink_) body_.append("</a>");
+    openLink_ = 0;
+}
+
+void RTFConverter::htmlSyncFormatting(const GroupState& group) {
+    if (!paragraphOpen_) {
+        body_.append("<p>");
+        paragraphOpen_ = true;
+    }
+    // A link cut by a paragraph mark is not reopened: its target would be
+    // written again for every paragraph of a hostile field result.
+    std::uint32_t link = group.link;
+    if (link && links_[link - 1].endedByParagraph) link = 0;
+    if (link != openLink_) {
+        htmlCloseInline();
+        if (link) {
+            body_.append("<a href=\"");
+            htmlAppendEscaped(links_[link - 1].href);
+            body_.append("\">");
+            openLink_ = link;
+        }
+    }
+    if (openBold_ != group.bold || openItalic_ != group.italic || openUnderline_ != group.underline) {
+        if (openUnderline_) body_.append("</u>");
+        if (openItalic_) body_.append("</i>");
+        if (openBold_) body_.append("</b>");
+        if (group.bold) body_.append("<b>");
+        if (group.italic) body_.append("<i>");
+        if (group.underline) body_.append("<u>");
+        openBold_ = group.bold;
+        openItalic_ = group.italic;
+        openUnderline_ = group.underline;
+    }
+}
+
+void RTFConverter::htmlAppendEscaped(std::string_view text) {
+    std::size_t start = 0;
+    for (std::size_t i = 0; i < text.size(); ++i) {
+        const char* entity = nullptr;
+        switch (text[i]) {
+            case '&': entity = "&amp;"; break;
+            case '<': entity = "&lt;"; break;
+            case '>': entity = "&gt;"; break;
+            case '"': entity = "&quot;"; break;
+            default: continue;
+        }
+        body_.append(text.substr(start, i - start));
+        body_.append(entity);
+        start = i + 1;
+    }
+    body_.append(text.substr(start));
+}
+
+std::string RTFConverter::finishHTML() {
+    if (paragraphOpen_) {
+        htmlCloseInline();
+        body_.append("</p>\n");
+        paragraphOpen_ = false;
+    }
+    std::string document;
+    document.reserve(body_.size() + 256);
+    document.append(
+        "<!DOCTYPE html>\n<html>\n<head>\n<meta charset=\"utf-8\">\n"
+        "<style>p { margin: 0; white-space: pre-wrap; }</style>\n</head>\n<body>\n");
+    document.append(body_);
+    document.append("</body>\n</html>\n");
+    return document;
+}
+
+}  // namespace qh
