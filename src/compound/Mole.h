@@ -24,7 +24,6 @@
 namespace qh {
 
 class CompoundDocument;
-class WalkBudget;
 
 class Mole {
 public:
