@@ -1,0 +1,14 @@
+#pragma once
+// The appointment keys (core/ItemKeys.h) of an "IPM.Appointment" item, from
+// the named properties of the appointment, common and meeting property sets.
+#include "core/Value.h"
+
+namespace qh {
+
+class MsgAppointments {
+public:
+    // `embedded`: the root is an embedded message (24-byte property header).
+    static Dict buildAppointmentForMessage(const Dict& root, bool embedded);
+};
+
+}  // namespace qh

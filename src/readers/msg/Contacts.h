@@ -1,0 +1,14 @@
+#pragma once
+// The contact keys (core/ItemKeys.h) of an "IPM.Contact" item, from its MAPI
+// properties and the named properties of the address property set.
+#include "core/Value.h"
+
+namespace qh {
+
+class MsgContacts {
+public:
+    // `embedded`: the root is an embedded message (24-byte property header).
+    static Dict buildContactsForMessage(const Dict& root, bool embedded);
+};
+
+}  // namespace qh

@@ -1,0 +1,126 @@
+#include "readers/msg/PropertyAccess.h"
+
+#include <cstdio>
+
+#include "core/ByteCursor.h"
+#include "core/TextEncoding.h"
+#include "readers/msg/Format.h"
+#include "util/DataWangers.h"
+#include "util/StringWangers.h"
+#include "util/TimeWangers.h"
+
+namespace qh {
+
+using namespace msgformat;
+
+std::string MsgPropertyAccess::getHexFromElement(std::uint32_t element, std::uint32_t elementType) {
+    if (element == 0 || elementType == 0) return "";
+    char text[24];
+    std::snprintf(text, sizeof text, "%04X%04X", element, elementType);
+    return text;
+}
+
+namespace {
+const Value* entryFor(std::string_view prefix, std::uint32_t element, std::uint32_t elementType,
+                      const Dict* container) {
+    if (!container) return nullptr;
+    std::string key(prefix);
+    key += MsgPropertyAccess::getHexFromElement(element, elementType);
+    if (key.empty()) return nullptr;
+    return container->find(key);
+}
+}  // namespace
+
+std::optional<Blob> MsgPropertyAccess::getDataFromRoot(std::string_view prefix, std::uint32_t element,
+                                                       std::uint32_t elementType, const Dict* container) {
+    const Value* entry = entryFor(prefix, element, elementType, container);
+    if (!entry || !entry->bytes() || entry->bytes()->empty()) return std::nullopt;
+    return *entry->bytes();
+}
+
+const Dict* MsgPropertyAccess::getStorageFromRoot(std::string_view prefix, std::uint32_t element,
+                                                  std::uint32_t elementType, const Dict* container) {
+    const Value* entry = entryFor(prefix, element, elementType, container);
+    return entry ? entry->dict() : nullptr;
+}
+
+std::string MsgPropertyAccess::decodeElement(std::uint32_t element, std::uint32_t elementType,
+                                             const Dict* container) {
+    StringEncoding encoding = elementType == kTypeUnicode ? StringEncoding::UTF16LE : StringEncoding::ASCII;
+    std::optional<Blob> data = getDataFromRoot(kSubstgPrefix, element, elementType, container);
+    if (!data) {
+        // Files write a string property in one of the two string types; take the other.
+        if (elementType == kTypeUnicode) {
+            data = getDataFromRoot(kSubstgPrefix, element, kTypeString8, container);
+            encoding = StringEncoding::ASCII;
+        } else {
+            data = getDataFromRoot(kSubstgPrefix, element, kTypeUnicode, container);
+            encoding = StringEncoding::UTF16LE;
+        }
+    }
+    if (!data) return "";
+    // 8-bit text that is not ASCII comes back as Windows-1252 through the fallback chain.
+    std::optional<std::string> text = DataWangers::getStringFromData(data->view(), encoding);
+    if (!text) return "";
+    return StringWangers::zapGremlins(*text).value_or("");
+}
+
+std::optional<MsgPropertyAccess::PropertyValue> MsgPropertyAccess::getPropertyElement(
+    std::uint32_t element, std::uint32_t elementType, ByteView propertyStream) {
+    const std::size_t length = propertyStream.size();
+    if (length < kPropertyRecordSize) return std::nullopt;
+    // The last record (the one starting at length - 16) is never examined:
+    // the dictionaries of real files depend on this bound, so it stays.
+    for (std::size_t offset = 0; offset < length - kPropertyRecordSize; offset += kPropertyRecordSize) {
+        ByteCursor record(propertyStream, offset);
+        std::uint16_t type = record.u16le();
+        std::uint16_t id = record.u16le();
+        if (type == elementType && id == element) {
+            PropertyValue value{};
+            ByteView bytes = propertyStream.subspan(offset + kPropertyValueOffset, kPropertyValueSize);
+            std::copy(bytes.begin(), bytes.end(), value.begin());
+            return value;
+        }
+    }
+    return std::nullopt;
+}
+
+std::optional<Date> MsgPropertyAccess::getDateFromPropertyElement(std::uint32_t element, ByteView propertyStream) {
+    if (propertyStream.size() <= kPropertyRecordSize) return std::nullopt;
+    std::optional<PropertyValue> value = getPropertyElement(element, kTypeTime, propertyStream);
+    if (!value) return std::nullopt;
+    return Date{static_cast<double>(TimeWangers::unixTimeFromWindows(filetimeOf(*value)))};
+}
+
+std::optional<MsgPropertyAccess::PropertyValue> MsgPropertyAccess::findFixedProperty(
+    std::uint32_t element, std::uint32_t elementType, ByteView propertyStream, std::size_t headerSize) {
+    for (std::size_t offset = headerSize; fits(offset, kPropertyRecordSize, propertyStream.size());
+         offset += kPropertyRecordSize) {
+        ByteCursor record(propertyStream, offset);
+        std::uint16_t type = record.u16le();
+        std::uint16_t id = record.u16le();
+        if (type == elementType && id == element) {
+            PropertyValue value{};
+            ByteView bytes = propertyStream.subspan(offset + kPropertyValueOffset, kPropertyValueSize);
+            std::copy(bytes.begin(), bytes.end(), value.begin());
+            return value;
+        }
+    }
+    return std::nullopt;
+}
+
+ByteView MsgPropertyAccess::propertyStreamOf(const Dict* container) {
+    if (!container) return {};
+    const Blob* stream = container->findBytes(kPropertiesStream);
+    return stream ? stream->view() : ByteView();
+}
+
+std::uint32_t MsgPropertyAccess::integerOf(const PropertyValue& value) {
+    return ByteCursor(value).u32le();
+}
+
+std::uint64_t MsgPropertyAccess::filetimeOf(const PropertyValue& value) {
+    return ByteCursor(value).u64le();
+}
+
+}  // namespace qh

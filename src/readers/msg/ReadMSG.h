@@ -1,0 +1,87 @@
+#pragma once
+// The MSG reader: an Outlook message file (MS-OXMSG compound document) turned
+// into the message dictionary at creation. The class operations of property
+// access, named properties, recipients, attachments, contacts and
+// appointments live in their own classes; ReadMSG is their front.
+#include <cstdint>
+#include <memory>
+#include <optional>
+#include <string>
+#include <string_view>
+
+#include "core/Value.h"
+#include "readers/msg/NamedProperties.h"
+#include "readers/msg/PropertyAccess.h"
+#include "readers/msg/ReadBudget.h"
+
+namespace qh {
+
+class ReadMSG {
+public:
+    // None when the bytes are no compound document. `exactStreams` cuts every
+    // stream to its directory size before anything is read from it.
+    static std::unique_ptr<ReadMSG> initWithData(ByteView data, bool exactStreams = false);
+
+    const Dict* returnFullDictionary() const { return &mailContent_; }
+    const Value* getContent(std::string_view key) const { return mailContent_.find(key); }
+    // Does nothing: the dictionary is built by initWithData.
+    void buildDictionary(ByteView data);
+    // {"Subject", "Body", "From"}, "-" for what is missing.
+    static std::optional<Dict> getSummaryForMessage(ByteView data, bool exactStreams = false);
+
+    // The message dictionary of one message storage, and the header dictionary
+    // of its transport header (which also sets fullHeader()).
+    Dict buildDictionaryForMessage(const Dict& root);
+    Dict buildHeaderForMessage(const Dict& root);
+    const std::optional<std::string>& fullHeader() const { return fullHeader_; }
+
+    // An embedded message's dictionary, one level below `budget`'s.
+    static Dict buildEmbeddedMessage(const Dict& storage, MsgReadBudget& budget);
+
+    // Class operations.
+    static std::string getHexFromElement(std::uint32_t element, std::uint32_t elementType) {
+        return MsgPropertyAccess::getHexFromElement(element, elementType);
+    }
+    static std::optional<Blob> getDataFromRoot(std::string_view prefix, std::uint32_t element,
+                                               std::uint32_t elementType, const Dict* container) {
+        return MsgPropertyAccess::getDataFromRoot(prefix, element, elementType, container);
+    }
+    static std::string decodeElement(std::uint32_t element, std::uint32_t elementType, const Dict* container) {
+        return MsgPropertyAccess::decodeElement(element, elementType, container);
+    }
+    static std::optional<MsgPropertyAccess::PropertyValue> getPropertyElement(std::uint32_t element,
+                                                                              std::uint32_t elementType,
+                                                                              ByteView propertyStream) {
+        return MsgPropertyAccess::getPropertyElement(element, elementType, propertyStream);
+    }
+    static std::optional<Date> getDateFromPropertyElement(std::uint32_t element, ByteView propertyStream) {
+        return MsgPropertyAccess::getDateFromPropertyElement(element, propertyStream);
+    }
+    static MsgNamedProperties::Mapping getNamedPropertiesForMessage(const Dict& root) {
+        return MsgNamedProperties::getNamedPropertiesForMessage(root);
+    }
+    static Array getRecipientsForMessage(const Dict& root);
+    static Array getAttachmentsForMessage(const Dict& root, MsgReadBudget& budget);
+    static Array retrieveVoiceNotesForMessage(const Dict& root);
+    static std::optional<Blob> generateAttachedMessageData(const Dict& message);
+    // Contact and appointment keys (core/ItemKeys.h); `embedded` tells the
+    // size of the property stream's header (24 bytes instead of 32).
+    static Dict buildContactsForMessage(const Dict& root, bool embedded = false);
+    static Dict buildAppointmentForMessage(const Dict& root, bool embedded = false);
+
+    ReadMSG(const ReadMSG&) = delete;
+    ReadMSG& operator=(const ReadMSG&) = delete;
+
+private:
+    explicit ReadMSG(MsgReadBudget* budget) : budget_(budget) {}
+
+    Dict mailContent_;
+    std::optional<std::string> fullHeader_;
+    std::optional<Date> sendDate_;
+    std::string fromURL_;
+    std::string toURL_;
+    MsgReadBudget ownBudget_;
+    MsgReadBudget* budget_;
+};
+
+}  // namespace qh

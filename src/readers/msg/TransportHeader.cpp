@@ -1,0 +1,97 @@
+#include "readers/msg/TransportHeader.h"
+
+#include <vector>
+
+#include "core/TextEncoding.h"
+#include "util/AddressLists.h"
+#include "util/WebWangers.h"
+
+namespace qh {
+
+namespace {
+std::vector<std::string_view> split(std::string_view text, std::string_view separator) {
+    std::vector<std::string_view> pieces;
+    std::size_t start = 0;
+    while (true) {
+        std::size_t found = text.find(separator, start);
+        if (found == std::string_view::npos) {
+            pieces.push_back(text.substr(start));
+            return pieces;
+        }
+        pieces.push_back(text.substr(start, found - start));
+        start = found + separator.size();
+    }
+}
+
+void removeAll(std::string& text, std::string_view what) {
+    std::string out;
+    out.reserve(text.size());
+    std::size_t start = 0;
+    while (true) {
+        std::size_t found = text.find(what, start);
+        if (found == std::string::npos) break;
+        out.append(text, start, found - start);
+        start = found + what.size();
+    }
+    out.append(text, start, std::string::npos);
+    text.swap(out);
+}
+
+std::string upper(std::string_view text) {
+    std::string out(text);
+    for (char& c : out) {
+        if (c >= 'a' && c <= 'z') c = static_cast<char>(c - 'a' + 'A');
+    }
+    return out;
+}
+
+}  // namespace
+
+std::string MsgTransportHeader::decodeSubject(const std::string& value) {
+    std::vector<std::string_view> pieces = split(value, "=?iso-8859-1?Q?");
+    if (pieces.size() == 1) pieces = split(value, "=?UTF-8?Q?");
+    if (pieces.size() == 1) return value;
+    // The text before the first encoded word is dropped.
+    std::string joined;
+    for (std::size_t i = 1; i < pieces.size(); ++i) joined += pieces[i];
+    removeAll(joined, " ");
+    removeAll(joined, "\n");
+    removeAll(joined, "?=");
+    for (char& c : joined) {
+        if (c == '_') c = ' ';
+    }
+    return WebWangers::decodeQuotedPrintableString(joined, "quoted-printable");
+}
+
+Dict MsgTransportHeader::parse(std::string_view header) {
+    Dict fields;
+    std::string pendingName;
+    std::string pendingValue;
+    for (std::string_view line : split(header, "\n")) {
+        std::string firstWord = TextEncoding::trimWhitespaceAndNewlines(line.substr(0, line.find(' ')));
+        if (firstWord.empty() || firstWord.back() != ':') {
+            // A continuation, and also a field written without a blank after its colon.
+            pendingValue += '\n';
+            pendingValue += line;
+            continue;
+        }
+        if (!pendingName.empty() && !pendingValue.empty()) {
+            std::string name = upper(pendingName);
+            if (name == "TO" || name == "FROM" || name == "CC" || name == "BCC") {
+                fields.set(name, Value(processEmailAddresses(pendingValue)));
+            } else if (pendingName == "Date") {
+                fields.set("Date", Value(pendingValue));
+            } else if (pendingName == "Subject") {
+                fields.set("Subject", Value(decodeSubject(pendingValue)));
+            }
+        }
+        std::size_t colon = line.find(':');
+        pendingName = std::string(line.substr(0, colon));
+        pendingValue = TextEncoding::trimWhitespaceAndNewlines(line.substr(colon + 1));
+    }
+    // The field still pending here is not filed: a header ending in
+    // "Subject:" yields no subject, and readers of these dictionaries rely on it.
+    return fields;
+}
+
+}  // namespace qh
