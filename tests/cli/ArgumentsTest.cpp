@@ -1,0 +1,58 @@
+// Usage errors and the exit statuses of the message commands, without a reader.
+#include <gtest/gtest.h>
+
+#include "CliTestSupport.h"
+
+namespace {
+
+using qhtest::runCli;
+
+TEST(Arguments, UsageAndInputErrorsExitWithTwo) {
+    qhclitest::ScratchDir scratch;
+    std::string present = scratch.write("m.eml", "X: y\nSubject: s\n\nbody\n");
+    std::string missing = (scratch.path() / "missing.msg").string();
+    const struct {
+        std::vector<std::string> args;
+        int exitCode;
+    } cases[] = {
+        {{"read"}, 2},                                  // no FILE
+        {{"summary"}, 2},
+        {{"convert"}, 2},
+        {{"attachments"}, 2},
+        {{"read", "--as", "pdf", present}, 2},          // unknown kind
+        {{"read", "--bogus", present}, 2},              // unknown flag
+        {{"convert", present, present}, 2},             // several files need -d
+        {{"convert", "-o", "x.eml", "-d", scratch.str(), present}, 2},
+        {{"attachments", present, present}, 2},         // one file only
+        {{"read", missing}, 2},                         // unreadable single file
+        {{"summary", missing}, 2},
+        {{"convert", missing}, 2},
+        {{"attachments", "-d", scratch.str(), missing}, 2},
+        {{"attachments", "-d", present, present}, 2},   // DIR is a file
+        {{"read", "-j", "x", present}, 2},
+        {{"--help"}, 0},
+        {{"read", "--help"}, 0},
+        {{"--version"}, 0},
+    };
+    for (const auto& c : cases) {
+        auto result = runCli(c.args);
+        std::string joined;
+        for (const auto& a : c.args) joined += a + " ";
+        EXPECT_EQ(result.exitCode, c.exitCode) << joined << "\n" << result.err;
+    }
+}
+
+TEST(Arguments, UnreadableFileNamesItOnStandardError) {
+    auto result = runCli({"read", "/nonexistent/quillhaven/input.msg"});
+    EXPECT_EQ(result.exitCode, 2);
+    EXPECT_TRUE(result.out.empty());
+    EXPECT_NE(result.err.find("/nonexistent/quillhaven/input.msg"), std::string::npos);
+}
+
+TEST(Arguments, HelpListsTheMessageCommands) {
+    auto result = runCli({"--help"});
+    for (const char* command : {"read", "summary", "convert", "attachments"})
+        EXPECT_NE(result.out.find(command), std::string::npos) << command;
+}
+
+}  // namespace

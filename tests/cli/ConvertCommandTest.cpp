@@ -1,0 +1,115 @@
+// convert: one message to standard output or -o, many into a folder with
+// names from the inputs.
+#include <gtest/gtest.h>
+
+#include "CliTestSupport.h"
+
+namespace {
+
+using qhclitest::corpus;
+using qhclitest::fields;
+using qhclitest::lines;
+using qhtest::runCli;
+
+const char* const kSimpleEml =
+    "Received: from fixture\r\n"
+    "From: ann@example.com\r\n"
+    "Subject: Converted fixture\r\n"
+    "Content-Type: text/plain\r\n"
+    "\r\n"
+    "Body text.\r\n"
+    "\r\n";
+
+TEST(Convert, WritesTheMessageToStandardOutputOrOut) {
+    QH_REQUIRE_CORPUS("msg");
+    std::string input = corpus("msg", "hh-test2.msg");
+    auto printed = runCli({"convert", input});
+    ASSERT_EQ(printed.exitCode, 0) << printed.err;
+    EXPECT_NE(printed.out.find("Subject:"), std::string::npos);
+    EXPECT_NE(printed.out.find("MIME-Version:"), std::string::npos);
+
+    qhclitest::ScratchDir scratch;
+    auto out = (scratch.path() / "out.eml").string();
+    scratch.write("out.eml", "an older file that -o replaces");
+    auto written = runCli({"convert", "-o", out, input});
+    ASSERT_EQ(written.exitCode, 0) << written.err;
+    EXPECT_TRUE(written.out.empty());
+    std::string saved = qhclitest::readText(out);
+    // The writer stamps each message with fresh boundaries; compare the header lines before them.
+    EXPECT_EQ(saved.substr(0, saved.find("boundary")), printed.out.substr(0, printed.out.find("boundary")));
+    EXPECT_EQ(lines(saved).size(), lines(printed.out).size());
+}
+
+TEST(Convert, NoMessageExitsWithOne) {
+    qhclitest::ScratchDir scratch;
+    std::string junk = scratch.write("junk.msg", "definitely not a compound document");
+    auto result = runCli({"convert", "--as", "msg", junk});
+    EXPECT_EQ(result.exitCode, 1);
+    EXPECT_TRUE(result.out.empty());
+}
+
+TEST(Convert, ConvertedMessagesReadBackWithTheirSubject) {
+    QH_REQUIRE_CORPUS("msg");
+    qhclitest::ScratchDir scratch;
+    std::string eml = scratch.write("in.eml", kSimpleEml);
+    for (const std::string& input : {corpus("msg", "omp-simple_sent.msg"), eml}) {
+        auto original = qhclitest::parse(runCli({"read", input}).out);
+        auto converted = runCli({"convert", input});
+        ASSERT_EQ(converted.exitCode, 0) << input;
+        // The writer's first line is read by nobody: read the text as the reader sees it.
+        auto reread = qhclitest::parse(runCli({"read", "--as", "eml", "-"}, converted.out).out);
+        ASSERT_TRUE(reread.is_object()) << input;
+        EXPECT_EQ(reread["Subject"], original["Subject"]) << input;
+    }
+}
+
+TEST(Convert, ManyFilesGoIntoTheFolderUnderTheirOwnNames) {
+    QH_REQUIRE_CORPUS("msg");
+    qhclitest::ScratchDir scratch;
+    std::string out = (scratch.path() / "out").string();
+    // Two inputs share a stem; the second one given gets the number.
+    std::string sameStem = scratch.write("elsewhere/hh-test2.eml", kSimpleEml);
+    std::string junk = scratch.write("junk.msg", "no compound document here");
+    std::string twoDots = scratch.write("a.b.eml", kSimpleEml);
+    std::vector<std::string> inputs = {corpus("msg", "hh-test2.msg"), junk, sameStem, twoDots};
+    auto result = runCli({"convert", "-j", "3", "-d", out, inputs[0], inputs[1], inputs[2], inputs[3]});
+    EXPECT_EQ(result.exitCode, 1);  // junk.msg gives no message
+    auto rows = lines(result.out);
+    ASSERT_EQ(rows.size(), 4u) << result.out;
+    const struct {
+        const char* status;
+        std::string output;
+    } expected[] = {
+        {"ok", out + "/hh-test2.eml"},
+        {"none", ""},
+        {"ok", out + "/hh-test2 (2).eml"},
+        {"ok", out + "/a.b.eml"},
+    };
+    for (std::size_t i = 0; i < rows.size(); ++i) {
+        auto row = fields(rows[i]);
+        ASSERT_EQ(row.size(), 3u) << rows[i];
+        EXPECT_EQ(row[0], expected[i].status) << rows[i];
+        EXPECT_EQ(row[1], inputs[i]);
+        EXPECT_EQ(row[2], expected[i].output);
+    }
+    auto files = qhclitest::filesIn(out);
+    EXPECT_EQ(files.size(), 3u);
+    EXPECT_NE(files["hh-test2 (2).eml"].find("Converted fixture"), std::string::npos);
+
+    // Every corpus message converts.
+    std::vector<std::string> args = {"convert", "-d", (scratch.path() / "all").string()};
+    auto corpusMessages = qhtest::corpusFiles("msg", ".msg");
+    for (const auto& path : corpusMessages) args.push_back(path.string());
+    auto all = runCli(args);
+    EXPECT_EQ(lines(all.out).size(), corpusMessages.size());
+    for (const auto& row : lines(all.out)) EXPECT_EQ(fields(row)[0], "ok") << row;
+}
+
+TEST(Convert, StandardInputIsNamedStdin) {
+    qhclitest::ScratchDir scratch;
+    auto result = runCli({"convert", "-d", scratch.str(), "-"}, kSimpleEml);
+    ASSERT_EQ(result.exitCode, 0) << result.err;
+    EXPECT_EQ(result.out, "ok\t-\t" + scratch.str() + "/stdin.eml\n");
+}
+
+}  // namespace

@@ -1,0 +1,160 @@
+// read and summary: one document per file, JSON Lines for several, standard
+// input, kinds told by the first bytes or forced.
+#include <gtest/gtest.h>
+
+#include "CliTestSupport.h"
+
+namespace {
+
+using qhclitest::corpus;
+using qhclitest::lines;
+using qhclitest::parse;
+using qhtest::runCli;
+
+// A short MIME message; its first line is a throwaway trace line.
+const char* const kSimpleEml =
+    "Received: from fixture\r\n"
+    "From: Ann Example <ann@example.com>\r\n"
+    "To: bob@example.com\r\n"
+    "Subject: Fixture subject\r\n"
+    "MIME-Version: 1.0\r\n"
+    "Content-Type: text/plain; charset=us-ascii\r\n"
+    "\r\n"
+    "Hello from the fixture.\r\n"
+    "\r\n";
+
+TEST(Read, OneFileGivesOneJsonDocumentAndALineFeed) {
+    QH_REQUIRE_CORPUS("msg");
+    auto result = runCli({"read", corpus("msg", "hh-test2.msg")});
+    ASSERT_EQ(result.exitCode, 0) << result.err;
+    ASSERT_FALSE(result.out.empty());
+    EXPECT_EQ(result.out.back(), '\n');
+    EXPECT_EQ(lines(result.out).size(), 1u);
+    auto document = parse(result.out);
+    ASSERT_TRUE(document.is_object());
+    EXPECT_TRUE(document.contains("Subject"));
+    ASSERT_TRUE(document.contains("AttachmentList"));
+    // Attachment bytes travel as {"$base64": ...}.
+    EXPECT_TRUE(document["AttachmentList"][0]["data"].contains("$base64"));
+}
+
+TEST(Read, StandardInputReadsLikeTheFile) {
+    QH_REQUIRE_CORPUS("msg");
+    for (const char* name : {"hh-test2.msg", "omp-simple_sent.msg"}) {
+        std::string path = corpus("msg", name);
+        auto fromFile = runCli({"read", path});
+        auto bytes = qhtest::readFileBytes(path);
+        auto fromStdin = runCli({"read", "-"}, std::string(bytes.begin(), bytes.end()));
+        EXPECT_EQ(fromStdin.exitCode, 0) << name;
+        EXPECT_EQ(fromStdin.out, fromFile.out) << name;
+    }
+    auto eml = runCli({"read", "-"}, kSimpleEml);
+    ASSERT_EQ(eml.exitCode, 0) << eml.err;
+    EXPECT_EQ(parse(eml.out)["Subject"], "Fixture subject");
+}
+
+TEST(Read, KindsAreToldByTheFirstBytesAndCanBeForced) {
+    QH_REQUIRE_CORPUS("tnef");
+    auto tnef = runCli({"read", corpus("tnef", "mk-two-files.tnef")});
+    ASSERT_EQ(tnef.exitCode, 0) << tnef.err;
+    EXPECT_TRUE(parse(tnef.out).is_object());
+
+    qhclitest::ScratchDir scratch;
+    std::string text = scratch.write("plain.bin", kSimpleEml);
+    // Read as a compound document, MIME text is no message at all.
+    auto forced = runCli({"read", "--as", "msg", text});
+    EXPECT_EQ(forced.exitCode, 0);
+    EXPECT_EQ(forced.out, "null\n");
+    auto detected = runCli({"read", text});
+    EXPECT_EQ(parse(detected.out)["Subject"], "Fixture subject");
+}
+
+TEST(Read, SeveralFilesGiveJsonLinesInTheOrderGiven) {
+    QH_REQUIRE_CORPUS("msg");
+    qhclitest::ScratchDir scratch;
+    std::string eml = scratch.write("simple.eml", kSimpleEml);
+    std::string notMsg = scratch.write("fake.msg", "not a compound document");
+    std::vector<std::string> files = {corpus("msg", "hh-test2.msg"), eml, corpus("msg", "hh-Simple.msg")};
+    auto all = runCli({"read", files[0], files[1], files[2]});
+    ASSERT_EQ(all.exitCode, 0) << all.err;
+    auto rows = lines(all.out);
+    ASSERT_EQ(rows.size(), files.size());
+    for (std::size_t i = 0; i < files.size(); ++i) {
+        auto row = parse(rows[i]);
+        ASSERT_TRUE(row.is_object()) << rows[i].substr(0, 200);
+        EXPECT_EQ(row.begin().key(), "file");
+        EXPECT_EQ(row["file"], files[i]);
+        EXPECT_TRUE(row["result"].is_object());
+    }
+    // The single-file form's document is exactly the "result" of the line.
+    EXPECT_EQ(parse(rows[1])["result"], parse(runCli({"read", eml}).out));
+
+    // A file that cannot be read, or gives no message, is a null result; the rest still come, exit 1.
+    std::string missing = (scratch.path() / "missing.eml").string();
+    auto mixed = runCli({"read", "--as", "msg", missing, notMsg, files[0]});
+    EXPECT_EQ(mixed.exitCode, 1);
+    auto mixedRows = lines(mixed.out);
+    ASSERT_EQ(mixedRows.size(), 3u);
+    EXPECT_EQ(parse(mixedRows[0])["file"], missing);
+    EXPECT_TRUE(parse(mixedRows[0])["result"].is_null());
+    EXPECT_TRUE(parse(mixedRows[1])["result"].is_null());
+    EXPECT_TRUE(parse(mixedRows[2])["result"].is_object());
+    EXPECT_NE(mixed.err.find(missing), std::string::npos);
+}
+
+TEST(Read, ThreadCountDoesNotChangeTheOutput) {
+    QH_REQUIRE_CORPUS("msg");
+    std::vector<std::string> args = {"read"};
+    for (const auto& path : qhtest::corpusFiles("msg", ".msg")) args.push_back(path.string());
+    auto one = args, four = args;
+    one.insert(one.begin() + 1, {"-j", "1"});
+    four.insert(four.begin() + 1, {"-j", "4"});
+    auto serial = runCli(one);
+    auto parallel = runCli(four);
+    EXPECT_EQ(serial.exitCode, 0) << serial.err;
+    EXPECT_EQ(lines(serial.out).size(), args.size() - 1);
+    EXPECT_EQ(parallel.exitCode, serial.exitCode);
+    EXPECT_TRUE(parallel.out == serial.out);  // not EXPECT_EQ: the outputs are megabytes
+    // Not a terminal: no progress bar.
+    EXPECT_EQ(parallel.err.find('\r'), std::string::npos);
+}
+
+TEST(Summary, GivesTheThreeKeysForEveryKind) {
+    QH_REQUIRE_CORPUS("msg");
+    qhclitest::ScratchDir scratch;
+    std::string eml = scratch.write("simple.eml", kSimpleEml);
+    for (const std::string& file : {corpus("msg", "hh-test2.msg"), eml}) {
+        auto result = runCli({"summary", file});
+        ASSERT_EQ(result.exitCode, 0) << file << result.err;
+        auto summary = parse(result.out);
+        ASSERT_TRUE(summary.is_object()) << file << ": " << result.out;
+        for (const char* key : {"Subject", "Body", "From"}) EXPECT_TRUE(summary.contains(key)) << file << " " << key;
+    }
+    auto both = runCli({"summary", corpus("msg", "hh-test2.msg"), eml});
+    EXPECT_EQ(both.exitCode, 0);
+    EXPECT_EQ(lines(both.out).size(), 2u);
+}
+
+TEST(Read, EveryCorpusFileOfEveryKindReads) {
+    QH_REQUIRE_CORPUS("msg");
+    const struct {
+        const char* sub;
+        const char* suffix;
+    } kinds[] = {{"msg", ".msg"}, {"eml", ".eml"}, {"tnef", ".tnef"}, {"tnef", ".dat"}};
+    for (const auto& kind : kinds) {
+        std::vector<std::string> args = {"read"};
+        auto files = qhtest::corpusFiles(kind.sub, kind.suffix);
+        for (const auto& path : files) args.push_back(path.string());
+        if (files.size() < 2) continue;
+        auto result = runCli(args);
+        auto rows = lines(result.out);
+        ASSERT_EQ(rows.size(), files.size()) << kind.sub;
+        for (const auto& row : rows) {
+            auto parsed = parse(row);
+            ASSERT_FALSE(parsed.is_discarded()) << row.substr(0, 200);
+            EXPECT_TRUE(parsed["result"].is_object()) << parsed["file"];
+        }
+    }
+}
+
+}  // namespace
