@@ -1,0 +1,231 @@
+#include "readers/tnef/ReadTNEF.h"
+
+#include <array>
+
+#include "core/Log.h"
+#include "core/TextEncoding.h"
+#include "readers/tnef/Attributes.h"
+#include "readers/tnef/TNEFDecoder.h"
+#include "richtext/RTFReader.h"
+#include "richtext/RTFWangers.h"
+#include "util/AddressLists.h"
+#include "util/ByteLoads.h"
+#include "util/DataWangers.h"
+#include "util/StringWangers.h"
+#include "util/TimeWangers.h"
+
+namespace qh {
+
+using namespace tnef;
+
+namespace {
+
+constexpr std::array<std::uint32_t, 9> kPropertySearchTags = {
+    kTagHtml,          kTagSubjectUnicode, kTagSentRepresentingName,
+    kTagSenderName,    kTagSentRepresentingEmail, kTagSenderEmail,
+    kTagNamedSenderEmail, kTagLastModificationTime, kTagRtfCompressed,
+};
+
+constexpr char kErrorReading[] = "** Error Reading Message **";
+
+// Offset of the first match of the tag's four little-endian bytes, as the
+// shared byte search reports it; the not-found marker fails every bounds test.
+std::uint64_t searchTag(ByteView source, std::uint32_t tag) {
+    const std::uint8_t pattern[4] = {std::uint8_t(tag), std::uint8_t(tag >> 8), std::uint8_t(tag >> 16),
+                                     std::uint8_t(tag >> 24)};
+    return static_cast<std::uint64_t>(DataWangers::searchForBytes(pattern, sizeof pattern, source).location);
+}
+
+std::optional<std::string> utf8(ByteView bytes) {
+    return TextEncoding::decode(bytes, StringEncoding::UTF8);
+}
+
+bool hasSignature(ByteView data) {
+    return data.size() >= 4 && byteReplaceDWord(data, 0) == kSignature;
+}
+
+}  // namespace
+
+std::unique_ptr<ReadTNEF> ReadTNEF::initWithData(ByteView data) {
+    auto reader = std::make_unique<ReadTNEF>();
+    if (!hasSignature(data)) return reader;
+
+    TNEFDecoder decoder;
+    Dict content = decoder.processTNEF(data).value_or(Dict{});
+    if (!content.empty()) {
+        if (const Blob* rtf = content.findBytes("RTF")) {
+            if (auto text = RTFReader::stringFromRTFData(rtf->view())) content.set("Body", std::move(*text));
+        }
+    }
+    buildTNEFDictionary(content, data, false);
+    reader->mailContent = std::move(content);
+    return reader;
+}
+
+const Dict* ReadTNEF::returnFullDictionary() const {
+    return mailContent ? &*mailContent : nullptr;
+}
+
+const Value* ReadTNEF::getContent(std::string_view key) const {
+    return mailContent ? mailContent->find(key) : nullptr;
+}
+
+void ReadTNEF::buildDictionary(ByteView) {}
+
+void ReadTNEF::buildTNEFDictionary(Dict& dictionary, ByteView data, bool ignoreAttachments) {
+    const std::uint64_t match = searchTag(data, kAttMsgProps);
+    if (!fits(match, 4, data.size())) {
+        Log::line("** Decode error ** Bad size in TNEF datastream type. Aborting");
+    } else if (!fits(match, 8, data.size())) {
+        Log::line("** Decode error ** Bad size in TNEF datastream length. Aborting");
+    } else {
+        std::uint64_t size = byteReplaceDWord(data, match + 4);
+        if (!fits(match + 8, size, data.size())) {
+            Log::line("** Decode error ** Bad size in TNEF datastream. Attempting to continue.");
+            size = data.size() - (match + 8);
+        }
+        decodePropertyStream(data.data() + match + 8, size, dictionary);
+    }
+
+    if (ignoreAttachments) return;
+    Array found = retrieveAttachments(data);
+    // A single pair is left alone on purpose: the decoder's list (with sizes)
+    // stands then; from two pairs on, the search pass's list replaces it.
+    if (found.size() >= 2) dictionary.set("AttachmentList", Value(std::move(found)));
+}
+
+bool ReadTNEF::decodePropertyStream(const std::uint8_t* bytes, std::size_t length, Dict& dictionary) {
+    const ByteView block(bytes, length);
+    std::optional<std::string> senderName;
+    std::optional<std::string> senderAddress;
+    for (std::size_t row = 0; row < kPropertySearchTags.size(); ++row) {
+        const std::uint64_t match = searchTag(block, kPropertySearchTags[row]);
+        if (!fits(match, 4, block.size())) {
+            Log::line("** Decode error ** Bad size in TNEF property stream type. Aborting");
+            continue;
+        }
+        if (!fits(match, 8, block.size())) {
+            Log::line("** Decode error ** Bad size in TNEF property stream count. Aborting");
+            continue;
+        }
+        if (!fits(match, 12, block.size())) {
+            Log::line("** Decode error ** Bad size in TNEF property stream length. Aborting");
+            continue;
+        }
+        std::uint64_t valueLength = byteReplaceDWord(block, match + 8);
+        if (!fits(match + 12, valueLength, block.size())) {
+            Log::line("** Decode error ** Bad size in TNEF property stream. Attempting to continue.");
+            valueLength = block.size() - (match + 12);
+        }
+        // The first occurrence of the four bytes wins, wherever it stands.
+        const ByteView value = block.subspan(match + 12, valueLength);
+        switch (row) {
+            case 0:
+                if (auto html = utf8(value); html && !html->empty()) dictionary.set("HTML", std::move(*html));
+                break;
+            case 1:
+                // Stored as UTF-16LE, decoded as UTF-8 all the same: the
+                // dictionaries built so far carry the subject in that form.
+                if (auto subject = utf8(value); subject && !subject->empty()) {
+                    dictionary.set("Subject", std::move(*subject));
+                }
+                break;
+            case 2:
+            case 3:
+                if (!senderName || senderName->empty()) senderName = utf8(value);
+                break;
+            case 4:
+            case 5:
+            case 6:
+                if (!senderAddress || senderAddress->empty()) senderAddress = utf8(value);
+                break;
+            case 7: {
+                const std::uint64_t fileTime = byteReplaceDDWord(value, 0);
+                const Date date{double(TimeWangers::unixTimeFromWindows(static_cast<std::int64_t>(fileTime)))};
+                std::string text = TimeWangers::displayString(date);
+                if (!text.empty()) dictionary.set("Date", std::move(text));
+                break;
+            }
+            case 8:
+                if (RTFWangers::typeIsRTF(value)) {
+                    if (auto rtf = RTFWangers::getRTFForData(value); rtf && !rtf->empty()) {
+                        dictionary.set("RTF", Value(std::move(*rtf)));
+                    }
+                }
+                break;
+        }
+    }
+    if (!senderName || senderName->empty()) senderName = senderAddress;
+    if (!senderAddress) return true;
+    if (senderName && !senderName->empty() && !senderAddress->empty()) {
+        dictionary.set("From", Array{Value(buildAddressFromTags(*senderName, *senderAddress))});
+    }
+    return true;
+}
+
+Array ReadTNEF::retrieveAttachments(ByteView data) {
+    // The search resumes after each value found: an offset into the stream
+    // stands for "what follows the value".
+    Array attachments;
+    std::size_t offset = 0;
+    bool found = true;
+    while (found) {
+        found = false;
+        std::optional<std::string> name;
+        std::optional<ByteView> content;
+        for (const std::uint32_t id : {kAttAttachTitle, kAttAttachData}) {
+            const ByteView rest = data.subspan(offset);
+            const std::uint64_t match = searchTag(rest, id);
+            if (!fits(match, 4, rest.size())) {
+                Log::line("** Decode error ** Bad size in TNEF datastream type. Aborting");
+                continue;
+            }
+            if (!fits(match, 8, rest.size())) {
+                Log::line("** Decode error ** Bad size in TNEF data length. Aborting");
+                continue;
+            }
+            std::uint64_t size = byteReplaceDWord(rest, match + 4);
+            if (!fits(match + 8, size, rest.size())) {
+                Log::line("** Decode error ** Bad size in TNEF data. Attempting to continue.");
+                size = rest.size() - (match + 8);
+            }
+            const ByteView value = rest.subspan(match + 8, size);
+            // The title keeps its terminating zero; the checksum after each
+            // value is neither read nor checked.
+            if (id == kAttAttachTitle) {
+                name = utf8(value);
+            } else {
+                content = value;
+            }
+            found = true;
+            offset += match + 8 + size;
+        }
+        if (name && content) {
+            attachments.push_back(Value(Dict{{"data", Value(Blob(*content))}, {"name", Value(std::move(*name))}}));
+        }
+    }
+    return attachments;
+}
+
+std::optional<Dict> ReadTNEF::getSummaryForMessage(ByteView data) {
+    if (data.size() < 4) return std::nullopt;
+    if (!hasSignature(data)) {
+        return Dict{{"From", kErrorReading}, {"Subject", kErrorReading}, {"Body", kErrorReading}};
+    }
+    TNEFDecoder decoder;
+    const Dict content = decoder.processTNEF(data).value_or(Dict{});
+
+    auto cleaned = [](const std::string* text) -> std::string {
+        if (text == nullptr) return "-";
+        return StringWangers::zapGremlins(*text).value_or("-");
+    };
+    std::optional<std::string> body;
+    if (const Blob* rtf = content.findBytes("RTF")) body = RTFReader::stringFromRTFData(rtf->view());
+    return Dict{
+        {"From", cleaned(content.findString("From"))},
+        {"Subject", cleaned(content.findString("Subject"))},
+        {"Body", cleaned(body ? &*body : nullptr)},
+    };
+}
+
+}  // namespace qh

@@ -1,0 +1,41 @@
+#pragma once
+// Reads a TNEF stream (winmail.dat) into a message dictionary. Two readings of
+// the same bytes are combined: the attribute decoder (TNEFDecoder), and a
+// search for fixed property tags and attribute ids anywhere in the stream,
+// which adds the sender and the HTML body and overwrites what both produce.
+#include <cstdint>
+#include <memory>
+#include <optional>
+#include <string_view>
+
+#include "core/Bytes.h"
+#include "core/Value.h"
+
+namespace qh {
+
+class ReadTNEF {
+public:
+    // Always a reader; it holds a dictionary only when the data starts with
+    // the TNEF signature.
+    static std::unique_ptr<ReadTNEF> initWithData(ByteView data);
+
+    // The message dictionary, or null when the data was no TNEF stream.
+    const Dict* returnFullDictionary() const;
+    const Value* getContent(std::string_view key) const;
+    // Has no effect: the dictionary is built by initWithData.
+    void buildDictionary(ByteView data);
+
+    // The search-based pass over a whole stream, into `dictionary`.
+    static void buildTNEFDictionary(Dict& dictionary, ByteView data, bool ignoreAttachments);
+    // One MAPI property block decoded by tag search. Always true.
+    static bool decodePropertyStream(const std::uint8_t* bytes, std::size_t length, Dict& dictionary);
+    // {"data", "name"} records of the title/data attribute pairs found by search.
+    static Array retrieveAttachments(ByteView data);
+    // {"From", "Subject", "Body"}, or none for fewer than 4 bytes.
+    static std::optional<Dict> getSummaryForMessage(ByteView data);
+
+private:
+    std::optional<Dict> mailContent;
+};
+
+}  // namespace qh

@@ -1,0 +1,258 @@
+#include "readers/tnef/TNEFDecoder.h"
+
+#include <algorithm>
+#include <cstdio>
+#include <cstring>
+
+#include "core/DateFormatting.h"
+#include "core/TextEncoding.h"
+#include "readers/tnef/Attributes.h"
+#include "readers/tnef/KnownProperties.h"
+#include "readers/tnef/TNEFHandlers.h"
+#include "richtext/RTFWangers.h"
+#include "util/AddressLists.h"
+#include "util/BitWangers.h"
+#include "util/StringWangers.h"
+#include "util/TimeWangers.h"
+
+namespace qh {
+
+using namespace tnef;
+
+namespace {
+
+// The bytes up to the first zero, read as UTF-8; none when they are not UTF-8.
+std::optional<std::string> zeroTerminatedUTF8(ByteView bytes) {
+    auto end = std::find(bytes.begin(), bytes.end(), std::uint8_t(0));
+    return TextEncoding::decode(ByteView(bytes.begin(), end), StringEncoding::UTF8);
+}
+
+// The attachment name as the "%s" into a 256-byte buffer leaves it: cut at the
+// first zero and after 255 bytes, then read as UTF-8.
+std::optional<std::string> attachmentName(ByteView bytes) {
+    return zeroTerminatedUTF8(bytes.first(std::min<std::size_t>(bytes.size(), 255)));
+}
+
+// The date sent goes through text and a pattern parse; a date whose fields do
+// not parse (an absent one is all zeros) gives no "Date".
+std::optional<std::string> displayDate(const TNEFDate& date) {
+    char text[96];
+    std::snprintf(text, sizeof text, "%d-%d-%d %d:%d:%d +0000", date.year, date.month, date.day, date.hour,
+                  date.minute, date.second);
+    std::optional<Date> parsed = DateFormatting::parse(text, "yyyy-MM-dd HH:mm:ss");
+    if (!parsed) return std::nullopt;
+    return TimeWangers::displayString(*parsed);
+}
+
+Dict mapiDictionary(const TNEFPropertyList& list, const TNEFMessage& record) {
+    Dict dictionary;
+    for (const TNEFProperty& property : list.properties) {
+        const std::uint16_t knownId = property.custom == 1 ? 0 : KnownProperties::lookup(propertyId(property.tag));
+        for (const TNEFValue& value : property.values) {
+            switch (propertyType(property.tag)) {
+                case kTypeString8:
+                    if (knownId == kIdSubject || knownId == kIdConversationTopic) {
+                        if (auto subject = zeroTerminatedUTF8(value.data)) dictionary.set("Subject", std::move(*subject));
+                    }
+                    break;
+                case kTypeBinary:
+                    if (RTFWangers::typeIsRTF(value.data)) {
+                        std::uint32_t rawSize = 0;
+                        std::optional<Bytes> rtf;
+                        RTFWangers::getRTFFromBuffer(value.data, rawSize, rtf);
+                        if (rtf) dictionary.set("RTF", Value(std::move(*rtf)));
+                    } else if (typeIsHTML(ByteView(value.data))) {
+                        if (auto html = StringWangers::stringFromCString(ByteView(value.data))) {
+                            dictionary.set("HTML", std::move(*html));
+                        }
+                    }
+                    break;
+                default:
+                    break;  // 0x001F text included: the property pass does not use it
+            }
+        }
+    }
+    // The Subject attribute wins over the subject property.
+    if (!record.subject.empty()) {
+        if (auto subject = zeroTerminatedUTF8(record.subject.data.view())) dictionary.set("Subject", std::move(*subject));
+    }
+    if (auto date = displayDate(record.dateSent)) dictionary.set("Date", std::move(*date));
+    return dictionary;
+}
+
+// The value of a read that must land whole in `value` (left as it was otherwise).
+template <typename Integer>
+std::uint32_t readInteger(TNEFReader& reader, Integer& value) {
+    std::uint8_t bytes[sizeof(Integer)];
+    const std::uint32_t result = reader.readProc(&reader, sizeof(Integer), 1, bytes);
+    if (result == 1) {
+        Integer loaded = 0;
+        for (std::size_t i = 0; i < sizeof(Integer); ++i) loaded |= Integer(bytes[i]) << (8 * i);
+        value = loaded;
+    }
+    return result;
+}
+
+void closeReader(TNEFReader& reader) {
+    if (reader.closeProc != nullptr) reader.closeProc(&reader);
+}
+
+}  // namespace
+
+std::unique_ptr<TNEFDecoder> TNEFDecoder::init() {
+    return std::make_unique<TNEFDecoder>();
+}
+
+Dict TNEFDecoder::buildMAPIDictionary(const TNEFPropertyList& list) const {
+    return mapiDictionary(list, TNEF);
+}
+
+Dict TNEFDecoder::buildTNEFDictionary(const TNEFMessage& message) const {
+    Dict dictionary;
+    if (message.mapi.count > 0) {
+        for (auto& [key, value] : mapiDictionary(message.mapi, message)) dictionary.set(key, value);
+    }
+    Array attachmentList;
+    for (const auto& attachment : message.attachments) {
+        if (attachment->fileData.empty()) continue;
+        Dict item;
+        const std::size_t size = attachment->fileData.size();
+        item.set("size", Value(std::uint64_t(size)));
+        item.set("sizeString", BitWangers::formatSize(double(size)));
+        item.set("data", Value(attachment->fileData.data));
+        const std::vector<TNEFValue>* name = GetProperty(&attachment->mapi, kTagAttachLongFilename);
+        if (name == nullptr || name->empty()) name = GetProperty(&attachment->mapi, kTagDisplayName);
+        std::optional<std::string> text;
+        if (name != nullptr && !name->empty()) {
+            text = attachmentName(name->front().data);
+        } else {
+            text = attachmentName(attachment->title.data.view());
+        }
+        if (text) item.set("name", std::move(*text));
+        attachmentList.push_back(Value(std::move(item)));
+    }
+    if (!attachmentList.empty()) dictionary.set("AttachmentList", Value(std::move(attachmentList)));
+    return dictionary;
+}
+
+int TNEFDecoder::readTNEFData(TNEFMessage& message, ByteView& destination, std::uint32_t size,
+                              std::uint16_t* checksum) {
+    // The data stays in the source; handlers copy what they keep.
+    TNEFMemorySource& source = message.reader.source;
+    destination = {};
+    if (checksum != nullptr) *checksum = 0;
+    if (!fits(source.position, size, source.data.size())) return 0;
+    destination = source.data.subspan(source.position, size);
+    source.position += size;
+    if (checksum != nullptr) {
+        std::uint32_t sum = 0;
+        for (std::uint8_t byte : destination) sum += byte;
+        *checksum = static_cast<std::uint16_t>(sum);
+    }
+    return 0;
+}
+
+int TNEFDecoder::GetTNEFHeader(TNEFMessage& message, std::uint32_t& type, std::uint32_t& size) {
+    TNEFReader& reader = message.reader;
+    std::uint8_t level = 0;
+    // Only a result of zero counts as a failed read here; an overrun is not one.
+    if (readInteger(reader, level) == 0) return -1;
+    if (readInteger(reader, type) == 0) return -1;
+    if (readInteger(reader, size) == 0) return -1;
+    return 0;
+}
+
+int TNEFDecoder::parseTNEFData(TNEFMessage& message) {
+    TNEFReader& reader = message.reader;
+    if (reader.readProc == nullptr) return -1;
+    if (reader.initProc != nullptr && reader.initProc(&reader) != 0) return -1;
+
+    std::uint32_t signature = 0;
+    if (readInteger(reader, signature) != 1 || signature != kSignature) {
+        closeReader(reader);
+        return -1;
+    }
+    std::uint16_t key = 0;  // the legacy key: read, never checked
+    if (readInteger(reader, key) != 1) {
+        closeReader(reader);
+        return -1;
+    }
+
+    std::uint32_t type = 0;
+    std::uint32_t size = 0;
+    std::uint16_t storedChecksum = 0xCAFE;
+    for (;;) {
+        const std::size_t roundStart = reader.source.position;
+        if (GetTNEFHeader(message, type, size) != 0 || size == 0) {
+            // A zero-size attribute ends the stream as a success; what follows is ignored.
+            closeReader(reader);
+            return 0;
+        }
+        ByteView data;
+        std::uint16_t computedChecksum = 0;
+        if (readTNEFData(message, data, size, &computedChecksum) != 0) {
+            closeReader(reader);
+            return -1;
+        }
+        // As with the header, only a result below one item counts as failed.
+        if (readInteger(reader, storedChecksum) < 1) {
+            closeReader(reader);
+            return -1;
+        }
+        // At the end of the data every read fails unnoticed and the previous
+        // attribute's id, size and checksum stay in place; a round that read
+        // nothing at all would repeat forever, so it ends the stream here.
+        if (reader.source.position == roundStart) {
+            closeReader(reader);
+            return 0;
+        }
+        if (storedChecksum != computedChecksum) {
+            // Decoding stops at a damaged attribute; what came before is kept.
+            closeReader(reader);
+            return 0;
+        }
+        for (std::size_t row = 0; row < kTNEFHandlers.size(); ++row) {
+            if (kTNEFHandlers[row].id != type) continue;
+            if (kTNEFHandlers[row].handler(&message, row, data) < 0) {
+                closeReader(reader);
+                return -1;
+            }
+        }
+    }
+}
+
+int TNEFDecoder::parseMemory(ByteView bytes, TNEFMessage& message) {
+    message.reader = TNEFReader{};
+    message.reader.initProc = GetMemory;
+    message.reader.readProc = ReadMemory;
+    message.reader.source.data = bytes;
+    return parseTNEFData(message);
+}
+
+void TNEFDecoder::freeMapiProperties(TNEFPropertyList& list) {
+    tnefInitMapi(&list);
+}
+
+void TNEFDecoder::freeAttachment(TNEFAttachment& attachment) {
+    tnefInitAttachment(&attachment);
+}
+
+void TNEFDecoder::freeTNEFData(TNEFMessage& message) {
+    message.from = {};
+    message.subject = {};
+    message.body = {};
+    freeMapiProperties(message.mapi);
+    for (auto& attachment : message.attachments) freeAttachment(*attachment);
+    message.attachments.clear();
+    message.attachments.shrink_to_fit();
+}
+
+std::optional<Dict> TNEFDecoder::processTNEF(ByteView data) {
+    TNEF = TNEFMessage{};
+    if (parseMemory(data, TNEF) == -1) return std::nullopt;
+    Dict dictionary = buildTNEFDictionary(TNEF);
+    freeTNEFData(TNEF);
+    return dictionary;
+}
+
+}  // namespace qh

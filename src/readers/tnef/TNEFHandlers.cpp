@@ -1,0 +1,260 @@
+#include "readers/tnef/TNEFHandlers.h"
+
+#include <algorithm>
+#include <cstring>
+
+#include "readers/tnef/Attributes.h"
+#include "util/AddressLists.h"
+
+namespace qh {
+
+using namespace tnef;
+
+int GetMemory(TNEFReader* reader) {
+    reader->source.position = 0;
+    return 0;
+}
+
+std::uint32_t ReadMemory(TNEFReader* reader, std::uint32_t itemSize, std::uint32_t count, void* destination) {
+    TNEFMemorySource& source = reader->source;
+    const std::uint64_t length = std::uint64_t(itemSize) * count;
+    if (!fits(source.position, length, source.data.size())) return kTNEFReadOverrun;
+    if (length > 0) std::memcpy(destination, source.data.data() + source.position, length);
+    source.position += length;
+    return count;
+}
+
+const std::array<TNEFHandlerRow, 12> kTNEFHandlers = {{
+    {kAttFrom, "From", TNEFFromHandler},
+    {kAttSubject, "Subject", TNEFSubjectHandler},
+    {kAttDateSent, "Date Sent", TNEFDateHandler},
+    {kAttMessageClass, "Message Class", TNEFMessageClass},
+    {kAttBody, "Body", TNEFBody},
+    {kAttAttachData, "Attach Data", TNEFAttachmentSave},
+    {kAttAttachTitle, "Attach Title", TNEFAttachmentFilename},
+    {kAttAttachRendData, "Attachment Display info", TNEFRendData},
+    {kAttMsgProps, "MAPI Properties", TNEFMapiProperties},
+    {kAttAttachment, "Attachment", TNEFAttachmentMAPI},
+    {kAttDateStart, "Date Start", TNEFDateHandler},
+    {kAttDateEnd, "Date End", TNEFDateHandler},
+}};
+
+namespace {
+
+TNEFBuffer copyOf(ByteView data) {
+    return data.empty() ? TNEFBuffer{} : TNEFBuffer{Blob(data)};
+}
+
+}  // namespace
+
+int TNEFFromHandler(TNEFMessage* message, std::size_t, ByteView data) {
+    message->from = copyOf(data);
+    return 0;
+}
+
+int TNEFSubjectHandler(TNEFMessage* message, std::size_t, ByteView data) {
+    message->subject = copyOf(data);
+    return 0;
+}
+
+int TNEFDateHandler(TNEFMessage* message, std::size_t row, ByteView data) {
+    TNEFDate* target = nullptr;
+    switch (row < kTNEFHandlers.size() ? kTNEFHandlers[row].id : 0) {
+        case kAttDateStart: target = &message->dateStart; break;
+        case kAttDateEnd: target = &message->dateEnd; break;
+        case kAttDateSent: target = &message->dateSent; break;
+        case kAttDateReceived: target = &message->dateReceived; break;
+        case kAttAttachCreateDate: target = &message->lastAttachment().creationDate; break;
+        case kAttAttachModifyDate: target = &message->lastAttachment().modificationDate; break;
+        default: return -1;
+    }
+    // Seven words whatever the size says; words the data lacks read as zero.
+    ByteCursor cursor(data);
+    target->year = cursor.u16le();
+    target->month = cursor.u16le();
+    target->day = cursor.u16le();
+    target->hour = cursor.u16le();
+    target->minute = cursor.u16le();
+    target->second = cursor.u16le();
+    target->dayOfWeek = cursor.u16le();
+    return 0;
+}
+
+int TNEFMessageClass(TNEFMessage* message, std::size_t, ByteView data) {
+    message->messageClass.fill(0);
+    const std::size_t length = std::min(data.size(), message->messageClass.size());
+    std::copy_n(data.begin(), length, message->messageClass.begin());
+    return 0;
+}
+
+int TNEFBody(TNEFMessage* message, std::size_t, ByteView data) {
+    message->body = copyOf(data);
+    return 0;
+}
+
+int TNEFAttachmentSave(TNEFMessage* message, std::size_t, ByteView data) {
+    message->lastAttachment().fileData = copyOf(data);
+    return 0;
+}
+
+int TNEFAttachmentFilename(TNEFMessage* message, std::size_t, ByteView data) {
+    message->lastAttachment().title = copyOf(data);
+    return 0;
+}
+
+int TNEFRendData(TNEFMessage* message, std::size_t, ByteView) {
+    message->attachments.push_back(std::make_unique<TNEFAttachment>());
+    return 0;
+}
+
+int TNEFMapiProperties(TNEFMessage* message, std::size_t, ByteView data) {
+    return TNEFFillMapi(message, data, &message->mapi);
+}
+
+int TNEFAttachmentMAPI(TNEFMessage* message, std::size_t, ByteView data) {
+    return TNEFFillMapi(message, data, &message->lastAttachment().mapi);
+}
+
+namespace {
+
+// Reads one value of `type` at the cursor. The cursor's short flag tells the
+// caller that the value ran past the block.
+TNEFValue readValue(ByteCursor& cursor, std::uint16_t type, bool multiValued) {
+    TNEFValue value;
+    auto fixed = [&](std::size_t consumed, std::size_t stored) {
+        ByteView bytes = cursor.bytes(consumed);
+        if (bytes.empty()) return;
+        value.size = static_cast<std::uint32_t>(stored);
+        value.data.assign(bytes.begin(), bytes.begin() + stored);
+    };
+    switch (type) {
+        case kTypeShort:
+            fixed(4, 2);  // the 16-bit value, then two bytes of padding
+            break;
+        // Currency and application time are 8 bytes wide in MS-OXTNEF; they are
+        // read as 4 here and everything after them in the block shifts.
+        case kTypeLong:
+        case kTypeFloat:
+        case kTypeCurrency:
+        case kTypeAppTime:
+        case kTypeError:
+        case kTypeBoolean:
+            fixed(4, 4);
+            break;
+        case kTypeDouble:
+        case kTypeLongLong:
+        case kTypeSysTime:
+            fixed(8, 8);
+            break;
+        case kTypeObject:
+        case kTypeString8:
+        case kTypeUnicode:
+        case kTypeBinary: {
+            // A single value carries its own count of one before the length.
+            if (!multiValued) cursor.skip(4);
+            const std::uint32_t length = cursor.u32le();
+            ByteView bytes = cursor.bytes(length);
+            if (cursor.isShort()) return value;
+            value.size = length;
+            if (type == kTypeUnicode) {
+                std::string text = makeUTF8(bytes);
+                value.data.assign(text.begin(), text.end());
+            } else {
+                value.data.assign(bytes.begin(), bytes.end());
+            }
+            // Padding to the next multiple of four; the last value of a block
+            // may come without it.
+            const std::size_t padding = (4 - length % 4) % 4;
+            cursor.skip(std::min(padding, cursor.remaining()));
+            break;
+        }
+        default:
+            // Types without a row (0x0048 included) consume nothing: whatever
+            // follows is read as the next property.
+            break;
+    }
+    return value;
+}
+
+}  // namespace
+
+int TNEFFillMapi(TNEFMessage*, ByteView data, TNEFPropertyList* list) {
+    tnefInitMapi(list);
+    ByteCursor cursor(data);
+    const std::uint32_t count = cursor.u32le();
+    // Every property takes at least its 4-byte tag, so the block cannot hold
+    // more than this many; the count itself is not trusted for allocation.
+    list->properties.reserve(std::min<std::size_t>(count, cursor.remaining() / 4));
+
+    TNEFProperty* open = nullptr;  // a multi-valued property still taking values
+    bool openIsMultiValued = false;
+    for (std::uint32_t iteration = 0; iteration < count; ++iteration) {
+        const std::size_t start = cursor.position();
+        if (open == nullptr) {
+            TNEFProperty property;
+            property.tag = cursor.u32le();
+            if (propertyId(property.tag) >= kFirstNamedId) {
+                ByteView guid = cursor.bytes(16);
+                if (!guid.empty()) std::copy(guid.begin(), guid.end(), property.guid.begin());
+                const std::uint32_t kind = cursor.u32le();
+                if (kind != 0) {
+                    // Named by strings: they are counted, not consumed, so the
+                    // bytes after the kind are read as the property's values.
+                    property.nameCount = kind;
+                } else {
+                    property.tag = propertyTag(propertyType(property.tag), cursor.u32le());
+                }
+                property.custom = 1;
+            }
+            bool multiValued = false;
+            if (propertyType(property.tag) & kMultiValueFlag) {
+                property.tag &= ~std::uint32_t(kMultiValueFlag);
+                property.valueCount = cursor.u32le();
+                multiValued = true;
+            }
+            if (cursor.isShort()) break;
+            TNEFValue value = readValue(cursor, propertyType(property.tag), multiValued);
+            if (cursor.isShort()) break;
+            // Only the first slot is ever written; a count of 0 leaves none.
+            if (property.valueCount > 0) property.values.push_back(std::move(value));
+            list->properties.push_back(std::move(property));
+            open = &list->properties.back();
+            openIsMultiValued = multiValued;
+        } else {
+            // The value index never advances: each further value of a
+            // multi-valued property lands in the first slot again.
+            TNEFValue value = readValue(cursor, propertyType(open->tag), true);
+            if (cursor.isShort()) break;
+            if (!open->values.empty()) open->values.front() = std::move(value);
+        }
+        // A property is finished after the value at index count - 1; the index
+        // stays 0, so only a single value or a multi-value count of 1 finishes.
+        if (!openIsMultiValued || open->valueCount == 1) {
+            open = nullptr;
+        } else if (cursor.position() == start) {
+            break;  // nothing consumed: every further iteration would repeat this one
+        }
+    }
+    list->count = static_cast<std::uint32_t>(list->properties.size());
+    return 0;
+}
+
+const std::vector<TNEFValue>* GetProperty(const TNEFPropertyList* list, std::uint32_t tag) {
+    if (list == nullptr || list->count == 0) return nullptr;
+    for (const TNEFProperty& property : list->properties) {
+        if (property.tag == tag && property.custom == 0) return &property.values;
+    }
+    return nullptr;
+}
+
+void tnefInitMapi(TNEFPropertyList* list) {
+    list->count = 0;
+    list->properties.clear();
+    list->properties.shrink_to_fit();
+}
+
+void tnefInitAttachment(TNEFAttachment* attachment) {
+    *attachment = TNEFAttachment{};
+}
+
+}  // namespace qh
