@@ -2,6 +2,7 @@
 // The display date of an MSG submission identifier (property 0x0047).
 #include <optional>
 #include <string>
+#include <string_view>
 
 #include "core/Bytes.h"
 #include "core/Value.h"
@@ -13,5 +14,7 @@ namespace qh {
 std::optional<std::string> formatDateData(ByteView data);
 // None for anything but bytes (absent, the null marker, another kind).
 std::optional<std::string> formatDateData(const Value* data);
+// The same from the identifier as text, without the byte checks.
+std::optional<std::string> formatSubmissionIdentifierDate(std::string_view identifier);
 
 }  // namespace qh

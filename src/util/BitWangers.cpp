@@ -1,0 +1,50 @@
+#include "util/BitWangers.h"
+
+#include <cstdio>
+
+namespace qh {
+
+std::uint16_t BitWangers::readU16(const std::uint8_t* bytes) {
+    return std::uint16_t(bytes[0] | bytes[1] << 8);
+}
+
+std::uint32_t BitWangers::readU32(const std::uint8_t* bytes) {
+    return std::uint32_t(bytes[0]) | std::uint32_t(bytes[1]) << 8 | std::uint32_t(bytes[2]) << 16 |
+           std::uint32_t(bytes[3]) << 24;
+}
+
+std::uint16_t BitWangers::readU16(ByteView bytes, std::size_t offset) {
+    return fits(offset, 2, bytes.size()) ? readU16(bytes.data() + offset) : 0;
+}
+
+std::uint32_t BitWangers::readU32(ByteView bytes, std::size_t offset) {
+    return fits(offset, 4, bytes.size()) ? readU32(bytes.data() + offset) : 0;
+}
+
+std::int16_t BitWangers::ByteSwap16BitNumber(std::uint16_t value) {
+    return static_cast<std::int16_t>(std::uint16_t(value << 8 | value >> 8));
+}
+
+std::uint32_t BitWangers::ByteSwap32BitNumber(std::uint32_t value) {
+    return __builtin_bswap32(value);
+}
+
+std::uint64_t BitWangers::ByteSwap64BitNumber(std::uint64_t value) {
+    return __builtin_bswap64(value);
+}
+
+std::string BitWangers::formatSize(double size) {
+    static constexpr const char* kUnits[] = {"bytes", "KB", "MB", "GB", "TB"};
+    constexpr std::size_t kUnitCount = sizeof kUnits / sizeof kUnits[0];
+    std::size_t unit = 0;
+    while (size > 1024.0) {
+        size *= 0.0009765625;
+        // Nothing lies beyond terabytes; such a size has no text.
+        if (++unit >= kUnitCount) return {};
+    }
+    char text[64];
+    std::snprintf(text, sizeof text, "%4.2f %s", size, kUnits[unit]);
+    return text;
+}
+
+}  // namespace qh

@@ -1,0 +1,213 @@
+#include "util/WebWangers.h"
+
+#include <vector>
+
+#include "core/Regex.h"
+#include "core/TextEncoding.h"
+#include "util/DataWangers.h"
+
+namespace qh {
+
+namespace {
+
+int hexDigitValue(char16_t c) {
+    if (c >= '0' && c <= '9') return c - '0';
+    if (c >= 'a' && c <= 'f') return c - 'a' + 10;
+    if (c >= 'A' && c <= 'F') return c - 'A' + 10;
+    return -1;
+}
+
+bool isUpperHexDigit(char c) { return (c >= '0' && c <= '9') || (c >= 'A' && c <= 'F'); }
+
+std::string replaceAll(std::string_view text, std::string_view from, std::string_view to) {
+    std::string out;
+    out.reserve(text.size());
+    std::size_t position = 0;
+    for (std::size_t found = text.find(from); found != std::string_view::npos; found = text.find(from, position)) {
+        out.append(text.substr(position, found - position));
+        out.append(to);
+        position = found + from.size();
+    }
+    out.append(text.substr(position));
+    return out;
+}
+
+// Splits at every occurrence of `separator` (ASCII case-insensitive): the text
+// before the first one, then the text after each up to the next.
+std::vector<std::string_view> splitIgnoringCase(std::string_view text, std::string_view separator) {
+    std::vector<std::string_view> pieces;
+    std::size_t position = 0;
+    for (std::size_t found = TextEncoding::findIgnoringASCIICase(text, separator); found != std::string_view::npos;
+         found = TextEncoding::findIgnoringASCIICase(text, separator, position)) {
+        pieces.push_back(text.substr(position, found - position));
+        position = found + separator.size();
+    }
+    pieces.push_back(text.substr(position));
+    return pieces;
+}
+
+// A whitespace-skipping, case-insensitive scanner over the text, as the
+// Q-word decoder has always walked it.
+class Scanner {
+public:
+    explicit Scanner(std::string_view text) : text_(text) {}
+
+    bool scanString(std::string_view s) {
+        skipBlanks();
+        if (TextEncoding::findIgnoringASCIICase(text_.substr(position_, s.size()), s) != 0 ||
+            text_.size() - position_ < s.size())
+            return false;
+        position_ += s.size();
+        return true;
+    }
+    // The text up to `stop` (or the end); false when nothing was scanned.
+    bool scanUpToString(std::string_view stop, std::string_view& scanned) {
+        skipBlanks();
+        std::size_t found = TextEncoding::findIgnoringASCIICase(text_, stop, position_);
+        if (found == std::string_view::npos) found = text_.size();
+        if (found == position_) return false;
+        scanned = text_.substr(position_, found - position_);
+        position_ = found;
+        return true;
+    }
+    bool atEnd() const { return position_ >= text_.size(); }
+
+private:
+    void skipBlanks() {
+        while (position_ < text_.size()) {
+            char c = text_[position_];
+            if (c != ' ' && c != '\t' && c != '\n' && c != '\r' && c != '\f' && c != '\v') break;
+            ++position_;
+        }
+    }
+    std::string_view text_;
+    std::size_t position_ = 0;
+};
+
+// The published RFC 5322 address expression, kept as it stands (its
+// general-literal class overlaps itself: \x21-\x5a and \x53-\x7f).
+constexpr std::string_view kEmailPattern =
+    "(?:[a-z0-9!#$%&'*+/=?^_`{|}~-]+(?:\\.[a-z0-9!#$%&'*+/=?^_`{|}~-]+)*|\"(?:[\\x01-\\x08\\x0b\\x0c\\x0e-\\x1f\\x21"
+    "\\x23-\\x5b\\x5d-\\x7f]|\\\\[\\x01-\\x09\\x0b\\x0c\\x0e-\\x7f])*\")@(?:(?:[a-z0-9](?:[a-z0-9-]*[a-z0-9])?\\.)+"
+    "[a-z0-9](?:[a-z0-9-]*[a-z0-9])?|\\[(?:(?:25[0-5]|2[0-4][0-9]|[01]?[0-9][0-9]?)\\.){3}(?:25[0-5]|2[0-4][0-9]|"
+    "[01]?[0-9][0-9]?|[a-z0-9-]*[a-z0-9]:(?:[\\x01-\\x08\\x0b\\x0c\\x0e-\\x1f\\x21-\\x5a\\x53-\\x7f]|\\\\[\\x01-"
+    "\\x09\\x0b\\x0c\\x0e-\\x7f])+)\\])";
+
+}  // namespace
+
+std::string WebWangers::decodeQuotedPrintableString(std::string_view text, std::string_view encoding) {
+    if (encoding != "quoted-printable") return TextEncoding::trimWhitespaceAndNewlines(text);
+    // Soft breaks: the callers hand over text whose line ends are LF already.
+    std::string work = replaceAll(text, "=\n", "");
+    // Upper-case escapes =01 to =FE become percent escapes (=00 and =FF, and
+    // lower-case escapes, stay as they are). Escapes cannot overlap, so one
+    // pass does what replacing them code by code would.
+    for (std::size_t i = 0; i + 2 < work.size(); ++i) {
+        if (work[i] != '=' || !isUpperHexDigit(work[i + 1]) || !isUpperHexDigit(work[i + 2])) continue;
+        int code = hexDigitValue(work[i + 1]) << 4 | hexDigitValue(work[i + 2]);
+        if (code >= 1 && code <= 254) work[i] = '%';
+    }
+    std::optional<std::string> decoded = TextEncoding::removePercentEncoding(work);
+    if (!decoded) decoded = decodedQuotedPrintable(text);
+    return TextEncoding::trimWhitespaceAndNewlines(*decoded);
+}
+
+std::string WebWangers::decodedQuotedPrintable(std::string_view text) {
+    std::string joined = replaceAll(replaceAll(text, "=\r\n", ""), "=\n", "");
+    const std::u16string units = TextEncoding::toUTF16(joined);
+    const std::size_t length = units.size();
+    std::u16string out;
+    out.reserve(length);
+    // The first character is never an escape's start.
+    std::size_t next = 0;
+    if (length > 0) out.push_back(units[next++]);
+    while (next < length) {
+        std::size_t equals = units.find(u'=', next);
+        // An escape within the last four characters stays as it is. Each
+        // decoded escape shortens the text by two, and so does the position of
+        // every later "=": the test reads the same on the original positions.
+        if (equals == std::u16string::npos || equals + 5 > length) break;
+        out.append(units, next, equals - next);
+        unsigned code = 0;
+        for (std::size_t k = equals + 1; k < equals + 3; ++k) {
+            int digit = hexDigitValue(units[k]);
+            if (digit < 0) break;
+            code = code << 4 | unsigned(digit);
+        }
+        out.push_back(char16_t(code));
+        next = equals + 3;
+    }
+    out.append(units, next, std::u16string::npos);
+    return TextEncoding::fromUTF16(out);
+}
+
+std::string WebWangers::createQuotedPrintableFromString(std::string_view text) {
+    static constexpr char kHex[] = "0123456789ABCDEF";
+    std::string out;
+    out.reserve(text.size() + text.size() / 4);
+    for (char c : text) {
+        auto byte = static_cast<unsigned char>(c);
+        if ((byte >= 32 && byte <= 126) || byte == 10) {
+            out += c;
+        } else {
+            out += '=';
+            out += kHex[byte >> 4];
+            out += kHex[byte & 15];
+        }
+    }
+    return out;
+}
+
+std::string WebWangers::decodeUTF8B(std::string_view text) {
+    std::string out;
+    out.reserve(text.size());
+    std::int32_t counter = 0;
+    // The first piece is read like the others: a "?=" in plain text ends an
+    // encoded word even where no marker came before it.
+    for (std::string_view piece : splitIgnoringCase(text, "=?UTF-8?B?")) {
+        std::size_t end = piece.find("?=");
+        if (end == std::string_view::npos) {
+            out.append(piece);
+            continue;
+        }
+        std::optional<Bytes> bytes = DataWangers::b64DecodeDataString(piece.substr(0, end));
+        std::optional<std::string> word =
+            bytes ? DataWangers::getStringFromData(*bytes, StringEncoding::UTF8, "decodeUTF8B", counter) : std::nullopt;
+        if (word) out.append(*word);
+        out.append(piece.substr(end + 2));
+        ++counter;
+    }
+    return out;
+}
+
+std::string WebWangers::decodeUTF8Q(std::string_view text) {
+    constexpr std::string_view kMarker = "=?UTF-8?Q?";
+    std::string out;
+    Scanner scanner(text);
+    while (true) {
+        if (!scanner.scanString(kMarker)) {
+            std::string_view before;
+            if (!scanner.scanUpToString(kMarker, before) || scanner.atEnd()) break;
+            out.append(before);
+            scanner.scanString(kMarker);
+        }
+        std::string_view word;
+        if (!scanner.scanUpToString("?=", word)) break;
+        scanner.scanString("?=");
+        std::string escaped = replaceAll(replaceAll(replaceAll(word, "%", "=25"), "=", "%"), "_", " ");
+        // A word whose escapes do not decode adds nothing.
+        if (auto decoded = TextEncoding::removePercentEncoding(escaped)) out.append(*decoded);
+    }
+    return out;
+}
+
+std::optional<std::string> WebWangers::removePercentEncodingFromString(std::string_view text, const void*) {
+    return TextEncoding::removePercentEncoding(text);
+}
+
+bool WebWangers::validateEmailAddress(std::string_view text) {
+    static const std::optional<Regex> pattern = Regex::compile(kEmailPattern, Regex::CaseInsensitive);
+    return pattern && pattern->matchesWhole(text);
+}
+
+}  // namespace qh
