@@ -1,0 +1,37 @@
+#!/usr/bin/env bash
+# `quillhaven convert` beside msgconvert (libemail-outlook-message-perl) over
+# every corpus .msg, one process per file for both, in one run; reports the
+# whole-process times and their ratio.
+# Usage: bench/convert_vs_msgconvert.sh [path/to/quillhaven]   (corpus: $QH_CORPUS or ../shared/corpus)
+set -euo pipefail
+root="$(cd "$(dirname "$0")/.." && pwd)"
+qh="${1:-$root/build/quillhaven}"
+corpus="${QH_CORPUS:-$root/../shared/corpus}"
+[ -x "$qh" ] || { echo "no quillhaven at $qh: build it, or pass its path" >&2; exit 2; }
+command -v msgconvert >/dev/null || { echo "msgconvert is not installed (libemail-outlook-message-perl)" >&2; exit 2; }
+mapfile -t files < <(find "$corpus/msg" -maxdepth 1 -type f -name '*.msg' | sort)
+[ "${#files[@]}" -gt 0 ] || { echo "no .msg files under $corpus/msg" >&2; exit 2; }
+work="$(mktemp -d)"
+trap 'rm -rf "$work"' EXIT
+
+bytes=$(cat "${files[@]}" | wc -c)
+qh_fail=0 mc_fail=0
+
+start=$EPOCHREALTIME
+for f in "${files[@]}"; do
+  "$qh" convert -o "$work/q.eml" "$f" 2>/dev/null || qh_fail=$((qh_fail + 1))
+done
+qh_time=$(awk -v a="$start" -v b="$EPOCHREALTIME" 'BEGIN { print b - a }')
+
+start=$EPOCHREALTIME
+for f in "${files[@]}"; do
+  msgconvert --outfile "$work/m.eml" "$f" >/dev/null 2>&1 || mc_fail=$((mc_fail + 1))
+done
+mc_time=$(awk -v a="$start" -v b="$EPOCHREALTIME" 'BEGIN { print b - a }')
+
+awk -v n="${#files[@]}" -v bytes="$bytes" -v qt="$qh_time" -v mt="$mc_time" -v qf="$qh_fail" -v mf="$mc_fail" 'BEGIN {
+  printf "convert vs msgconvert: %d .msg files, %.1f MB, one process per file\n", n, bytes / 1e6
+  printf "  quillhaven convert  %8.3f s  %7.2f ms/file  (%d without a message)\n", qt, qt * 1000 / n, qf
+  printf "  msgconvert          %8.3f s  %7.2f ms/file  (%d failed)\n", mt, mt * 1000 / n, mf
+  printf "  ratio (msgconvert / quillhaven): %.1fx   (aim: > 50x)\n", mt / qt
+}'

@@ -1,0 +1,47 @@
+#!/usr/bin/env bash
+# `quillhaven attachments` over the corpus TNEF files beside the `tnef`
+# program (package tnef) extracting the same files, one process per file for
+# both, each file ROUNDS times, in one run; reports whole-process times and
+# their ratio.
+# Usage: bench/tnef_vs_tnef.sh [path/to/quillhaven]   (corpus: $QH_CORPUS or ../shared/corpus)
+set -euo pipefail
+root="$(cd "$(dirname "$0")/.." && pwd)"
+qh="${1:-$root/build/quillhaven}"
+corpus="${QH_CORPUS:-$root/../shared/corpus}"
+rounds="${QH_ROUNDS:-10}"
+[ -x "$qh" ] || { echo "no quillhaven at $qh: build it, or pass its path" >&2; exit 2; }
+command -v tnef >/dev/null || { echo "tnef is not installed (package tnef)" >&2; exit 2; }
+mapfile -t files < <(find "$corpus/tnef" -maxdepth 1 -type f \( -name '*.tnef' -o -name '*.dat' \) | sort)
+[ "${#files[@]}" -gt 0 ] || { echo "no TNEF files under $corpus/tnef" >&2; exit 2; }
+work="$(mktemp -d)"
+trap 'rm -rf "$work"' EXIT
+bytes=$(cat "${files[@]}" | wc -c)
+qh_fail=0 tn_fail=0
+# A fresh folder per run, made before the clocks start, so that only the extractors are timed.
+for r in $(seq 1 "$rounds"); do
+  for i in "${!files[@]}"; do mkdir -p "$work/q/$r-$i" "$work/t/$r-$i"; done
+done
+
+start=$EPOCHREALTIME
+for r in $(seq 1 "$rounds"); do
+  for i in "${!files[@]}"; do
+    "$qh" attachments -d "$work/q/$r-$i" "${files[$i]}" >/dev/null 2>&1 || qh_fail=$((qh_fail + 1))
+  done
+done
+qh_time=$(awk -v a="$start" -v b="$EPOCHREALTIME" 'BEGIN { print b - a }')
+
+start=$EPOCHREALTIME
+for r in $(seq 1 "$rounds"); do
+  for i in "${!files[@]}"; do
+    tnef --overwrite -C "$work/t/$r-$i" -f "${files[$i]}" >/dev/null 2>&1 || tn_fail=$((tn_fail + 1))
+  done
+done
+tn_time=$(awk -v a="$start" -v b="$EPOCHREALTIME" 'BEGIN { print b - a }')
+
+awk -v n="${#files[@]}" -v r="$rounds" -v bytes="$bytes" -v qt="$qh_time" -v tt="$tn_time" -v qf="$qh_fail" -v tf="$tn_fail" 'BEGIN {
+  runs = n * r
+  printf "attachments vs tnef: %d TNEF files, %.2f MB, each extracted %d times, one process per file\n", n, bytes / 1e6, r
+  printf "  quillhaven attachments  %7.3f s  %6.2f ms/file  (%d failed runs)\n", qt, qt * 1000 / runs, qf
+  printf "  tnef                    %7.3f s  %6.2f ms/file  (%d failed runs)\n", tt, tt * 1000 / runs, tf
+  printf "  ratio (tnef / quillhaven): %.2fx\n", tt / qt
+}'
