@@ -1,0 +1,420 @@
+#include "readers/mime/MIMEReader.h"
+
+#include <algorithm>
+#include <cstring>
+
+#include <unicode/utf8.h>
+
+#include "core/Log.h"
+#include "core/TextEncoding.h"
+#include "readers/mime/MIMEText.h"
+#include "util/AddressLists.h"
+#include "util/WindowsCodePageWangers.h"
+
+namespace qh {
+
+// Limits that keep a hostile message from making the parser run long or hold
+// much more than the message. An ordinary message never reaches any of them:
+// its parts are expanded a handful of times and its texts are kept about twice.
+struct MIMEReader::Budget {
+    std::uint64_t scanLeft = 0;   // bytes the nested-part expansions may still walk
+    std::uint64_t storeLeft = 0;  // bytes of header and body text the records may still keep
+    bool depthLogged = false;
+    bool scanLogged = false;
+    bool storeLogged = false;
+    bool partsLogged = false;
+
+    bool store(std::size_t size) {
+        if (size <= storeLeft) {
+            storeLeft -= size;
+            return true;
+        }
+        if (!storeLogged) {
+            storeLogged = true;
+            Log::line("MIME Reader - message text beyond the reader's limit dropped");
+        }
+        return false;
+    }
+};
+
+namespace {
+
+constexpr std::uint64_t kScanFactor = 32;
+constexpr std::uint64_t kScanAllowance = 4u << 20;
+constexpr std::uint64_t kStoreFactor = 4;
+constexpr std::uint64_t kStoreAllowance = 1u << 20;
+
+// The message as text: UTF-8 checked, every CR LF turned into LF and every
+// other line-break character (lone CR, VT, FF, NEL, U+2028, U+2029) into LF,
+// so that the lines are exactly the LF-separated runs. None when the bytes
+// are not UTF-8.
+std::optional<std::string> canonicalText(ByteView data) {
+    std::string out;
+    out.reserve(data.size());
+    const std::uint8_t* bytes = data.data();
+    const std::int64_t size = static_cast<std::int64_t>(data.size());
+    std::int64_t i = 0, runStart = 0;
+    auto breakLine = [&](std::int64_t at, std::int64_t next) {
+        out.append(reinterpret_cast<const char*>(bytes) + runStart, static_cast<std::size_t>(at - runStart));
+        out.push_back('\n');
+        i = next;
+        runStart = next;
+    };
+    while (i < size) {
+        std::uint8_t b = bytes[i];
+        if (b < 0x80) {
+            if (b == '\r') {
+                breakLine(i, (i + 1 < size && bytes[i + 1] == '\n') ? i + 2 : i + 1);
+            } else if (b == 0x0B || b == 0x0C) {
+                breakLine(i, i + 1);
+            } else {
+                ++i;
+            }
+            continue;
+        }
+        std::int64_t at = i;
+        UChar32 c;
+        U8_NEXT(bytes, i, size, c);
+        if (c < 0) return std::nullopt;
+        if (c == 0x85 || c == 0x2028 || c == 0x2029) breakLine(at, i);
+    }
+    out.append(reinterpret_cast<const char*>(bytes) + runStart, static_cast<std::size_t>(size - runStart));
+    return out;
+}
+
+// Walks the LF-separated lines of a text forwards, by index.
+class LineCursor {
+public:
+    explicit LineCursor(std::string_view text) : text_(text) {
+        count_ = static_cast<std::int64_t>(std::count(text.begin(), text.end(), '\n')) + 1;
+    }
+    std::int64_t count() const { return count_; }
+    // The line at `index` (never before the last one asked for, and below count()).
+    std::string_view line(std::int64_t index) {
+        while (index_ < index) {
+            std::size_t lf = text_.find('\n', offset_);
+            offset_ = lf == std::string_view::npos ? text_.size() : lf + 1;
+            ++index_;
+        }
+        std::size_t lf = text_.find('\n', offset_);
+        std::size_t end = lf == std::string_view::npos ? text_.size() : lf;
+        return text_.substr(offset_, end - offset_);
+    }
+
+private:
+    std::string_view text_;
+    std::int64_t count_ = 0;
+    std::int64_t index_ = 0;
+    std::size_t offset_ = 0;
+};
+
+std::size_t recordTextSize(const Value& record) {
+    std::size_t size = 0;
+    if (const Dict* dict = record.dict()) {
+        for (const auto& [key, value] : *dict) {
+            if (const std::string* text = value.string()) size += text->size();
+        }
+    }
+    return size;
+}
+
+}  // namespace
+
+// The state of one part while its lines are read.
+struct MIMEReader::Part {
+    Dict record;
+    Dict parameters;
+    std::string boundary;  // the delimiter line, "--" and the boundary value; "" when none
+    bool hasBoundary = false;
+    std::optional<std::string> name;  // the pending header, as written
+    // The current value and the content text start as one text object: a
+    // continuation line read before any header lands in the content, and every
+    // header handled hands both a fresh empty text.
+    std::string value;
+    std::string content;
+    bool valueIsContent = true;
+    std::string uaContent;
+
+    std::string& currentValue() { return valueIsContent ? content : value; }
+
+    void handleHeader();
+};
+
+void MIMEReader::Part::handleHeader() {
+    if (name) {
+        const std::string& header = *name;
+        std::string text = std::move(currentValue());
+        if (MIMEText::equalsASCIIIgnoringCase(header, "content-type")) {
+            parameters = setContentParameters(text);
+            const std::string* delimiter = parameters.findString("boundary");
+            hasBoundary = delimiter != nullptr;
+            boundary = delimiter ? *delimiter : std::string();
+            std::string_view mediaType = MIMEText::firstPiece(text, ";");
+            record.set("contentType", MIMEText::lowercase(MIMEText::trim(MIMEText::firstPiece(mediaType, "/"))));
+            std::string_view subtype;
+            if (MIMEText::secondPiece(mediaType, "/", subtype)) {
+                record.set("contentFormat", MIMEText::lowercase(MIMEText::trim(subtype)));
+            }
+            // Only the first parameter is looked at: for text it is the charset,
+            // for a multipart usually the boundary, for an attachment its name.
+            std::string_view parameter;
+            if (MIMEText::secondPiece(text, ";", parameter)) {
+                record.set("metaType", MIMEText::lowercase(MIMEText::trim(MIMEText::firstPiece(parameter, "="))));
+                std::string_view parameterValue;
+                if (MIMEText::secondPiece(parameter, "=", parameterValue)) {
+                    record.set("metaData",
+                               MIMEText::removeAll(MIMEText::lowercase(MIMEText::trim(parameterValue)), '"'));
+                }
+            }
+        } else if (header == "From" || header == "To" || header == "CC" || header == "BCC") {
+            record.set(header, processEmailAddresses(text));
+        } else if (MIMEText::equalsASCIIIgnoringCase(header, "content-transfer-encoding")) {
+            std::string lower = MIMEText::lowercase(text);
+            const char* kind = "text";
+            if (lower.find("base64") != std::string::npos) {
+                kind = "base64";
+            } else if (lower.find("quoted-printable") != std::string::npos) {
+                kind = "quoted-printable";
+            }
+            record.set("encodingType", kind);
+        } else if (MIMEText::equalsASCIIIgnoringCase(header, "content-description")) {
+            // A name from the description is only a fallback. It is lower-cased
+            // before the encoded words are decoded, so base64 words in it come
+            // out wrong; names in the wild were taken as they come out here.
+            if (!record.contains("fileName")) {
+                std::string lowered = MIMEText::removeAll(MIMEText::lowercase(MIMEText::trim(text)), '"');
+                std::string decoded = WindowsCodePageWangers::decodeCP1255B(lowered);
+                if (!decoded.empty()) {
+                    record.set("fileName", std::move(decoded));
+                } else if (const std::string* format = record.findString("contentFormat")) {
+                    record.set("fileName", "UndecodableFilename." + *format);
+                } else {
+                    record.set("fileName", "UndecodableFilename");
+                }
+            }
+        } else if (MIMEText::equalsASCIIIgnoringCase(header, "content-disposition")) {
+            // Everything after "filename=" is the name, parameters after it
+            // included; the RFC 2231 form (filename*=) is not recognised here.
+            std::string lowered = MIMEText::removeAll(MIMEText::lowercase(MIMEText::trim(text)), '"');
+            std::size_t at = lowered.find("filename=");
+            if (at != std::string::npos) record.set("fileName", lowered.substr(at + 9));
+        } else if (MIMEText::equalsASCIIIgnoringCase(header, "content-id")) {
+            std::string lowered = MIMEText::lowercase(MIMEText::trim(text));
+            record.set("Content-Id", MIMEText::removeAll(MIMEText::removeAll(lowered, '<'), '>'));
+        } else {
+            record.set(header, std::move(text));
+        }
+    }
+    name.reset();
+    value.clear();
+    content.clear();
+    valueIsContent = true;
+}
+
+std::unique_ptr<MIMEReader> MIMEReader::initWithData(ByteView data) {
+    if (data.empty()) return nullptr;
+    auto reader = std::make_unique<MIMEReader>();
+    reader->globalContentArray_.clear();
+    if (auto record = reader->readMIMEMail(data)) reader->mimeContentDictionary_ = std::move(*record);
+    return reader;
+}
+
+void MIMEReader::startBudget(std::size_t inputSize) {
+    budget_ = std::make_shared<Budget>();
+    budget_->scanLeft = kScanFactor * inputSize + kScanAllowance;
+    budget_->storeLeft = kStoreFactor * inputSize + kStoreAllowance;
+}
+
+std::optional<Dict> MIMEReader::readMIMEMail(ByteView data) {
+    std::optional<std::string> text = canonicalText(data);
+    if (!text) {
+        // Not UTF-8; the ASCII reading only differs where the platform's
+        // ASCII conversion accepts what UTF-8 does not.
+        std::optional<std::string> ascii = TextEncoding::decode(data, StringEncoding::ASCII);
+        if (!ascii) return std::nullopt;
+        text = canonicalText(asBytes(*ascii));
+        if (!text) return std::nullopt;
+    }
+    startBudget(text->size());
+    std::int64_t lineIndex = 0;
+    Dict record = interpretPart(*text, std::nullopt, lineIndex, 0);
+    if (!globalContentArray_.empty()) record.set("MailContent", globalContentArray_);
+    return record;
+}
+
+Dict MIMEReader::interpretMIME(const std::vector<std::string>& lines, std::optional<std::string_view> endLine,
+                               std::int32_t& lineIndex) {
+    // The lines as one LF-joined text: the nested-part split works on that text.
+    std::size_t size = lines.empty() ? 0 : lines.size() - 1;
+    for (const std::string& line : lines) size += line.size();
+    std::string joined;
+    joined.reserve(size);
+    for (std::size_t i = 0; i < lines.size(); ++i) {
+        if (i) joined.push_back('\n');
+        joined.append(lines[i]);
+    }
+    if (!budget_) startBudget(joined.size());
+    std::int64_t index = lineIndex;
+    Dict record = interpretPart(joined, endLine, index, 0);
+    lineIndex = static_cast<std::int32_t>(std::clamp<std::int64_t>(index, INT32_MIN, INT32_MAX));
+    return record;
+}
+
+Dict MIMEReader::setContentParameters(std::string_view contentType) {
+    Dict parameters;
+    for (std::string_view piece : MIMEText::split(contentType, ";")) {
+        std::size_t equals = piece.find('=');
+        if (equals != std::string_view::npos) {
+            std::string_view name = MIMEText::trim(piece.substr(0, equals));
+            if (MIMEText::lowercase(name) == "boundary") {
+                std::string value = MIMEText::removeAll(piece.substr(equals + 1), '"');
+                parameters.set("boundary", "--" + std::string(MIMEText::trim(value)));
+                continue;
+            }
+        }
+        parameters.set("type", std::string(piece));
+    }
+    return parameters;
+}
+
+Dict MIMEReader::interpretPart(std::string_view text, std::optional<std::string_view> endLine,
+                               std::int64_t& lineIndex, int depth) {
+    Budget& budget = *budget_;
+    Part part;
+    bool headersDone = false;
+    LineCursor lines(text);
+    const std::int64_t lastLine = lines.count() - 1;
+
+    // One expansion per distinct delimiter: a delimiter line met again (the
+    // line index after the nested parts lags one line per part behind the
+    // text) appends the same records once more, copied from the first time.
+    struct Expansion {
+        std::string delimiter;
+        std::size_t first = 0, last = 0;  // the records it appended
+        std::int64_t linesRead = 0;       // the sum of the inner line indexes
+    };
+    std::vector<Expansion> expansions;
+
+    auto appendRecord = [&](Value record) -> bool {
+        if (globalContentArray_.size() >= kMaxParts) {
+            if (!budget.partsLogged) {
+                budget.partsLogged = true;
+                Log::line("MIME Reader - too many parts, the rest left out");
+            }
+            return false;
+        }
+        globalContentArray_.push_back(std::move(record));
+        return true;
+    };
+
+    // Nested parts: the whole text of this part split at the delimiter; the
+    // first piece (this part's own headers and preamble) skipped; every other
+    // piece, the one after the closing delimiter too, read as a part.
+    auto expand = [&](std::string_view delimiter) -> std::optional<std::int64_t> {
+        for (const Expansion& done : expansions) {
+            if (done.delimiter != delimiter) continue;
+            for (std::size_t i = done.first; i < done.last; ++i) {
+                if (!budget.store(recordTextSize(globalContentArray_[i]))) break;
+                Value copy = globalContentArray_[i];
+                if (!appendRecord(std::move(copy))) break;
+            }
+            return done.linesRead;
+        }
+        if (depth >= kMaxPartDepth) {
+            if (!budget.depthLogged) {
+                budget.depthLogged = true;
+                Log::line("MIME Reader - parts nested too deeply, the deepest read as text");
+            }
+            return std::nullopt;
+        }
+        // The split walks the text once and the pieces walk it once more.
+        std::uint64_t cost = 2 * static_cast<std::uint64_t>(text.size()) + 1;
+        if (cost > budget.scanLeft) {
+            if (!budget.scanLogged) {
+                budget.scanLogged = true;
+                Log::line("MIME Reader - message too complex, nested parts read as text");
+            }
+            return std::nullopt;
+        }
+        budget.scanLeft -= cost;
+        Expansion expansion{std::string(delimiter), globalContentArray_.size(), 0, 0};
+        std::size_t at = MIMEText::find(text, delimiter);
+        while (at != std::string_view::npos) {
+            std::size_t pieceStart = at + delimiter.size();
+            std::size_t next = MIMEText::find(text, delimiter, pieceStart);
+            std::size_t pieceEnd = next == std::string_view::npos ? text.size() : next;
+            std::int64_t innerIndex = 0;
+            Dict record = interpretPart(text.substr(pieceStart, pieceEnd - pieceStart), std::nullopt, innerIndex,
+                                        depth + 1);
+            // An attached message keeps its blank lines.
+            const std::string* fileName = record.findString("fileName");
+            if (fileName && !fileName->empty() &&
+                MIMEText::lowercase(MIMEText::pathExtension(*fileName)) == "eml") {
+                if (const std::string* whole = record.findString("uaContent")) {
+                    record.set("content", std::string(MIMEText::trim(*whole)));
+                }
+            }
+            appendRecord(Value(std::move(record)));
+            expansion.linesRead += innerIndex;
+            at = next;
+        }
+        expansion.last = globalContentArray_.size();
+        std::int64_t linesRead = expansion.linesRead;
+        expansions.push_back(std::move(expansion));
+        return linesRead;
+    };
+
+    auto appendLine = [&](std::string& target, std::string_view line) {
+        if (!budget.store(line.size() + 1)) return;
+        target.push_back('\n');
+        target.append(line);
+    };
+
+    // The line at the index passed in is never read (for the message its first
+    // line, for a nested part the rest of its delimiter line), nor is the last
+    // line of the text.
+    std::int64_t index = lineIndex + 1;
+    while (index < lastLine) {
+        std::string_view line = lines.line(index);
+        if (endLine && line == *endLine) break;
+        if (line.empty()) {
+            if (!headersDone) {
+                part.handleHeader();
+                headersDone = true;
+            }
+            if (budget.store(1)) part.uaContent.push_back('\n');
+        } else if (std::optional<std::int64_t> linesRead;
+                   part.hasBoundary && line == part.boundary && (linesRead = expand(part.boundary))) {
+            index += *linesRead;
+            // Lines after the nested parts are read as header lines again.
+            headersDone = false;
+        } else if (headersDone) {
+            appendLine(part.content, line);
+            appendLine(part.uaContent, line);
+        } else if (line.front() == ' ' || line.front() == '\t') {
+            // A folded header: the continuation is appended as it stands.
+            if (budget.store(line.size())) part.currentValue().append(line);
+        } else {
+            if (part.name) part.handleHeader();
+            std::size_t colon = line.find(':');
+            if (colon != std::string_view::npos) {
+                std::string_view value = MIMEText::trim(line.substr(colon + 1));
+                if (budget.store(colon + value.size())) {
+                    part.name = std::string(line.substr(0, colon));
+                    part.value.assign(value);
+                    part.valueIsContent = false;
+                }
+            }
+        }
+        ++index;
+    }
+    // A header still pending here, with no empty line after it, is never handled.
+    if (!part.content.empty()) {
+        part.record.set("content", std::move(part.content));
+        part.record.set("uaContent", std::move(part.uaContent));
+    }
+    lineIndex = index - 1;
+    return std::move(part.record);
+}
+
+}  // namespace qh

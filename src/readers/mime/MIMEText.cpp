@@ -1,0 +1,141 @@
+#include "readers/mime/MIMEText.h"
+
+#include <cstring>
+
+#include "core/TextEncoding.h"
+
+namespace qh {
+
+namespace {
+bool isASCII(std::string_view text) {
+    for (unsigned char c : text) {
+        if (c >= 0x80) return false;
+    }
+    return true;
+}
+bool isASCIISpace(unsigned char c) {
+    return c == ' ' || (c >= 0x09 && c <= 0x0D);
+}
+}  // namespace
+
+std::string MIMEText::lowercase(std::string_view text) {
+    if (!isASCII(text)) return TextEncoding::lowercase(text);
+    std::string out(text);
+    for (char& c : out) {
+        if (c >= 'A' && c <= 'Z') c = static_cast<char>(c - 'A' + 'a');
+    }
+    return out;
+}
+
+std::string_view MIMEText::trim(std::string_view text) {
+    // Plain ASCII ends are by far the common case; anything else goes to ICU.
+    std::size_t begin = 0, end = text.size();
+    while (begin < end && isASCIISpace(static_cast<unsigned char>(text[begin]))) ++begin;
+    while (end > begin && isASCIISpace(static_cast<unsigned char>(text[end - 1]))) --end;
+    std::string_view inner = text.substr(begin, end - begin);
+    if (inner.empty()) return inner;
+    if (static_cast<unsigned char>(inner.front()) < 0x80 && static_cast<unsigned char>(inner.back()) < 0x80) {
+        return inner;
+    }
+    std::string trimmed = TextEncoding::trimWhitespaceAndNewlines(inner);
+    // Trimming only removes from the ends: find the kept run inside `inner`.
+    if (trimmed.empty()) return inner.substr(0, 0);
+    std::size_t at = inner.find(trimmed);
+    if (at == std::string_view::npos) return inner;
+    return inner.substr(at, trimmed.size());
+}
+
+std::string MIMEText::removeAll(std::string_view text, char c) {
+    std::string out;
+    out.reserve(text.size());
+    std::size_t start = 0;
+    while (start <= text.size()) {
+        std::size_t at = text.find(c, start);
+        if (at == std::string_view::npos) {
+            out.append(text.substr(start));
+            break;
+        }
+        out.append(text.substr(start, at - start));
+        start = at + 1;
+    }
+    return out;
+}
+
+std::string MIMEText::replaceAll(std::string_view text, std::string_view from, std::string_view to) {
+    if (from.empty()) return std::string(text);
+    std::string out;
+    std::size_t start = 0;
+    while (true) {
+        std::size_t at = find(text, from, start);
+        if (at == std::string_view::npos) break;
+        if (out.empty()) out.reserve(text.size());
+        out.append(text.substr(start, at - start));
+        out.append(to);
+        start = at + from.size();
+    }
+    if (start == 0) return std::string(text);
+    out.append(text.substr(start));
+    return out;
+}
+
+std::vector<std::string_view> MIMEText::split(std::string_view text, std::string_view separator) {
+    std::vector<std::string_view> pieces;
+    if (separator.empty()) {
+        pieces.push_back(text);
+        return pieces;
+    }
+    std::size_t start = 0;
+    while (true) {
+        std::size_t at = find(text, separator, start);
+        if (at == std::string_view::npos) break;
+        pieces.push_back(text.substr(start, at - start));
+        start = at + separator.size();
+    }
+    pieces.push_back(text.substr(start));
+    return pieces;
+}
+
+std::string_view MIMEText::firstPiece(std::string_view text, std::string_view separator) {
+    std::size_t at = find(text, separator);
+    return at == std::string_view::npos ? text : text.substr(0, at);
+}
+
+bool MIMEText::secondPiece(std::string_view text, std::string_view separator, std::string_view& piece) {
+    std::size_t at = find(text, separator);
+    if (at == std::string_view::npos) return false;
+    std::string_view rest = text.substr(at + separator.size());
+    piece = firstPiece(rest, separator);
+    return true;
+}
+
+bool MIMEText::equalsASCIIIgnoringCase(std::string_view a, std::string_view b) {
+    if (a.size() != b.size()) return false;
+    for (std::size_t i = 0; i < a.size(); ++i) {
+        char x = a[i], y = b[i];
+        if (x >= 'A' && x <= 'Z') x = static_cast<char>(x - 'A' + 'a');
+        if (y >= 'A' && y <= 'Z') y = static_cast<char>(y - 'A' + 'a');
+        if (x != y) return false;
+    }
+    return true;
+}
+
+std::string_view MIMEText::pathExtension(std::string_view name) {
+    while (name.size() > 1 && name.back() == '/') name.remove_suffix(1);
+    std::size_t slash = name.rfind('/');
+    std::string_view last = slash == std::string_view::npos ? name : name.substr(slash + 1);
+    std::size_t dot = last.rfind('.');
+    if (dot == std::string_view::npos || dot == 0) return {};
+    return last.substr(dot + 1);
+}
+
+std::size_t MIMEText::find(std::string_view text, std::string_view needle, std::size_t from) {
+    if (from > text.size()) return std::string_view::npos;
+    if (needle.empty()) return from;
+    // glibc's memmem is a two-way search: linear in the text whatever the needle,
+    // which matters where a hostile message repeats near-delimiters on every line.
+    const void* hit = ::memmem(text.data() + from, text.size() - from, needle.data(), needle.size());
+    if (!hit) return std::string_view::npos;
+    return static_cast<std::size_t>(static_cast<const char*>(hit) - text.data());
+}
+
+}  // namespace qh

@@ -1,0 +1,35 @@
+#pragma once
+// Small text operations of the MIME reader. All of them work on UTF-8 text in
+// one pass; case mapping and trimming go through ICU (qh::TextEncoding) with
+// an ASCII fast path that gives the same result.
+#include <cstddef>
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace qh {
+
+class MIMEText {
+public:
+    // Full Unicode lower-casing (root locale).
+    static std::string lowercase(std::string_view text);
+    // Unicode white space and line ends trimmed from both ends.
+    static std::string_view trim(std::string_view text);
+    // Every occurrence of `c` removed.
+    static std::string removeAll(std::string_view text, char c);
+    // Every literal, case-sensitive occurrence of `from` replaced by `to`, left to right.
+    static std::string replaceAll(std::string_view text, std::string_view from, std::string_view to);
+    // Split at every occurrence of `separator` (adjacent separators give empty pieces).
+    static std::vector<std::string_view> split(std::string_view text, std::string_view separator);
+    // The first piece, and the second when there is one (of a split at `separator`).
+    static std::string_view firstPiece(std::string_view text, std::string_view separator);
+    static bool secondPiece(std::string_view text, std::string_view separator, std::string_view& piece);
+    // ASCII case-insensitive equality (header names are compared this way).
+    static bool equalsASCIIIgnoringCase(std::string_view a, std::string_view b);
+    // The extension of the last path component ("report.PDF" -> "PDF"), "" when none.
+    static std::string_view pathExtension(std::string_view name);
+    // Offset of the first occurrence of `needle` at or after `from` (linear time), npos when none.
+    static std::size_t find(std::string_view text, std::string_view needle, std::size_t from = 0);
+};
+
+}  // namespace qh

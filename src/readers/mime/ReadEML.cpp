@@ -1,0 +1,428 @@
+#include "readers/mime/ReadEML.h"
+
+#include <cstdio>
+#include <cstring>
+#include <unordered_map>
+#include <unordered_set>
+
+#include "core/Base64.h"
+#include "core/Log.h"
+#include "core/TextEncoding.h"
+#include "readers/mime/MIMEReader.h"
+#include "readers/mime/MIMEText.h"
+#include "util/BitWangers.h"
+#include "util/DataWangers.h"
+#include "util/StringWangers.h"
+#include "util/WebWangers.h"
+#include "util/WindowsCodePageWangers.h"
+
+namespace qh {
+
+// What the decoding of one message carries from part to part, so that the
+// inline-image pass only runs when it can change something and the duplicate
+// check does not walk the attachment list.
+struct ReadEML::DecodeState {
+    std::unordered_map<std::string, std::size_t> attachmentIndex;  // name -> position in "AttachmentList"
+    // File names that cid: references wait for; an attachment of another name
+    // cannot change the HTML.
+    std::unordered_set<std::string> pendingImageNames;
+    bool htmlChanged = false;
+    bool addedPendingImage = false;
+    bool alwaysEmbed = false;  // a lone decodeContent call knows nothing of earlier parts
+    // Bytes the inline-image pass may still read and write: each reference
+    // inserts a whole image, so an HTML naming one image a hundred thousand
+    // times must not grow without limit.
+    std::uint64_t inlineBudget = 0;
+    bool inlineBudgetLogged = false;
+};
+
+namespace {
+
+constexpr std::uint64_t kInlineFactor = 8;
+constexpr std::uint64_t kInlineAllowance = 1u << 20;
+
+bool stringEquals(const Dict& dict, std::string_view key, std::string_view expected) {
+    const std::string* text = dict.findString(key);
+    return text && *text == expected;
+}
+
+// The encoding of a part from its first Content-Type parameter. Only these
+// charsets are known; ISO 8859 and all others are read as ASCII.
+StringEncoding encodingForPart(const Dict& part) {
+    if (!stringEquals(part, "metaType", "charset")) return StringEncoding::UTF8;
+    const std::string* charset = part.findString("metaData");
+    if (!charset) return StringEncoding::ASCII;
+    static const std::pair<std::string_view, StringEncoding> kCharsets[] = {
+        {"utf-16", StringEncoding::UTF16},
+        {"utf-8", StringEncoding::UTF8},
+        {"windows-1250", StringEncoding::Windows1250},
+        {"windows-1251", StringEncoding::Windows1251},
+        {"windows-1252", StringEncoding::Windows1252},
+        {"windows-1253", StringEncoding::Windows1253},
+        {"windows-1254", StringEncoding::Windows1254},
+        {"windows-1255", StringEncoding::Windows1255},
+    };
+    for (const auto& [name, encoding] : kCharsets) {
+        if (*charset == name) return encoding;
+    }
+    return StringEncoding::ASCII;
+}
+
+std::string asciiLower(std::string_view text) {
+    std::string out(text);
+    for (char& c : out) {
+        if (c >= 'A' && c <= 'Z') c = static_cast<char>(c - 'A' + 'a');
+    }
+    return out;
+}
+
+// Offsets of every non-overlapping ASCII-case-insensitive occurrence of
+// `needle`, left to right; linear in the text whatever the needle.
+std::vector<std::size_t> findAllIgnoringCase(std::string_view text, std::string_view needle) {
+    std::vector<std::size_t> found;
+    if (needle.empty() || needle.size() > text.size()) return found;
+    std::string lowered = asciiLower(text);
+    std::string loweredNeedle = asciiLower(needle);
+    std::size_t at = MIMEText::find(lowered, loweredNeedle);
+    while (at != std::string_view::npos) {
+        found.push_back(at);
+        at = MIMEText::find(lowered, loweredNeedle, at + needle.size());
+    }
+    return found;
+}
+
+std::string replaceAtOffsets(std::string_view text, const std::vector<std::size_t>& offsets, std::size_t length,
+                             std::string_view replacement) {
+    std::string out;
+    out.reserve(text.size() + offsets.size() * replacement.size());
+    std::size_t start = 0;
+    for (std::size_t at : offsets) {
+        out.append(text.substr(start, at - start));
+        out.append(replacement);
+        start = at + length;
+    }
+    out.append(text.substr(start));
+    return out;
+}
+
+// The name of a part: its "fileName"; else the first Content-Type parameter
+// when that is "name"; else from a "Content-Disposition" entry (records that
+// other code builds carry one; the parser never stores it under that name).
+std::optional<std::string> nameForPart(const Dict& part) {
+    if (const std::string* fileName = part.findString("fileName")) return *fileName;
+    if (stringEquals(part, "metaType", "name")) {
+        if (const std::string* metaData = part.findString("metaData")) return *metaData;
+        return std::nullopt;
+    }
+    const std::string* disposition = part.findString("Content-Disposition");
+    if (!disposition) return std::nullopt;
+    std::string_view parameter;
+    if (!MIMEText::secondPiece(*disposition, "\t", parameter)) return std::nullopt;
+    std::string_view parameterName = MIMEText::firstPiece(parameter, "=");
+    std::string_view parameterValue;
+    if (!MIMEText::secondPiece(parameter, "=", parameterValue)) return std::nullopt;
+    if (parameterName == "filename") return MIMEText::removeAll(parameterValue, '"');
+    if (parameterName == "filename*") {
+        // RFC 2231: charset''percent-escaped-value
+        std::vector<std::string_view> halves = MIMEText::split(parameterValue, "''");
+        if (halves.size() == 2) return ReadEML::trimMIMEStrings(halves[1]);
+    }
+    return std::nullopt;
+}
+
+}  // namespace
+
+std::unique_ptr<ReadEML> ReadEML::initWithData(ByteView data) {
+    if (data.empty()) return nullptr;
+    auto reader = std::make_unique<ReadEML>();
+    Dict& mail = reader->mailContent_;
+    std::unique_ptr<MIMEReader> mime = MIMEReader::initWithData(data);
+    const Dict& record = mime->getDictionary();
+
+    for (std::string_view key : {"From", "To", "CC", "BCC", "Date"}) {
+        if (const Value* value = record.find(key)) mail.set(std::string(key), *value);
+    }
+    // Only UTF-8 "B" words are decoded in the subject.
+    if (const std::string* subject = record.findString("Subject")) {
+        mail.set("Subject", WebWangers::decodeUTF8B(*subject));
+    }
+    // Only the "X-" headers are kept; the standard ones are not.
+    std::string header;
+    for (const auto& [key, value] : record) {
+        if (key.rfind("X-", 0) != 0) continue;
+        header.append(key);
+        header.append(": ");
+        if (const std::string* text = value.string()) header.append(*text);
+        header.push_back('\n');
+    }
+    mail.set("Header", std::move(header));
+
+    DecodeState state;
+    state.inlineBudget = kInlineFactor * data.size() + kInlineAllowance;
+    if (const Array* parts = record.findArray("MailContent")) {
+        for (const Value& part : *parts) {
+            if (const Dict* partRecord = part.dict()) decodeContent(*partRecord, mail, state);
+        }
+    } else {
+        decodeContent(record, mail, state);
+    }
+    return reader;
+}
+
+void ReadEML::decodeContent(const Dict& part, Dict& dictionary) {
+    DecodeState state;
+    state.alwaysEmbed = true;
+    if (const Array* list = dictionary.findArray("AttachmentList")) {
+        for (std::size_t i = 0; i < list->size(); ++i) {
+            if (const Dict* item = (*list)[i].dict()) {
+                if (const std::string* name = item->findString("name")) state.attachmentIndex.emplace(*name, i);
+            }
+        }
+    }
+    std::uint64_t size = 0;
+    if (const std::string* html = dictionary.findString("HTML")) size += html->size();
+    if (const std::string* content = part.findString("content")) size += content->size();
+    state.inlineBudget = kInlineFactor * size + kInlineAllowance;
+    decodeContent(part, dictionary, state);
+}
+
+void ReadEML::decodeContent(const Dict& part, Dict& dictionary, DecodeState& state) {
+    const bool isBase64 = stringEquals(part, "encodingType", "base64");
+    // "quoted-printable" as a content type never occurs; it is accepted all the same.
+    bool isText = stringEquals(part, "contentType", "text") || stringEquals(part, "contentType", "quoted-printable");
+    const StringEncoding encoding = encodingForPart(part);
+    const std::optional<std::string> name = nameForPart(part);
+    const std::string* contentId = part.findString("Content-Id");
+    const std::string* content = part.findString("content");
+
+    std::optional<Value> value;
+    if (isBase64) {
+        std::optional<Bytes> bytes;
+        if (content) bytes = DataWangers::b64DecodeDataString(std::string_view(*content));
+        if (bytes) {
+            if (isText) {
+                if (auto text = TextEncoding::decode(*bytes, encoding)) value = Value(std::move(*text));
+            } else {
+                value = Value(std::move(*bytes));
+            }
+        }
+    } else {
+        if (name && MIMEText::lowercase(MIMEText::pathExtension(*name)) == "xml") isText = true;
+        if (content) {
+            if (isText) {
+                value = Value(*content);
+            } else if (TextEncoding::findIgnoringASCIICase(*content, "html") != std::string_view::npos) {
+                // Unlabelled content that mentions html is taken as text.
+                value = Value(*content);
+                isText = true;
+            }
+        }
+    }
+
+    const std::string* format = part.findString("contentFormat");
+    auto logUnknownFormat = [&] { Log::line("unknown format type " + (format ? *format : std::string("(null)"))); };
+
+    if (value && !name) {
+        const std::string* text = value->string();
+        if (!text) {
+            // Unnamed binary content (an image known only by its content id)
+            // is no body and has no name to file it under.
+            logUnknownFormat();
+        } else {
+            std::string decoded;
+            if (encoding == StringEncoding::Windows1255) {
+                decoded = WebWangers::decodeQuotedPrintableString(
+                    WindowsCodePageWangers::decodeCP1255FromMimeEncodedString(*text), "quoted-printable");
+            } else {
+                const std::string* transfer = part.findString("encodingType");
+                decoded = WebWangers::decodeQuotedPrintableString(*text, transfer ? *transfer : std::string_view());
+                decoded = MIMEText::replaceAll(decoded, "http:", "https:");
+            }
+            if (!decoded.empty() && format && *format == "html") {
+                dictionary.set("HTML", std::string(MIMEText::trim(decoded)));
+                state.htmlChanged = true;
+            } else if (!decoded.empty() && format && *format == "plain") {
+                dictionary.set("Body", std::string(MIMEText::trim(decoded)));
+            } else {
+                logUnknownFormat();
+            }
+            if (stringEquals(part, "encodingType", "quoted-printable")) {
+                dictionary.set("RawMail", *text);
+                if (!dictionary.contains("HTML")) {
+                    std::string html = WebWangers::decodeQuotedPrintableString(*text, "quoted-printable");
+                    if (format && *format == "plain") html = MIMEText::replaceAll(html, "\n", "<BR>\n");
+                    if (!html.empty()) {
+                        dictionary.set("HTML", std::move(html));
+                        state.htmlChanged = true;
+                    }
+                }
+            }
+        }
+    } else if (value && name) {
+        std::size_t length = 0;
+        if (const std::string* text = value->string()) {
+            length = TextEncoding::utf16Length(*text);
+        } else if (const Blob* bytes = value->bytes()) {
+            length = bytes->size();
+        }
+        if (length > 0) {
+            auto known = state.attachmentIndex.find(*name);
+            const Array* list = dictionary.findArray("AttachmentList");
+            if (known != state.attachmentIndex.end() && list && known->second < list->size()) {
+                // The first part of a name wins.
+                const Dict* item = (*list)[known->second].dict();
+                const Value* oldSize = item ? item->find("size") : nullptr;
+                Log::line("filename " + *name + " oldsize " +
+                          (oldSize ? std::to_string(oldSize->integer()) : std::string("(null)")) + " newsize " +
+                          std::to_string(length));
+            } else {
+                Dict item;
+                item.set("name", *name);
+                item.set("data", std::move(*value));
+                if (contentId && !contentId->empty()) item.set("ContentID", *contentId);
+                item.set("size", static_cast<std::uint64_t>(length));
+                item.set("sizeString", BitWangers::formatSize(static_cast<double>(length)));
+                if (!dictionary.contains("AttachmentList")) dictionary.set("AttachmentList", Array());
+                Array* items = dictionary.find("AttachmentList")->array();
+                if (!items) {
+                    dictionary.set("AttachmentList", Array());
+                    items = dictionary.find("AttachmentList")->array();
+                }
+                state.attachmentIndex.emplace(*name, items->size());
+                items->push_back(Value(std::move(item)));
+                if (state.pendingImageNames.count(*name)) state.addedPendingImage = true;
+            }
+        }
+    }
+
+    if (dictionary.contains("HTML") && (state.alwaysEmbed || state.htmlChanged || state.addedPendingImage)) {
+        embedInlineImages(dictionary, state);
+    }
+    state.htmlChanged = false;
+    state.addedPendingImage = false;
+}
+
+// <img src="cid:image001.png@01D2..."> becomes <img src="data:image/png;base64,...">
+// when an attachment is named image001.png: references match by the text
+// before the "@", the attachment's file name, not by its content id.
+void ReadEML::embedInlineImages(Dict& dictionary, DecodeState& state) {
+    const std::string* current = dictionary.findString("HTML");
+    if (!current) return;
+    auto spend = [&](std::uint64_t cost) {
+        if (cost <= state.inlineBudget) {
+            state.inlineBudget -= cost;
+            return true;
+        }
+        if (!state.inlineBudgetLogged) {
+            state.inlineBudgetLogged = true;
+            Log::line("ReadEML - inline images beyond the reader's limit left as references");
+        }
+        state.inlineBudget = 0;
+        return false;
+    };
+    if (!spend(current->size())) return;
+
+    const std::string original = *current;
+    std::string copy = original;
+    const std::vector<std::size_t> sources = findAllIgnoringCase(original, "src=\"");
+    const Array* list = dictionary.findArray("AttachmentList");
+    std::unordered_set<std::string> replaced;
+    state.pendingImageNames.clear();
+
+    for (std::size_t k = 0; k <= sources.size(); ++k) {
+        std::size_t begin = k == 0 ? 0 : sources[k - 1] + 5;
+        std::size_t end = k < sources.size() ? sources[k] : original.size();
+        std::string_view piece = std::string_view(original).substr(begin, end - begin);
+        if (piece.rfind("cid:", 0) != 0) continue;
+        std::size_t close = piece.find("\">");
+        if (close == std::string_view::npos) continue;
+        std::string_view reference = piece.substr(4, close - 4);
+        std::size_t at = reference.find('@');
+        if (at == std::string_view::npos) continue;
+        std::string fileName(reference.substr(0, at));
+
+        auto known = state.attachmentIndex.find(fileName);
+        if (known == state.attachmentIndex.end() || !list || known->second >= list->size()) {
+            state.pendingImageNames.insert(fileName);
+            continue;
+        }
+        const Dict* item = (*list)[known->second].dict();
+        const Blob* data = item ? item->findBytes("data") : nullptr;
+        if (!data || data->empty()) continue;
+
+        std::string loweredName = asciiLower(fileName);
+        std::string_view imageType;
+        for (std::string_view type : {"png", "gif", "jpg", "jpeg"}) {
+            if (loweredName.find(type) != std::string::npos) {
+                imageType = type;
+                break;
+            }
+        }
+        if (imageType.empty()) continue;
+        std::string target = "cid:" + std::string(reference);
+        // A reference already replaced everywhere finds nothing the second time.
+        if (!replaced.insert(asciiLower(target)).second) continue;
+        if (!spend(copy.size() + target.size())) break;
+        std::vector<std::size_t> hits = findAllIgnoringCase(copy, target);
+        if (hits.empty()) continue;
+        std::string address = "data:image/" + std::string(imageType) + ";base64," + Base64::encode(data->view());
+        std::uint64_t growth = static_cast<std::uint64_t>(hits.size()) * address.size();
+        if (!spend(growth)) break;
+        copy = replaceAtOffsets(copy, hits, target.size(), address);
+        dictionary.set("HTML", copy);
+    }
+}
+
+std::string ReadEML::trimMIMEStrings(std::string_view text) {
+    std::string result(text);
+    if (result.find('%') != std::string::npos) {
+        static const char kHex[] = "0123456789ABCDEF";
+        // Code by code, as the escapes are replaced one kind after another
+        // (an escaped "%" can form a new escape with what follows it).
+        for (int code = 1; code <= 254; ++code) {
+            const char escape[3] = {'%', kHex[code >> 4], kHex[code & 15]};
+            std::string_view token(escape, 3);
+            if (MIMEText::find(result, token) == std::string_view::npos) continue;
+            std::string character;
+            if (code < 0x80) {
+                character.push_back(static_cast<char>(code));
+            } else {
+                character.push_back(static_cast<char>(0xC0 | (code >> 6)));
+                character.push_back(static_cast<char>(0x80 | (code & 0x3F)));
+            }
+            result = MIMEText::replaceAll(result, token, character);
+        }
+    }
+    return MIMEText::replaceAll(result, "=\n", "");
+}
+
+std::optional<Dict> ReadEML::getSummaryForMessage(ByteView data) {
+    std::unique_ptr<ReadEML> reader = initWithData(data);
+    const Dict* mail = reader ? reader->returnFullDictionary() : nullptr;
+    Dict summary;
+
+    std::string subject;
+    if (const std::string* text = mail ? mail->findString("Subject") : nullptr) {
+        std::string_view firstLine = *text;
+        std::size_t lineEnd = firstLine.find_first_of("\r\n");
+        if (lineEnd != std::string_view::npos) firstLine = firstLine.substr(0, lineEnd);
+        subject = StringWangers::zapGremlins(firstLine).value_or(std::string());
+    }
+    summary.set("Subject", subject.empty() ? std::string("-") : subject);
+
+    const std::string* body = mail ? mail->findString("Body") : nullptr;
+    summary.set("Body", body && !body->empty() ? *body : std::string("-"));
+
+    std::string from;
+    if (const Array* senders = mail ? mail->findArray("From") : nullptr) {
+        if (!senders->empty()) {
+            if (const Dict* sender = senders->front().dict()) {
+                if (const std::string* senderName = sender->findString("Name")) from = *senderName;
+            }
+        }
+    }
+    summary.set("From", from.empty() ? std::string("-") : from);
+    return summary;
+}
+
+}  // namespace qh
