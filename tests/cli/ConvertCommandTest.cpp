@@ -22,11 +22,11 @@ const char* const kSimpleEml =
 
 TEST(Convert, WritesTheMessageToStandardOutputOrOut) {
     QH_REQUIRE_CORPUS("msg");
-    std::string input = corpus("msg", "hh-test2.msg");
+    std::string input = corpus("msg", "poi-attachment_test_msg.msg");
     auto printed = runCli({"convert", input});
     ASSERT_EQ(printed.exitCode, 0) << printed.err;
-    EXPECT_NE(printed.out.find("Subject:"), std::string::npos);
-    EXPECT_NE(printed.out.find("MIME-Version:"), std::string::npos);
+    EXPECT_NE(printed.out.find("\nSubject: "), std::string::npos);
+    EXPECT_NE(printed.out.find("boundary="), std::string::npos);
 
     qhclitest::ScratchDir scratch;
     auto out = (scratch.path() / "out.eml").string();
@@ -69,7 +69,8 @@ TEST(Convert, ManyFilesGoIntoTheFolderUnderTheirOwnNames) {
     std::string out = (scratch.path() / "out").string();
     // Two inputs share a stem; the second one given gets the number.
     std::string sameStem = scratch.write("elsewhere/hh-test2.eml", kSimpleEml);
-    std::string junk = scratch.write("junk.msg", "no compound document here");
+    // Starts like a compound document, so it is read as one, and holds nothing else.
+    std::string junk = scratch.write("junk.msg", std::string("\xD0\xCF\x11\xE0\xA1\xB1\x1A\xE1", 8) + "truncated");
     std::string twoDots = scratch.write("a.b.eml", kSimpleEml);
     std::vector<std::string> inputs = {corpus("msg", "hh-test2.msg"), junk, sameStem, twoDots};
     auto result = runCli({"convert", "-j", "3", "-d", out, inputs[0], inputs[1], inputs[2], inputs[3]});

@@ -25,14 +25,14 @@ const char* const kSimpleEml =
 
 TEST(Read, OneFileGivesOneJsonDocumentAndALineFeed) {
     QH_REQUIRE_CORPUS("msg");
-    auto result = runCli({"read", corpus("msg", "hh-test2.msg")});
+    auto result = runCli({"read", corpus("msg", "poi-attachment_test_msg.msg")});
     ASSERT_EQ(result.exitCode, 0) << result.err;
     ASSERT_FALSE(result.out.empty());
     EXPECT_EQ(result.out.back(), '\n');
     EXPECT_EQ(lines(result.out).size(), 1u);
     auto document = parse(result.out);
     ASSERT_TRUE(document.is_object());
-    EXPECT_TRUE(document.contains("Subject"));
+    EXPECT_EQ(document["Subject"], "test pi\u00e8ce jointe 1");
     ASSERT_TRUE(document.contains("AttachmentList"));
     // Attachment bytes travel as {"$base64": ...}.
     EXPECT_TRUE(document["AttachmentList"][0]["data"].contains("$base64"));
@@ -110,11 +110,23 @@ TEST(Read, ThreadCountDoesNotChangeTheOutput) {
     one.insert(one.begin() + 1, {"-j", "1"});
     four.insert(four.begin() + 1, {"-j", "4"});
     auto serial = runCli(one);
+    auto again = runCli(one);
     auto parallel = runCli(four);
     EXPECT_EQ(serial.exitCode, 0) << serial.err;
-    EXPECT_EQ(lines(serial.out).size(), args.size() - 1);
     EXPECT_EQ(parallel.exitCode, serial.exitCode);
-    EXPECT_TRUE(parallel.out == serial.out);  // not EXPECT_EQ: the outputs are megabytes
+    auto serialRows = lines(serial.out), againRows = lines(again.out), parallelRows = lines(parallel.out);
+    ASSERT_EQ(serialRows.size(), args.size() - 1);
+    ASSERT_EQ(parallelRows.size(), serialRows.size());
+    // Embedded messages are converted with fresh MIME boundaries on every run, so only
+    // the lines that two serial runs agree on can be compared byte for byte.
+    std::size_t compared = 0;
+    for (std::size_t i = 0; i < serialRows.size(); ++i) {
+        EXPECT_EQ(parse(parallelRows[i])["file"], args[i + 1]);
+        if (serialRows[i] != againRows[i]) continue;
+        ++compared;
+        EXPECT_TRUE(parallelRows[i] == serialRows[i]) << args[i + 1];  // not EXPECT_EQ: lines are megabytes
+    }
+    EXPECT_GT(compared, serialRows.size() / 2);
     // Not a terminal: no progress bar.
     EXPECT_EQ(parallel.err.find('\r'), std::string::npos);
 }
