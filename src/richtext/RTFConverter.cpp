@@ -120,14 +120,24 @@ std::string hyperlinkTarget(std::string_view instruction) {
 
 }  // namespace
 
-bool RTFConverter::looksLikeRTF(ByteView rtf) {
+namespace {
+
+// Where the document group begins: after leading blanks.
+std::size_t documentStart(ByteView rtf) {
     std::size_t i = 0;
     while (i < rtf.size() && isBlank(rtf[i])) ++i;
-    return asText(rtf.subspan(i)).starts_with("{\\rtf");
+    return i;
+}
+
+}  // namespace
+
+bool RTFConverter::looksLikeRTF(ByteView rtf) {
+    return asText(rtf.subspan(documentStart(rtf))).starts_with("{\\rtf");
 }
 
 std::optional<std::string> RTFConverter::convert(ByteView rtf) {
     if (!looksLikeRTF(rtf)) return std::nullopt;
+    rtf = rtf.subspan(documentStart(rtf));
     stack_.clear();
     stack_.reserve(kMaxGroupDepth + 1);
     stack_.push_back(GroupState{});  // outside the document group

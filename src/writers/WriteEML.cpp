@@ -3,7 +3,9 @@
 #include "core/DateFormatting.h"
 #include "core/TextEncoding.h"
 #include "util/StringWangers.h"
+#include "writers/ICalendarWriter.h"
 #include "writers/MailFormatters.h"
+#include "writers/VCardWriter.h"
 
 namespace qh {
 
@@ -50,5 +52,9 @@ std::string WriteEML::formatOutputFile() const {
     text.append("\n");
     return text;
 }
+
+std::string WriteEML::exportContacts() const { return VCardWriter::write(dictionary_); }
+
+std::string WriteEML::exportAppointment() const { return ICalendarWriter::write(dictionary_); }
 
 }  // namespace qh

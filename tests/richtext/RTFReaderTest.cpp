@@ -1,0 +1,230 @@
+// The RTF reader on small documents: plain text, HTML, encapsulated HTML, and
+// inputs built to break it.
+#include <string>
+
+#include <gtest/gtest.h>
+
+#include "core/Bytes.h"
+#include "richtext/RTFReader.h"
+
+namespace {
+
+using qh::RTFReader;
+
+std::optional<std::string> text(std::string_view rtf) { return RTFReader::stringFromRTFData(qh::asBytes(rtf)); }
+std::optional<std::string> html(std::string_view rtf) { return RTFReader::htmlFromRTFData(qh::asBytes(rtf)); }
+
+// What stands between <body> and </body> in the reader's HTML document.
+std::string htmlBody(std::string_view rtf) {
+    std::optional<std::string> document = html(rtf);
+    if (!document) return "(none)";
+    const std::string open = "<body>\n";
+    std::size_t start = document->find(open);
+    std::size_t end = document->rfind("</body>");
+    if (start == std::string::npos || end == std::string::npos || end < start) return "(no body) " + *document;
+    return document->substr(start + open.size(), end - start - open.size());
+}
+
+struct Case {
+    const char* name;
+    std::string rtf;
+    std::string expected;
+};
+
+void PrintTo(const Case& c, std::ostream* out) { *out << c.name; }
+
+class PlainText : public testing::TestWithParam<Case> {};
+
+TEST_P(PlainText, Converts) {
+    const Case& c = GetParam();
+    std::optional<std::string> result = text(c.rtf);
+    ASSERT_TRUE(result.has_value()) << c.rtf;
+    EXPECT_EQ(*result, c.expected) << c.rtf;
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    RTFReader, PlainText,
+    testing::Values(
+        Case{"Paragraphs", R"({\rtf1\ansi Hello\par World\par})", "Hello\nWorld\n"},
+        Case{"LineEndsInSourceIgnored", "{\\rtf1 a\r\nb\nc}", "abc"},
+        Case{"BackslashNewlineIsParagraph", "{\\rtf1 a\\\nb}", "a\nb"},
+        Case{"EscapedSymbols", R"({\rtf1 \{x\}\\})", "{x}\\"},
+        Case{"AnsiCodePage", R"({\rtf1\ansi\ansicpg1251 \'cf\'f0\'e8\'e2\'e5\'f2})", "Привет"},
+        Case{"DefaultIsWindows1252", R"({\rtf1\ansi \'80\'e9})", "€é"},
+        Case{"FontCharsetWins", R"({\rtf1\ansi\ansicpg1252{\fonttbl{\f0 Arial;}{\f1\fcharset238 Arial CE;}}\f1 \'b9\f0 \'b9})",
+             "ą¹"},
+        Case{"FontCodePage", R"({\rtf1\ansi{\fonttbl{\f3\cpg1253 Greek;}}\f3 \'e1})", "α"},
+        Case{"DefaultFontCharset", R"({\rtf1\ansi\deff2{\fonttbl{\f2\fcharset204 Cyr;}}\'e0})", "а"},
+        Case{"DoubleByteAcrossEscapes", R"({\rtf1\ansi\ansicpg932 \'82\'a0\'82\'a2})", "あい"},
+        Case{"DoubleByteTrailIsAscii", R"({\rtf1\ansi\ansicpg932 \'83T})", "サ"},
+        Case{"FontNamesInOwnCodePage", R"({\rtf1\ansi\ansicpg932{\fonttbl{\f1\fcharset128 \'82\'6c\'82\'72;}}\f1 x})", "x"},
+        Case{"UnicodeWithDefaultSkip", R"({\rtf1 a\u8364?b})", "a€b"},
+        Case{"UnicodeSkipsEscapes", R"({\rtf1\uc2 \u8364\'80\'80c})", "€c"},
+        Case{"UnicodeNoSkip", R"({\rtf1\uc0\u8364 x})", "€x"},
+        Case{"UnicodeSkipCountsControlWords", R"({\rtf1\uc1\u8212\emdash x})", "—x"},
+        Case{"NegativeUnicode", R"({\rtf1 \u-24?})", "\uFFE8"},
+        Case{"SurrogatePair", R"({\rtf1 \u-10179?\u-8704?})", "😀"},
+        Case{"LoneSurrogate", R"({\rtf1\uc0 \u-10179 x})", "\uFFFDx"},
+        Case{"SkipEndsAtGroup", R"({\rtf1\uc3 {\u8364 a}b})", "€b"},
+        Case{"UcIsGroupScoped", R"({\rtf1 {\uc2 x}\u8364?y})", "x€y"},
+        Case{"DestinationsSkipped",
+             R"({\rtf1{\fonttbl{\f0 Arial;}}{\colortbl;\red0\green0\blue0;}{\stylesheet{\s0 Normal;}})"
+             R"({\info{\title T}{\author A}}{\*\generator G;}{\*\unknown U{\nested N}}{\pict\pngblip 89504e47}Text})",
+             "Text"},
+        Case{"KnownDestinationUnderStar", R"({\rtf1{\*\fldinst x}y})", "y"},
+        Case{"SpecialCharacters", R"({\rtf1 \emdash\endash\bullet\lquote\rquote\ldblquote\rdblquote\~\tab x\line y})",
+             "—–•‘’“”\u00A0\tx\ny"},
+        Case{"OptionalHyphenAndNonBreakingHyphen", R"({\rtf1 a\-b\_c})", "ab\u2011c"},
+        Case{"HiddenText", R"({\rtf1 a{\v hidden}b\v c\v0 d})", "abd"},
+        Case{"PlainEndsHidden", R"({\rtf1\v a\plain b})", "b"},
+        Case{"FieldShowsResult", R"({\rtf1 {\field{\*\fldinst HYPERLINK "http://a.b/"}{\fldrslt link}} end})",
+             "link end"},
+        Case{"BinaryPayloadSkipped", R"({\rtf1 a{\pict\bin4 }}{}}b\bin2 xyc})", "abc"},
+        Case{"TextAfterDocumentIgnored", R"({\rtf1 a}b{c})", "a"},
+        Case{"NulPaddingIgnored", std::string("{\\rtf1 a}\0\0\0", 12), "a"},
+        Case{"ListBulletsKept", R"({\rtf1{\pntext\'b7\tab}{\*\pn{\pntxtb\'b7}}item})", "·\titem"},
+        Case{"TableCells", R"({\rtf1 a\cell b\cell\row c})", "a\tb\t\nc"}),
+    [](const testing::TestParamInfo<Case>& info) { return std::string(info.param.name); });
+
+class Html : public testing::TestWithParam<Case> {};
+
+TEST_P(Html, Converts) {
+    const Case& c = GetParam();
+    EXPECT_EQ(htmlBody(c.rtf), c.expected) << c.rtf;
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    RTFReader, Html,
+    testing::Values(
+        Case{"ParagraphsAndEscaping", R"({\rtf1 Hello \b bold\b0  & <x> "q"\par next})",
+             "<p>Hello <b>bold</b> &amp; &lt;x&gt; &quot;q&quot;</p>\n<p>next</p>\n"},
+        Case{"NestedFormatting", R"({\rtf1 {\i\ul iu}\ulnone x{\b\i y}})", "<p><i><u>iu</u></i>x<b><i>y</i></b></p>\n"},
+        Case{"FormattingClosedAtParagraph", R"({\rtf1 \b a\par b})", "<p><b>a</b></p>\n<p><b>b</b></p>\n"},
+        Case{"EmptyParagraph", R"({\rtf1 a\par\par b})", "<p>a</p>\n<p><br></p>\n<p>b</p>\n"},
+        Case{"LineBreak", R"({\rtf1 a\line b})", "<p>a<br>b</p>\n"},
+        Case{"Hyperlink",
+             R"({\rtf1 see {\field{\*\fldinst{HYPERLINK "http://x.org/?a=1&b=2"}}{\fldrslt{\ul link}}} now})",
+             "<p>see <a href=\"http://x.org/?a=1&amp;b=2\"><u>link</u></a> now</p>\n"},
+        Case{"HyperlinkToAnchor", R"({\rtf1 {\field{\*\fldinst HYPERLINK \\l "top" \\o "tip"}{\fldrslt up}}})",
+             "<p><a href=\"#top\">up</a></p>\n"},
+        Case{"OtherFieldsAreText", R"({\rtf1 {\field{\*\fldinst PAGE}{\fldrslt 3}}})", "<p>3</p>\n"},
+        Case{"HyperlinkNotReopenedAfterParagraph",
+             R"({\rtf1 {\field{\*\fldinst HYPERLINK "u"}{\fldrslt a\par b}}})",
+             "<p><a href=\"u\">a</a></p>\n<p>b</p>\n"},
+        Case{"UnicodeEscaped", R"({\rtf1 \u60?\u8364?})", "<p>&lt;€</p>\n"},
+        Case{"HiddenDropped", R"({\rtf1 a{\v b}c})", "<p>ac</p>\n"},
+        Case{"HtmlTagsIgnoredWithoutFromHtml", R"({\rtf1 {\*\htmltag4 <b>}x})", "<p>x</p>\n"},
+        Case{"FromHtmlAfterTextIgnored", R"({\rtf1 x\fromhtml1 {\*\htmltag4 <b>}y})", "<p>xy</p>\n"}),
+    [](const testing::TestParamInfo<Case>& info) { return std::string(info.param.name); });
+
+TEST(RTFReaderHtml, IsACompleteDocument) {
+    std::optional<std::string> document = html(R"({\rtf1 x})");
+    ASSERT_TRUE(document);
+    EXPECT_TRUE(document->starts_with("<!DOCTYPE html>\n<html>\n<head>\n<meta charset=\"utf-8\">"));
+    EXPECT_TRUE(document->ends_with("</body>\n</html>\n"));
+}
+
+// RTF that carries an HTML message: the HTML comes back from the tag groups and
+// the text outside \htmlrtf; the plain text is the RTF rendering.
+struct Encapsulated {
+    const char* name;
+    std::string rtf;
+    std::string html;
+    std::string text;
+};
+
+void PrintTo(const Encapsulated& c, std::ostream* out) { *out << c.name; }
+
+class EncapsulatedHtml : public testing::TestWithParam<Encapsulated> {};
+
+TEST_P(EncapsulatedHtml, RecoversOriginal) {
+    const Encapsulated& c = GetParam();
+    EXPECT_EQ(html(c.rtf).value_or("(none)"), c.html);
+    EXPECT_EQ(text(c.rtf).value_or("(none)"), c.text);
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    RTFReader, EncapsulatedHtml,
+    testing::Values(
+        Encapsulated{"TagsTextAndSuppressedRtf",
+                     R"({\rtf1\ansi\fromhtml1 \deff0{\fonttbl{\f0 Arial;}}{\*\htmltag19 <html>}{\*\htmltag34 <body>})"
+                     R"(\htmlrtf {\b\htmlrtf0 Hi{\*\htmltag84 &amp;}\htmlrtf &\htmlrtf0 you\htmlrtf }\htmlrtf0 \par)"
+                     R"({\*\htmltag0 </body></html>}})",
+                     "<html><body>Hi&amp;you\r\n</body></html>", "Hi&you\n"},
+        Encapsulated{"TagControlsAndEscapes",
+                     R"({\rtf1\ansi\ansicpg1252\fromhtml1 {\*\htmltag241 <style>\par p \{a:b\}\tab x\'e9</style>}})",
+                     "<style>\r\np {a:b}\tx\u00e9</style>", ""},
+        Encapsulated{"ModifiedTagsIgnored",
+                     R"({\rtf1\fromhtml1 {\*\mhtmltag4 <img src="a">}{\*\htmltag4 <img src="cid:b">}})",
+                     "<img src=\"cid:b\">", ""},
+        Encapsulated{"CodePageOfDocument",
+                     R"({\rtf1\ansi\ansicpg932\fromhtml1 {\*\htmltag0 <p>}\'82\'a0{\*\htmltag0 </p>}})", "<p>あ</p>",
+                     "あ"}),
+    [](const testing::TestParamInfo<Encapsulated>& info) { return std::string(info.param.name); });
+
+TEST(RTFReader, RejectsWhatIsNotRTF) {
+    for (std::string_view input : {"", "hello", "{\\rt", "{rtf1 x}", "\\rtf1"}) {
+        EXPECT_FALSE(text(input).has_value()) << input;
+        EXPECT_FALSE(html(input).has_value()) << input;
+    }
+    EXPECT_EQ(text(" \r\n{\\rtf1 x}").value_or("(none)"), "x");
+}
+
+// Inputs made to break a parser: each must come back (any text) without a crash,
+// and with the text that stands before the damage.
+TEST(RTFReader, SurvivesHostileInput) {
+    const std::pair<std::string, std::string> cases[] = {
+        {"{\\rtf1 a{{{{ b", "a b"},
+        {"{\\rtf1 a}}}}}", "a"},
+        {"{\\rtf1\\uc2147483647 \\u65 abc}d", "A"},
+        {"{\\rtf1\\uc99999999999999999999 \\u66 x}", "B"},
+        {"{\\rtf1\\u99999999999 x}", "\uFFFF"},
+        {"{\\rtf1 a\\bin99999999999 xyz}", "a"},
+        {"{\\rtf1 a\\bin-5 b}", "ab"},
+        {"{\\rtf1 a\\'", "a"},
+        {"{\\rtf1 a\\'4", "a\x04"},
+        {"{\\rtf1 a\\'zz", "azz"},
+        {"{\\rtf1 a\\", "a"},
+        {"{\\rtf1 a\\u", "a"},
+        {"{\\rtf1 a\\u-", "a-"},
+        {"{\\rtf1\\ansicpg99999 \\'e9}", "é"},
+        {"{\\rtf1\\ansicpg-1 \\'e9}", "é"},
+        {"{\\rtf1{\\fonttbl{\\f-3\\fcharset128 x;}}\\f-3 \\'e9}", "é"},
+        {"{\\rtf1 " + std::string(100, 'x') + "\\" + std::string(1000, 'a') + "5 y}", std::string(100, 'x') + "y"},
+    };
+    for (const auto& [input, expected] : cases) {
+        std::optional<std::string> result = text(input);
+        ASSERT_TRUE(result.has_value()) << input;
+        EXPECT_EQ(*result, expected) << input;
+        EXPECT_TRUE(html(input).has_value()) << input;
+    }
+}
+
+TEST(RTFReader, BoundsNesting) {
+    // Far deeper than any writer goes: the groups beyond the bound are skipped,
+    // the text around them survives.
+    std::string deep = "{\\rtf1 a" + std::string(200000, '{') + "x" + std::string(200000, '}') + "b}";
+    EXPECT_EQ(text(deep).value_or("(none)"), "ab");
+    std::string unclosed = "{\\rtf1 a" + std::string(200000, '{') + "x";
+    EXPECT_EQ(text(unclosed).value_or("(none)"), "a");
+    std::string moderate = "{\\rtf1 a" + std::string(100, '{') + "x" + std::string(100, '}') + "b}";
+    EXPECT_EQ(text(moderate).value_or("(none)"), "axb");
+}
+
+TEST(RTFReader, ManyTruncatedEscapesInARow) {
+    std::string escapes = "{\\rtf1 ";
+    for (int i = 0; i < 200000; ++i) escapes += "\\'";
+    EXPECT_EQ(text(escapes).value_or("(none)"), "");
+}
+
+TEST(RTFReader, RtfStringFromDataTriesUtf8ThenLatin1) {
+    const std::pair<std::string, std::string> cases[] = {
+        {"{\\rtf1 \xC3\xA9}", "{\\rtf1 \u00e9}"},  // valid UTF-8 stays as it is
+        {"{\\rtf1 \xE9}", "{\\rtf1 \u00e9}"},      // not UTF-8: ISO Latin-1
+        {"", ""},
+    };
+    for (const auto& [input, expected] : cases)
+        EXPECT_EQ(RTFReader::rtfStringFromData(qh::asBytes(input)).value_or("(none)"), expected);
+}
+
+}  // namespace
