@@ -1,0 +1,224 @@
+// The entry facade on fixtures built by the compound writer: whole-sector
+// padding, the small/big threshold, paths, the walks and their kept quirks.
+#include <gtest/gtest.h>
+
+#include "compound/Mole.h"
+#include "core/Log.h"
+#include "support/CompoundWriter.h"
+
+using qhtest::CompoundWriter;
+
+namespace {
+
+qh::Bytes filled(std::size_t size, std::uint8_t seed) {
+    qh::Bytes out(size);
+    for (std::size_t i = 0; i < size; ++i) out[i] = static_cast<std::uint8_t>(seed + i * 7);
+    return out;
+}
+
+std::unique_ptr<qh::Mole> open(const qh::Bytes& file) {
+    auto mole = qh::Mole::initWithData(file);
+    EXPECT_NE(mole, nullptr);
+    return mole;
+}
+
+std::vector<std::string> keysOf(const qh::Dict& dict) { return dict.keys(); }
+
+}  // namespace
+
+TEST(Mole, StreamsComeBackAsWholeSectors) {
+    struct Case {
+        std::size_t size;
+        std::size_t returned;
+    } cases[] = {
+        {1, 64}, {64, 64}, {100, 128}, {4095, 4096},   // small sectors below the threshold
+        {4096, 4096}, {4097, 4608}, {10000, 10240},    // big sectors from the threshold on
+    };
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.size);
+        // A neighbour after the stream makes its padding visible.
+        const qh::Bytes data = filled(c.size, 3);
+        auto file = CompoundWriter().addStream("a", data).addStream("b", filled(c.size, 99)).bytes();
+        auto mole = open(file);
+        auto stream = mole->getStream("a");
+        ASSERT_TRUE(stream);
+        ASSERT_EQ(stream->size(), c.returned);
+        EXPECT_TRUE(std::equal(data.begin(), data.end(), stream->data()));
+        // exact streams cut the same bytes at the directory size
+        const qh::Dict dict = mole->getOLEDictionary(true);
+        const qh::Blob* exact = dict.findBytes("a");
+        ASSERT_TRUE(exact);
+        EXPECT_EQ(exact->view().size(), c.size);
+        EXPECT_TRUE(std::equal(data.begin(), data.end(), exact->data()));
+    }
+}
+
+TEST(Mole, FourKilobyteSectors) {
+    const qh::Bytes big = filled(9000, 1), small = filled(100, 2);
+    auto mole = open(CompoundWriter(12).addStream("big", big).addStream("dir/small", small).bytes());
+    auto a = mole->getStream("big");
+    auto b = mole->getStream("/dir/small");
+    ASSERT_TRUE(a && b);
+    EXPECT_EQ(a->size(), 3 * 4096u);
+    EXPECT_EQ(b->size(), 128u);
+    EXPECT_TRUE(std::equal(big.begin(), big.end(), a->data()));
+    EXPECT_TRUE(std::equal(small.begin(), small.end(), b->data()));
+}
+
+TEST(Mole, PathsAndMissingStreams) {
+    auto mole = open(CompoundWriter::fromDescription(R"(
+        __substg1.0_1000001F: "B\x00o\x00d\x00y\x00"
+        __recip_version1.0_#00000000/__substg1.0_3001001F: "N\x00"
+        __attach_version1.0_#00000000/
+    )").bytes());
+    const std::string withSlash(mole->getStream("/__substg1.0_1000001F")->text());
+    struct Case {
+        const char* path;
+        bool found;
+    } cases[] = {
+        {"__substg1.0_1000001F", true},
+        {"/__substg1.0_1000001F", true},
+        {"//__substg1.0_1000001F/", true},
+        {"__recip_version1.0_#00000000/__substg1.0_3001001F", true},
+        {"/__recip_version1.0_#00000000//__substg1.0_3001001F", true},
+        {"__substg1.0_3001001F", false},               // only under the recipient storage
+        {"__recip_version1.0_#00000000", false},       // a storage is no stream
+        {"/", false},
+        {"", false},
+        {"__substg1.0_1000001f", false},               // names compare case-sensitively
+    };
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.path);
+        auto stream = mole->getStream(c.path);
+        EXPECT_EQ(stream.has_value(), c.found);
+    }
+    EXPECT_EQ(std::string(mole->getStream("__substg1.0_1000001F")->text()), withSlash);
+}
+
+TEST(Mole, OpenFailuresLogOneLine) {
+    qh::Log::Capture capture;
+    const qh::Bytes good = CompoundWriter().addStream("a", "x").bytes();
+    qh::Bytes badSignature = good;
+    badSignature[0] = 0;
+    qh::Bytes shortFile(good.begin(), good.begin() + 511);
+    for (const qh::Bytes& file : {badSignature, shortFile, qh::Bytes()}) {
+        capture.clear();
+        EXPECT_EQ(qh::Mole::initWithData(file), nullptr);
+        EXPECT_EQ(capture.lines(), std::vector<std::string>{"MOLE Reader - Error opening NSData"});
+    }
+}
+
+TEST(Mole, DirectoryListsFullPathsAndSizesAndTwiceWhenCalledTwice) {
+    auto mole = open(CompoundWriter()
+                         .addStream("s1", filled(10, 0))
+                         .addStream("st/inner", filled(5000, 0))
+                         .addStorage("st/empty")
+                         .bytes());
+    qh::Array first = mole->getDirectory();
+    std::vector<std::string> lines;
+    for (const qh::Value& record : first) {
+        const qh::Dict& d = *record.dict();
+        std::string line = *d.findString("entryname");
+        if (auto* size = d.find("entrysize")) line += "=" + std::to_string(size->integer());
+        lines.push_back(line);
+    }
+    EXPECT_EQ(lines, (std::vector<std::string>{"/s1=10", "/st", "/st/empty", "/st/inner=5000"}));
+    qh::Array second = mole->getDirectory();
+    ASSERT_EQ(second.size(), 2 * first.size());
+    EXPECT_TRUE(std::equal(first.begin(), first.end(), second.begin() + first.size()));
+}
+
+TEST(Mole, ArrayAndDictionaryShapes) {
+    auto mole = open(CompoundWriter().addStream("s", "abc").addStream("st/t", "xyz").addStorage("st/e").bytes());
+    qh::Array array = mole->getOLEArray();
+    ASSERT_EQ(array.size(), 2u);
+    const qh::Dict& stream = *array[0].dict();
+    EXPECT_EQ(*stream.findString("entryname"), "s");
+    EXPECT_EQ(stream.findBytes("objectdata")->size(), 64u);
+    const qh::Dict& storage = *array[1].dict();
+    EXPECT_EQ(*storage.findString("entryname"), "st");
+    const qh::Array& children = *storage.findArray("childentry");
+    ASSERT_EQ(children.size(), 2u);
+    // "e" is no storage at the root, where the bare name is looked up: an empty record
+    EXPECT_TRUE(children[0].dict()->empty());
+    EXPECT_EQ(children[1].dict()->findBytes("objectdata")->text().substr(0, 3), "xyz");
+
+    qh::Dict dict = mole->getOLEDictionary();
+    EXPECT_EQ(keysOf(dict), (std::vector<std::string>{"s", "st"}));
+    const qh::Dict& st = *dict.findDict("st");
+    EXPECT_EQ(keysOf(st), (std::vector<std::string>{"e", "t"}));
+    EXPECT_TRUE(st.findDict("e") && st.findDict("e")->empty());
+    EXPECT_EQ(st.findBytes("t")->size(), 64u);
+}
+
+TEST(Mole, DictionaryWithContentsFiltersTheTopLevelOnly) {
+    auto mole = open(CompoundWriter::fromDescription(R"(
+        __substg1.0_0037001F: "S"
+        __substg1.0_1000001F: "B"
+        __attach_version1.0_#00000000/__substg1.0_3707001F: "name"
+        __attach_version1.0_#00000000/__substg1.0_3701000D/__substg1.0_0037001F: "inner"
+        __attach_version1.0_#00000001/__substg1.0_37010102: "data"
+        __recip_version1.0_#00000000/__substg1.0_3001001F: "R"
+        __attach_version/x: "exactly sixteen characters: not taken"
+        __substg1.0_3701000D/
+    )").bytes());
+    struct Case {
+        std::vector<std::string> names;
+        std::vector<std::string> keys;
+    } cases[] = {
+        {{}, {"__attach_version1.0_#00000000", "__attach_version1.0_#00000001"}},
+        {{"__substg1.0_0037001F", "missing"},
+         {"__substg1.0_0037001F", "__attach_version1.0_#00000000", "__attach_version1.0_#00000001"}},
+        {{"__recip_version1.0_#00000000", "__attach_version"},
+         {"__attach_version", "__recip_version1.0_#00000000", "__attach_version1.0_#00000000",
+          "__attach_version1.0_#00000001"}},
+    };
+    for (const Case& c : cases) {
+        qh::Dict dict = mole->getOLEDictionaryWithContents(&c.names);
+        EXPECT_EQ(keysOf(dict), c.keys);
+    }
+    qh::Dict all = mole->getOLEDictionaryWithContents(nullptr);
+    EXPECT_EQ(all.size(), 7u);
+
+    const std::vector<std::string> none;
+    qh::Dict dict = mole->getOLEDictionaryWithContents(&none, true);
+    const qh::Dict& attachment = *dict.findDict("__attach_version1.0_#00000000");
+    EXPECT_EQ(std::string(attachment.findBytes("__substg1.0_3707001F")->text()), "name");
+    // Below the top level a storage is entered only when the root holds one of
+    // the same name: the root's empty "__substg1.0_3701000D" lets the embedded
+    // message in, but it is walked under its own path.
+    const qh::Dict* embedded = attachment.findDict("__substg1.0_3701000D");
+    ASSERT_TRUE(embedded);
+    EXPECT_EQ(std::string(embedded->findBytes("__substg1.0_0037001F")->text()), "inner");
+    // the plain walk asks the full path instead
+    qh::Dict plain = mole->getOLEDictionary(true);
+    EXPECT_EQ(std::string(plain.findDict("__attach_version1.0_#00000000")
+                              ->findDict("__substg1.0_3701000D")
+                              ->findBytes("__substg1.0_0037001F")
+                              ->text()),
+              "inner");
+}
+
+TEST(Mole, BareNameRuleKeepsNestedStoragesClosed) {
+    auto mole = open(CompoundWriter::fromDescription(R"(
+        __attach_version1.0_#00000000/__substg1.0_3701000D/__substg1.0_0037001F: "inner"
+    )").bytes());
+    qh::Dict dict = mole->getOLEDictionaryWithContents(nullptr, true);
+    const qh::Dict& attachment = *dict.findDict("__attach_version1.0_#00000000");
+    EXPECT_FALSE(attachment.contains("__substg1.0_3701000D"));
+    qh::Array array = mole->getOLEArray();
+    const qh::Array& children = *array[0].dict()->findArray("childentry");
+    ASSERT_EQ(children.size(), 1u);
+    EXPECT_TRUE(children[0].dict()->empty());
+}
+
+TEST(Mole, DeInitializeLeavesAnEmptyFacade) {
+    auto mole = open(CompoundWriter().addStream("a", "x").bytes());
+    mole->deInitialize();
+    EXPECT_FALSE(mole->getStream("a"));
+    EXPECT_TRUE(mole->getOLEDictionary().empty());
+    EXPECT_TRUE(mole->getDirectory().empty());
+    auto blank = qh::Mole::initialize();
+    EXPECT_FALSE(blank->getStream("a"));
+    EXPECT_TRUE(blank->getOLEArray().empty());
+}
