@@ -54,10 +54,10 @@ public:
     const Array* findArray(std::string_view key) const;
     const Dict* findDict(std::string_view key) const;
 
-    std::size_t size() const { return entries_.size(); }
-    bool empty() const { return entries_.empty(); }
-    std::vector<Entry>::const_iterator begin() const { return entries_.begin(); }
-    std::vector<Entry>::const_iterator end() const { return entries_.end(); }
+    std::size_t size() const;
+    bool empty() const;
+    std::vector<Entry>::const_iterator begin() const;
+    std::vector<Entry>::const_iterator end() const;
     std::vector<std::string> keys() const;
 
     friend bool operator==(const Dict& a, const Dict& b);
@@ -123,5 +123,12 @@ public:
 private:
     Storage v_;
 };
+
+// Defined here, where Value is complete (some compilers instantiate the
+// vector's members at the point of an inline definition).
+inline std::size_t Dict::size() const { return entries_.size(); }
+inline bool Dict::empty() const { return entries_.empty(); }
+inline std::vector<Dict::Entry>::const_iterator Dict::begin() const { return entries_.begin(); }
+inline std::vector<Dict::Entry>::const_iterator Dict::end() const { return entries_.end(); }
 
 }  // namespace qh
