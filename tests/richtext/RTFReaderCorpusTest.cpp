@@ -1,0 +1,126 @@
+// The RTF reader on real message bodies: every compressed RTF of the corpus
+// converts, and the text it gives shares its words with the message's plain body.
+#include <cctype>
+#include <set>
+#include <string>
+
+#include <gtest/gtest.h>
+
+#include "compound/Mole.h"
+#include "core/TextEncoding.h"
+#include "richtext/RTFReader.h"
+#include "richtext/RTFWangers.h"
+#include "support/Corpus.h"
+
+namespace {
+
+using qhtest::corpusFiles;
+using qhtest::readFileBytes;
+
+void expectConverts(qh::ByteView rtf, const std::string& where) {
+    std::optional<std::string> text = qh::RTFReader::stringFromRTFData(rtf);
+    std::optional<std::string> html = qh::RTFReader::htmlFromRTFData(rtf);
+    ASSERT_TRUE(text.has_value()) << where;
+    ASSERT_TRUE(html.has_value()) << where;
+    EXPECT_EQ(qh::TextEncoding::sanitizeUTF8(*text), *text) << where << ": text is not UTF-8";
+    EXPECT_EQ(qh::TextEncoding::sanitizeUTF8(*html), *html) << where << ": HTML is not UTF-8";
+    // Encapsulated HTML comes back as the original markup (at times a bare
+    // fragment written by a web mailer); the rest as our own document.
+    std::string head = qh::TextEncoding::lowercase(qh::TextEncoding::trimWhitespaceAndNewlines(html->substr(0, 200)));
+    if (qh::asText(rtf).find("\\fromhtml1") != std::string_view::npos)
+        EXPECT_TRUE(head.starts_with("<")) << where << ": " << head;
+    else
+        EXPECT_TRUE(head.starts_with("<!doctype html>")) << where;
+}
+
+TEST(RTFReaderCorpus, EveryCompressedRtfConverts) {
+    QH_REQUIRE_CORPUS("rtf");
+    int converted = 0;
+    for (const auto& path : corpusFiles("rtf", "")) {
+        const std::string name = path.filename().string();
+        if (name.find(".expected") != std::string::npos) continue;
+        qh::Bytes stream = readFileBytes(path);
+        std::optional<qh::Bytes> rtf = qh::RTFWangers::getRTFForData(stream);
+        ASSERT_TRUE(rtf.has_value()) << name;
+        expectConverts(*rtf, name);
+        ++converted;
+    }
+    EXPECT_GT(converted, 0);
+}
+
+// Words of four or more ASCII letters, in order of first appearance. Link
+// targets are left out: plain bodies written from HTML spell them out, the
+// RTF shows the link's text.
+std::vector<std::string> wordsOf(std::string_view text, std::size_t limit) {
+    std::vector<std::string> words;
+    std::set<std::string> seen;
+    std::size_t i = 0;
+    while (i < text.size() && words.size() < limit) {
+        while (i < text.size() && std::isspace(static_cast<unsigned char>(text[i]))) ++i;
+        std::size_t end = i;
+        while (end < text.size() && !std::isspace(static_cast<unsigned char>(text[end]))) ++end;
+        std::string_view token = text.substr(i, end - i);
+        i = end;
+        if (token.find("://") != std::string_view::npos || token.find("mailto:") != std::string_view::npos ||
+            token.find('@') != std::string_view::npos || token.starts_with("<") || token.starts_with("["))
+            continue;
+        std::string word;
+        for (char c : std::string(token) + " ") {
+            if ((c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z')) {
+                word.push_back(c);
+            } else {
+                if (word.size() >= 4 && seen.insert(word).second) words.push_back(word);
+                word.clear();
+            }
+        }
+    }
+    return words;
+}
+
+// The plain body of a message: the Unicode stream cut at its first NUL, else the 8-bit one.
+std::string plainBody(const qh::Mole& mole) {
+    if (auto unicode = mole.getStream("__substg1.0_1000001F")) {
+        qh::ByteView bytes = unicode->view();
+        std::size_t length = 0;
+        while (length + 1 < bytes.size() && (bytes[length] || bytes[length + 1])) length += 2;
+        return qh::TextEncoding::decode(bytes.first(length), qh::StringEncoding::UTF16LE).value_or("");
+    }
+    if (auto ansi = mole.getStream("__substg1.0_1000001E")) {
+        std::string_view text = ansi->text();
+        return std::string(text.substr(0, text.find('\0')));
+    }
+    return {};
+}
+
+TEST(RTFReaderCorpus, RtfTextSharesTheWordsOfThePlainBody) {
+    QH_REQUIRE_CORPUS("msg");
+    int compared = 0;
+    for (const auto& path : corpusFiles("msg", ".msg")) {
+        const std::string name = path.filename().string();
+        qh::Bytes file = readFileBytes(path);
+        auto mole = qh::Mole::initWithData(file);
+        if (!mole) continue;
+        auto compressed = mole->getStream("__substg1.0_10090102");
+        if (!compressed || !qh::RTFWangers::typeIsRTF(compressed->view())) continue;
+        std::optional<qh::Bytes> rtf = qh::RTFWangers::getRTFForData(compressed->view());
+        if (!rtf || !qh::asText(*rtf).starts_with("{\\rtf")) continue;
+        expectConverts(*rtf, name);
+
+        std::vector<std::string> bodyWords = wordsOf(plainBody(*mole), 60);
+        if (bodyWords.size() < 3) continue;
+        std::string text = qh::RTFReader::stringFromRTFData(*rtf).value_or("");
+        std::size_t found = 0;
+        std::string missing;
+        for (const std::string& word : bodyWords) {
+            if (text.find(word) != std::string::npos) ++found;
+            else missing += word + " ";
+        }
+        // Loose on purpose: bodies and their RTF differ in small ways (link
+        // targets written out in the plain body, signatures), never wholesale.
+        EXPECT_GE(found * 10, bodyWords.size() * 8) << name << ": missing " << missing;
+        ++compared;
+    }
+    EXPECT_GT(compared, 10);
+}
+
+}  // namespace
