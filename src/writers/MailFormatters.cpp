@@ -81,9 +81,8 @@ std::string MailFormatters::messageContent(const Dict& message, std::string_view
     const std::string separator = partBoundary(boundary);
     std::string content;
 
-    std::optional<std::string> rtfText;
     const Blob* rtf = message.findBytes("RTF");
-    if (rtf) rtfText = RTFReader::rtfStringFromData(rtf->view());
+    std::optional<std::string> rtfText;
 
     if (auto rawMail = textOf(message.find("RawMail"))) {
         content.append(separator).append(kQuotedPrintableHTMLHeader).append("\n").append(*rawMail);
@@ -91,7 +90,7 @@ std::string MailFormatters::messageContent(const Dict& message, std::string_view
         // The header announces quoted-printable, but this HTML goes out as it is: mail readers cope.
         content.append(separator).append(kQuotedPrintableHTMLHeader).append("\n");
         content.append(withSingleNewlines(trimmed(*html)));
-    } else if (rtf && rtfText) {
+    } else if (rtf && (rtfText = RTFReader::rtfStringFromData(rtf->view()))) {
         std::optional<std::string> rtfHTML = RTFReader::htmlFromRTFData(rtf->view());
         std::string html = withSingleNewlines(rtfHTML ? std::optional<std::string_view>(*rtfHTML) : std::nullopt);
         content.append(separator);
@@ -117,7 +116,7 @@ std::string MailFormatters::messageContent(const Dict& message, std::string_view
     return content;
 }
 
-std::string MailFormatters::attachmentContents(const Dict& message, std::string_view boundary, bool convertType) {
+std::string MailFormatters::attachmentContents(const Dict& message, std::string_view boundary, bool /*convertType*/) {
     std::string content;
     const Array* attachments = message.findArray("AttachmentList");
     if (!attachments) return content;

@@ -1,0 +1,71 @@
+// The RTF reader's throughput (MB/s of RTF in) over every RTF body of the
+// corpus: the compressed streams of rtf/ and the compressed bodies of msg/.
+#include <filesystem>
+#include <fstream>
+#include <iterator>
+#include <string>
+#include <vector>
+
+#include <benchmark/benchmark.h>
+
+#include "compound/Mole.h"
+#include "richtext/RTFReader.h"
+#include "richtext/RTFWangers.h"
+
+namespace {
+
+qh::Bytes readFile(const std::filesystem::path& path) {
+    std::ifstream in(path, std::ios::binary);
+    return qh::Bytes((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
+}
+
+void addDecoded(qh::ByteView compressed, std::vector<qh::Bytes>& documents) {
+    if (!qh::RTFWangers::typeIsRTF(compressed)) return;
+    if (auto rtf = qh::RTFWangers::getRTFForData(compressed)) {
+        if (qh::asText(*rtf).starts_with("{\\rtf")) documents.push_back(std::move(*rtf));
+    }
+}
+
+const std::vector<qh::Bytes>& corpusDocuments() {
+    static const std::vector<qh::Bytes> documents = [] {
+        std::vector<qh::Bytes> found;
+        const std::filesystem::path root(QH_CORPUS_DIR);
+        std::error_code ec;
+        for (const auto& entry : std::filesystem::directory_iterator(root / "rtf", ec)) {
+            const std::string name = entry.path().filename().string();
+            if (name.find(".expected") == std::string::npos) addDecoded(readFile(entry.path()), found);
+        }
+        for (const auto& entry : std::filesystem::directory_iterator(root / "msg", ec)) {
+            if (entry.path().extension() != ".msg") continue;
+            qh::Bytes file = readFile(entry.path());
+            auto mole = qh::Mole::initWithData(file);
+            if (!mole) continue;
+            if (auto stream = mole->getStream("__substg1.0_10090102")) addDecoded(stream->view(), found);
+        }
+        return found;
+    }();
+    return documents;
+}
+
+template <std::optional<std::string> (*Convert)(qh::ByteView)>
+void convertCorpus(benchmark::State& state) {
+    const auto& documents = corpusDocuments();
+    if (documents.empty()) {
+        state.SkipWithError("no corpus RTF");
+        return;
+    }
+    std::size_t bytes = 0;
+    for (const auto& document : documents) bytes += document.size();
+    for (auto _ : state) {
+        for (const auto& document : documents) benchmark::DoNotOptimize(Convert(document));
+    }
+    state.SetBytesProcessed(static_cast<std::int64_t>(state.iterations() * bytes));
+    state.counters["documents"] = static_cast<double>(documents.size());
+    state.counters["corpusKB"] = static_cast<double>(bytes) / 1024.0;
+}
+
+BENCHMARK(convertCorpus<qh::RTFReader::stringFromRTFData>)->Name("RTFReader/stringFromRTFData/corpus");
+BENCHMARK(convertCorpus<qh::RTFReader::htmlFromRTFData>)->Name("RTFReader/htmlFromRTFData/corpus");
+BENCHMARK(convertCorpus<qh::RTFReader::rtfStringFromData>)->Name("RTFReader/rtfStringFromData/corpus");
+
+}  // namespace
