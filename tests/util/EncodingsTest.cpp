@@ -1,0 +1,303 @@
+// Transfer and header encodings: quoted-printable, encoded words, base64, hex,
+// and the bytes-to-text fallback chain.
+#include <gtest/gtest.h>
+
+#include "core/Log.h"
+#include "util/Base64Codec.h"
+#include "util/DataWangers.h"
+#include "util/WebWangers.h"
+#include "util/WindowsCodePageWangers.h"
+
+using namespace qh;
+
+namespace {
+Bytes bytes(std::initializer_list<int> values) {
+    Bytes out;
+    for (int v : values) out.push_back(std::uint8_t(v));
+    return out;
+}
+std::string latin1(unsigned char c) {  // the UTF-8 of one ISO Latin-1 character
+    return c < 0x80 ? std::string(1, char(c)) : std::string{char(0xC0 | c >> 6), char(0x80 | (c & 0x3F))};
+}
+}  // namespace
+
+TEST(QuotedPrintable, DecodesAsUtf8AndFallsBackBytePerCharacter) {
+    struct Case {
+        const char* name;
+        std::string input, encoding, expected;
+    };
+    const Case cases[] = {
+        {"escape", "a=3Db", "quoted-printable", "a=b"},
+        {"other encoding name only trims", "  a=3Db\n", "base64", "a=3Db"},
+        {"name compared case-sensitively", "a=3Db", "Quoted-Printable", "a=3Db"},
+        {"utf-8 pair", "caf=C3=A9", "quoted-printable", "caf\xC3\xA9"},
+        {"invalid utf-8 falls back", "caf=E9 ok", "quoted-printable", "caf" + latin1(0xE9) + " ok"},
+        {"lone percent falls back unchanged", "100%", "quoted-printable", "100%"},
+        {"=FF is outside the loop", "x=FF", "quoted-printable", "x=FF"},
+        {"=00 is outside the loop", "x=00y", "quoted-printable", "x=00y"},
+        {"lower-case escape stays", "a=3db", "quoted-printable", "a=3db"},
+        {"soft break LF removed", "ab=\ncd", "quoted-printable", "abcd"},
+        {"percent escape already in text is decoded", "a%41=42", "quoted-printable", "aAB"},
+        {"result trimmed", " =20x=20 \n", "quoted-printable", "x"},
+    };
+    for (const auto& c : cases)
+        EXPECT_EQ(WebWangers::decodeQuotedPrintableString(c.input, c.encoding), c.expected) << c.name;
+}
+
+TEST(QuotedPrintable, SoftBreakWithCarriageReturnBreaksThePercentDecoding) {
+    // Only "=\n" is a soft break here: the callers reduce line ends to LF first.
+    EXPECT_EQ(WebWangers::decodeQuotedPrintableString("=41=\r\nB", "quoted-printable"), "A=\r\nB");
+}
+
+TEST(QuotedPrintable, BytePerCharacterDecoderLeavesTheEdgesAlone) {
+    struct Case {
+        std::string input, expected;
+    };
+    const Case cases[] = {
+        {"=41BCDE", "=41BCDE"},                      // index 0 is never decoded
+        {"x=41BCDE", "xABCDE"},
+        {"abc=41", "abc=41"},                        // within the last four characters
+        {"abc=41xy", "abcAxy"},                       // exactly five from the end
+        {"ab=41x", "ab=41x"},
+        {"a=E9bcde", "a" + latin1(0xE9) + "bcde"},     // codes above 127 as Latin-1
+        {"a=G1bcde", "a" + std::string(1, '\0') + "bcde"},  // no hex digit reads 0
+        {"a=4Gbcde", "a\x04" "bcde"},                          // one digit
+        {"a=\r\nb=\nc=41zzzz", "abcAzzzz"},           // soft breaks, CR LF first
+        {"a=3D41zzzz", "a=41zzzz"},                  // a decoded "=" is not decoded again
+        {"", ""},
+    };
+    for (const auto& c : cases) EXPECT_EQ(WebWangers::decodedQuotedPrintable(c.input), c.expected) << c.input;
+}
+
+TEST(QuotedPrintable, EncoderEscapesBytesNotTheEqualsSign) {
+    struct Case {
+        std::string input, expected;
+    };
+    const Case cases[] = {
+        {"a=b\tc", "a=b=09c"},
+        {"\xC3\xA9", "=C3=A9"},
+        {"line\r\nnext", "line=0D\nnext"},
+        {"trailing ", "trailing "},
+        {"~\x7F", "~=7F"},
+        {"", ""},
+    };
+    for (const auto& c : cases) EXPECT_EQ(WebWangers::createQuotedPrintableFromString(c.input), c.expected);
+    const std::string longLine(200, 'x');
+    EXPECT_EQ(WebWangers::createQuotedPrintableFromString(longLine), longLine);
+}
+
+TEST(EncodedWords, Utf8BWordsKeepTheBlankBetweenThem) {
+    struct Case {
+        const char* name;
+        std::string input, expected;
+    };
+    const Case cases[] = {
+        {"two words, lower-case marker", "=?UTF-8?B?SGVsbG8=?= =?utf-8?b?V29ybGQ=?=", "Hello World"},
+        {"text around", "Re: =?UTF-8?B?Y2Fmw6k=?= !", "Re: caf\xC3\xA9 !"},
+        {"no word", "plain text", "plain text"},
+        {"adjacent words", "=?UTF-8?B?YQ==?==?UTF-8?B?Yg==?=", "ab"},
+        {"?= without a marker is taken as a word", "QUJD?= tail", "ABC tail"},
+        {"latin-1 bytes fall back to windows-1252", "=?UTF-8?B?6Q==?=", "\xC3\xA9"},
+        {"undecodable word adds nothing", "x=?UTF-8?B?QQ?=y", "xy"},
+        {"unterminated word kept as it is", "x=?UTF-8?B?SGk", "xSGk"},
+    };
+    for (const auto& c : cases) EXPECT_EQ(WebWangers::decodeUTF8B(c.input), c.expected) << c.name;
+}
+
+TEST(EncodedWords, Utf8QWordsDropTheTextAfterTheLastWord) {
+    struct Case {
+        std::string input, expected;
+    };
+    const Case cases[] = {
+        {"=?UTF-8?Q?caf=C3=A9?=", "caf\xC3\xA9"},
+        {"Subject: =?utf-8?q?a_b?= tail", "Subject: a b"},
+        {"=?UTF-8?Q?100%?=", "100%"},
+        {"no words here", ""},
+        {"=?UTF-8?Q?one?= =?UTF-8?Q?two?=", "onetwo"},
+        {"=?UTF-8?Q?bad=E9?=", ""},
+    };
+    for (const auto& c : cases) EXPECT_EQ(WebWangers::decodeUTF8Q(c.input), c.expected) << c.input;
+}
+
+TEST(EncodedWords, Windows1255) {
+    // "shalom" in Windows-1255: F9 EC E5 ED.
+    EXPECT_EQ(WindowsCodePageWangers::decodeCP1255B("=?windows-1255?B?+ezl7Q==?= x"),
+              "\xD7\xA9\xD7\x9C\xD7\x95\xD7\x9D x");
+    EXPECT_EQ(WindowsCodePageWangers::decodeCP1255B("a =?WINDOWS-1255?b?4A==?="), "a \xD7\x90");
+    // 0xFF has no character in the code page: the word adds nothing.
+    EXPECT_EQ(WindowsCodePageWangers::decodeCP1255B("[=?windows-1255?B?/w==?=]"), "[]");
+
+    struct Case {
+        std::string input, expected;
+    };
+    const Case cases[] = {
+        {"=E0=e1", "\xD7\x90\xD7\x91"},        // any case
+        {"=FA", "\xD7\xAA"},                   // last code of the list
+        {"=D0=D8", "\xD7\x80\xD7\xB4"},
+        {"=D9=DF=FB=FF", "=D9=DF=FB=FF"},      // deliberately not in the list
+        {"=41 =\n =?x?=", "=41 =\n =?x?="},     // nothing else is touched
+        {"==E0=", "=\xD7\x90="},
+    };
+    for (const auto& c : cases)
+        EXPECT_EQ(WindowsCodePageWangers::decodeCP1255FromMimeEncodedString(c.input), c.expected) << c.input;
+}
+
+TEST(Base64, DecoderSkipsEverythingOutsideTheAlphabet) {
+    struct Case {
+        std::string input;
+        std::string expected;
+    };
+    const Case cases[] = {
+        {"QQ", "A"},
+        {"Q", ""},
+        {"QU=JD", "ABC"},
+        {"QUJD\r\nREVG", "ABCDEF"},
+        {"QQ==QQ==", "A\x04\x10"},  // padding plays no part: four values, three bytes
+        {"", ""},
+        {"!!!", ""},
+    };
+    for (const auto& c : cases) {
+        std::size_t length = 99;
+        Bytes out = NewBase64Decode(c.input.data(), c.input.size(), &length);
+        EXPECT_EQ(std::string(out.begin(), out.end()), c.expected) << c.input;
+        EXPECT_EQ(length, c.expected.size());
+    }
+    // The all-ones length reads up to the NUL.
+    std::size_t length = 0;
+    Bytes out = NewBase64Decode("QUJD\0REVG", kBase64NulTerminated, &length);
+    EXPECT_EQ(std::string(out.begin(), out.end()), "ABC");
+    // Text holding anything but ASCII decodes as nothing.
+    EXPECT_TRUE(dataFromBase64String("QUJD\xC3\xA9").empty());
+    EXPECT_EQ(dataFromBase64String("QUJD"), toBytes("ABC"));
+}
+
+TEST(Base64, EncoderLineLayouts) {
+    const Bytes input48(48, 0xFF), input49(49, 0xFF), input96(96, 0);
+    struct Case {
+        const char* name;
+        std::string encoded;
+        std::string expected;
+    };
+    const Case cases[] = {
+        {"48 bytes: one line, no CR LF", base64EncodedString(input48), std::string(64, '/')},
+        {"49 bytes: a second line", base64EncodedString(input49), std::string(64, '/') + "\r\n/w=="},
+        {"96 bytes: no CR LF after the last line", base64EncodedString(input96),
+         std::string(64, 'A') + "\r\n" + std::string(64, 'A')},
+        {"one line when not separated", NewBase64Encode(input49, false), std::string(64, '/') + "/w=="},
+        {"two bytes", NewBase64Encode(toBytes("AB"), true), "QUI="},
+        {"empty", NewBase64Encode(Bytes{}, true), ""},
+    };
+    for (const auto& c : cases) EXPECT_EQ(c.encoded, c.expected) << c.name;
+    std::size_t length = 0;
+    NewBase64Encode(input49.data(), input49.size(), true, &length);
+    EXPECT_EQ(length, 70u);
+}
+
+TEST(Base64, MimeEncoderUses76CharacterLines) {
+    const Bytes input57(57, 0), input58(58, 0);
+    EXPECT_EQ(DataWangers::b64EncodeData(input57), std::string(76, 'A'));
+    EXPECT_EQ(DataWangers::b64EncodeData(input58), std::string(76, 'A') + "\r\nAA==");
+    EXPECT_EQ(DataWangers::b64EncodeData(Bytes(114, 0)), std::string(76, 'A') + "\r\n" + std::string(76, 'A'));
+    EXPECT_EQ(DataWangers::b64EncodeData(std::string_view("not base64 at all")), "not base64 at all");
+    EXPECT_EQ(DataWangers::b64EncodeData(Bytes{}), "");
+}
+
+TEST(Base64, StrictDecoderWantsWholeGroups) {
+    struct Case {
+        std::optional<std::string> input;
+        std::optional<std::string> expected;
+    };
+    const Case cases[] = {
+        {std::nullopt, std::nullopt},
+        {"", std::nullopt},
+        {"QUJD", "ABC"},
+        {"QUI=", "AB"},
+        {"QQ==", "A"},
+        {"QQ", std::nullopt},       // not a whole group
+        {"QQ==QQ==", std::nullopt},  // padding inside
+        {"QU JD\r\n", "ABC"},       // blanks and line ends ignored
+        {"QU*JD", "ABC"},
+    };
+    for (const auto& c : cases) {
+        auto out = DataWangers::b64DecodeDataString(c.input ? std::optional<std::string_view>(*c.input) : std::nullopt);
+        ASSERT_EQ(out.has_value(), c.expected.has_value()) << c.input.value_or("(none)");
+        if (out) EXPECT_EQ(std::string(out->begin(), out->end()), *c.expected);
+    }
+}
+
+TEST(Hex, CleaningAndReading) {
+    struct Case {
+        std::string input;
+        std::string cleaned;
+        Bytes data;
+    };
+    const Case cases[] = {
+        {"0x1F 2g3", "1F23", bytes({0x1F, 0x23})},
+        {"ABC", "ABC", bytes({0xAB})},
+        {"0X0x", "", {}},
+        {"00xx1", "01", bytes({0x01})},  // one pass: the "0x" that the removal forms stays, its x goes
+        {"a", "a", {}},
+        {"de:ad:BE:ef", "deadBEef", bytes({0xDE, 0xAD, 0xBE, 0xEF})},
+    };
+    for (const auto& c : cases) {
+        EXPECT_EQ(DataWangers::cleanNonHexCharsFromHexString(c.input), c.cleaned) << c.input;
+        EXPECT_EQ(DataWangers::dataFromHexString(c.input), c.data) << c.input;
+    }
+    EXPECT_FALSE(DataWangers::cleanNonHexCharsFromHexString(std::nullopt));
+    EXPECT_FALSE(DataWangers::dataFromHexString(std::nullopt));
+    EXPECT_EQ(DataWangers::dataFromInt(258, 7), bytes({0, 0, 1, 2}));
+    EXPECT_EQ(DataWangers::dataFromInt(0x1122334455667788, 0), bytes({0x55, 0x66, 0x77, 0x88}));
+    EXPECT_EQ(DataWangers::dataFromInt(-1, 0), bytes({0xFF, 0xFF, 0xFF, 0xFF}));
+}
+
+TEST(BytesToText, FallbackChain) {
+    Log::setSystemLogEnabled(false);
+    struct Case {
+        const char* name;
+        Bytes data;
+        StringEncoding encoding;
+        std::optional<std::string> expected;
+    };
+    const Case cases[] = {
+        {"empty gives none", {}, StringEncoding::UTF8, std::nullopt},
+        {"utf-8", toBytes("caf\xC3\xA9"), StringEncoding::UTF8, "caf\xC3\xA9"},
+        {"invalid utf-8 falls back to 1252", bytes({'c', 0xE9, 0x80}), StringEncoding::UTF8, "c\xC3\xA9\xE2\x82\xAC"},
+        {"ascii rejects the high byte, 1252 takes it", bytes({'x', 0x93, 'y', 0x94}), StringEncoding::ASCII,
+         "x\xE2\x80\x9Cy\xE2\x80\x9D"},
+        {"utf-16le", bytes({'H', 0, 'i', 0}), StringEncoding::UTF16LE, "Hi"},
+        {"odd utf-16le falls back", bytes({'H', 0, 'i'}), StringEncoding::UTF16LE, std::string("H\0i", 3)},
+        {"unpaired surrogate falls back", bytes({0x00, 0xD8, 'a', 0}), StringEncoding::UTF16LE,
+         std::string("\0\xC3\x98" "a\0", 5)},
+        {"valid utf-8", bytes({0xC3, 0x81}), StringEncoding::UTF8, "\xC3\x81"},
+        {"1252 takes every byte", bytes({0xFF, 0x81}), StringEncoding::UTF8, "\xC3\xBF\xC2\x81"},
+    };
+    for (const auto& c : cases) {
+        Log::Capture capture;
+        EXPECT_EQ(DataWangers::getStringFromData(c.data, c.encoding, "test", 3), c.expected) << c.name;
+        EXPECT_TRUE(capture.lines().empty()) << c.name;
+    }
+}
+
+TEST(BytesToText, ConversionThatCannotRunIsLoggedAndFallsBack) {
+    Log::setSystemLogEnabled(false);
+    Log::Capture capture;
+    auto text = DataWangers::getStringFromData(toBytes("abc"), static_cast<StringEncoding>(999), "readBody", -7);
+    EXPECT_EQ(text, "abc");
+    ASSERT_EQ(capture.lines().size(), 1u);
+    EXPECT_EQ(capture.lines()[0],
+              "Error reading getting Message Dictionary - Exception: unsupported string encoding 999 Locn readBody -7 a");
+
+    Value null;
+    EXPECT_FALSE(DataWangers::getStringFromData(&null, StringEncoding::UTF8, "x", 0));
+    Value blob(toBytes("ok"));
+    EXPECT_EQ(DataWangers::getStringFromData(&blob, StringEncoding::UTF8, "x", 0), "ok");
+    EXPECT_EQ(DataWangers::getStringFromData(toBytes("plain"), StringEncoding::ASCII), "plain");
+}
+
+TEST(PercentDecoding, FailsOnBadEscapesAndInvalidUtf8) {
+    EXPECT_EQ(WebWangers::removePercentEncodingFromString("a%20b%C3%A9"), "a b\xC3\xA9");
+    EXPECT_FALSE(WebWangers::removePercentEncodingFromString("100%"));
+    EXPECT_FALSE(WebWangers::removePercentEncodingFromString("%zz"));
+    EXPECT_FALSE(WebWangers::removePercentEncodingFromString("%E9"));
+    EXPECT_EQ(WebWangers::removePercentEncodingFromString("plain"), "plain");
+}

@@ -1,0 +1,182 @@
+// Time conversions, calendar checks, clock strings and the submission date.
+#include <gtest/gtest.h>
+
+#include <cmath>
+#include <numbers>
+
+#include "EnvironmentGuard.h"
+#include "core/DateFormatting.h"
+#include "util/DateData.h"
+#include "util/TimeWangers.h"
+
+using namespace qh;
+
+TEST(TimeConversions, AsWritten) {
+    constexpr std::int64_t kEpochTicks = 11644473600LL * 10000000LL;
+    struct Case {
+        const char* name;
+        std::int64_t actual, expected;
+    };
+    const Case cases[] = {
+        {"unix epoch", TimeWangers::unixTimeFromWindows(kEpochTicks), 0},
+        {"sub-second dropped", TimeWangers::unixTimeFromWindows(kEpochTicks + 9999999), 0},
+        {"one second", TimeWangers::unixTimeFromWindows(kEpochTicks + 10000000), 1},
+        {"2024-03-05 10:02:03", TimeWangers::unixTimeFromWindows(133541065230000000LL), 1709632923},
+        // Subtracts and divides: not the inverse, kept so.
+        {"windows from unix", TimeWangers::windowsTimeFromUnix(1709632923), (1709632923LL - 11644473600LL) / 10000000},
+        {"windows from unix truncates toward zero", TimeWangers::windowsTimeFromUnix(0), -1164},
+        // Despite its name: Unix seconds to VMS ticks.
+        {"vms of 0", TimeWangers::unixTimeFromVMS(0), 35067168000000000LL},
+        {"vms of 1", TimeWangers::unixTimeFromVMS(1), 35067168010000000LL},
+        {"vms wraps", TimeWangers::unixTimeFromVMS(INT64_MAX),
+         static_cast<std::int64_t>(static_cast<std::uint64_t>(INT64_MAX) * 10000000ull + 35067168000000000ull)},
+    };
+    for (const auto& c : cases) EXPECT_EQ(c.actual, c.expected) << c.name;
+}
+
+TEST(Calendar, LeapYearsAndValidDates) {
+    EXPECT_FALSE(TimeWangers::isLeapYear(1900));
+    EXPECT_TRUE(TimeWangers::isLeapYear(2000));
+    EXPECT_TRUE(TimeWangers::isLeapYear(2024));
+    EXPECT_FALSE(TimeWangers::isLeapYear(2023));
+    struct Case {
+        int day, month, year;
+        bool valid;
+    };
+    const Case cases[] = {
+        {29, 2, 1900, false}, {29, 2, 2000, true}, {31, 4, 2021, false}, {30, 4, 2021, true},
+        {1, 13, 2021, false}, {1, 0, 2021, false}, {0, 1, 2021, false},  {31, 12, -5, true},
+        {28, 2, 2023, true},  {29, 2, 2023, false},
+    };
+    for (const auto& c : cases)
+        EXPECT_EQ(TimeWangers::dateIsValidWithDay(c.day, c.month, c.year), c.valid)
+            << c.day << "/" << c.month << "/" << c.year;
+}
+
+TEST(Calendar, TimeIsValidChecksTheRangesItDoesNotName) {
+    struct Case {
+        const char* kind;
+        double value;
+        bool valid;
+    };
+    const Case cases[] = {
+        {"time", 90.30, true},   {"time", 91.0, false},  {"time", 12.60, false}, {"time", -1.0, false},
+        {"long", 23.59, true},   {"long", 24.0, false},  {"lat", 23.0, true},    {"lat", 24.0, false},
+        {"", 359.59, true},      {"", -500.0, true},     {"", 1.60, false},      {"l", 23.0, true},
+        {"l", 24.0, false},      {"latitude", 24.0, false},  // a kind longer than the word matches nothing
+        {"t", 45.0, true},
+    };
+    for (const auto& c : cases)
+        EXPECT_EQ(TimeWangers::timeIsValid(c.kind, c.value), c.valid) << '"' << c.kind << "\" " << c.value;
+}
+
+TEST(ClockStrings, TwelveToTwentyFour) {
+    struct Case {
+        const char* input;
+        std::optional<std::string> expected;
+    };
+    const Case cases[] = {
+        {"12:30 AM", "00:30"}, {"12:05 pm", "12:05"}, {"1:60 PM", "13:60"}, {"13:00 PM", "13:00"},
+        {"1:61 PM", std::nullopt}, {"11:59 PM", "23:59"}, {"9:7am", "09:07"}, {"1230 PM", std::nullopt},
+        {"12:00:00 AM", "00:00"}, {"24:00", std::nullopt},
+    };
+    for (const auto& c : cases) EXPECT_EQ(TimeWangers::create24HourStringFrom12Hour(c.input), c.expected) << c.input;
+}
+
+TEST(ClockStrings, TwentyFourToTwelve) {
+    struct Case {
+        const char* input;
+        std::optional<std::string> expected;
+    };
+    const Case cases[] = {
+        {"00:15", "12:15AM"}, {"12:00", "12:00PM"}, {"23:59", "11:59PM"}, {"24:00", "12:00PM"},
+        {"25:00", std::nullopt}, {"9:05", "9:05AM"}, {"13:61", std::nullopt}, {"nope", std::nullopt},
+    };
+    for (const auto& c : cases) EXPECT_EQ(TimeWangers::create12HourStringFrom24Hour(c.input), c.expected) << c.input;
+}
+
+TEST(ClockStrings, Comparison) {
+    EXPECT_EQ(TimeWangers::compare24HourTime("09:30", "10:00"), -1);
+    EXPECT_EQ(TimeWangers::compare24HourTime("10:00", "10:00"), 0);
+    EXPECT_EQ(TimeWangers::compare24HourTime("23:00", "00:59"), 1);
+    EXPECT_EQ(TimeWangers::compare24HourTime("later", "10:00"), 0);
+    EXPECT_EQ(TimeWangers::compare24HourTime("25:00", "10:00"), 0);
+}
+
+TEST(Intervals, HoursMinutesSecondsAndDays) {
+    EXPECT_EQ(TimeWangers::formattedStringFromTimeInterval(3661), "01:01:01");
+    EXPECT_EQ(TimeWangers::formattedStringFromTimeInterval(100 * 3600 + 5.9), "100:00:05");
+    EXPECT_EQ(TimeWangers::formattedStringFromTimeInterval(0), "00:00:00");
+
+    qhtest::EnvironmentGuard env;
+    env.locale("en_US.UTF-8", "America/New_York");
+    // 2021-03-01 04:30 UTC is still 2021-02-28 in New York.
+    const Date lateFebruary{1614573000};
+    const Date nextEvening{1614573000 + 18 * 3600};
+    EXPECT_EQ(TimeWangers::daysBetweenDate(lateFebruary, nextEvening), 1);
+    EXPECT_EQ(TimeWangers::daysBetweenDate(nextEvening, lateFebruary), -1);
+    env.set("TZ", "UTC");
+    EXPECT_EQ(TimeWangers::daysBetweenDate(lateFebruary, nextEvening), 0);
+}
+
+TEST(Intervals, NextOccurrenceIsAfterNowAndOnTheClock) {
+    qhtest::EnvironmentGuard env;
+    env.locale("en_US.UTF-8", "Asia/Tokyo");
+    const Date now = DateFormatting::now();
+    const Date next = TimeWangers::nextOccurrenceOfTimeHours(7, 45);
+    EXPECT_GT(next.unixSeconds, now.unixSeconds);
+    EXPECT_LE(next.unixSeconds, now.unixSeconds + 86400 + 1);
+    DateComponents fields = DateFormatting::components(next, "Asia/Tokyo");
+    EXPECT_EQ(fields.hour, 7);
+    EXPECT_EQ(fields.minute, 45);
+    EXPECT_EQ(fields.second, 0);
+}
+
+TEST(Intervals, ClockHandAngles) {
+    qhtest::EnvironmentGuard env;
+    env.locale("en_US.UTF-8", "UTC");
+    float hour = 0, minute = 0, second = 0;
+    TimeWangers::forTime(Date{15 * 3600 + 30 * 60 + 15}, &hour, &minute, &second);
+    EXPECT_FLOAT_EQ(hour, float(15.0 / 12 * 2 * std::numbers::pi));
+    EXPECT_FLOAT_EQ(minute, float(std::numbers::pi));
+    EXPECT_FLOAT_EQ(second, float(std::numbers::pi / 2));
+}
+
+TEST(SubmissionDate, DisplayedInTheUsersLocaleAndZone) {
+    const std::string identifier = "c=US;a= ;p=Example Org;l=MAILHOST-201231235959Z-12345";
+    struct Case {
+        const char* lang;
+        const char* tz;
+        std::string expected;
+    };
+    const Case cases[] = {
+        {"en_US.UTF-8", "UTC", "Dec 31, 2020, 11:59\xE2\x80\xAFPM"},
+        {"de_DE.UTF-8", "Europe/Berlin", "01.01.2021, 00:59"},
+    };
+    for (const auto& c : cases) {
+        qhtest::EnvironmentGuard env;
+        env.locale(c.lang, c.tz);
+        EXPECT_EQ(formatDateData(asBytes(identifier)), c.expected) << c.lang;
+        EXPECT_EQ(TimeWangers::formatDateData(asBytes(identifier)), c.expected) << c.lang;
+    }
+}
+
+TEST(SubmissionDate, MalformedIdentifiersGiveNone) {
+    qhtest::EnvironmentGuard env;
+    env.locale("en_US.UTF-8", "UTC");
+    const char* cases[] = {
+        "",
+        "a;b;c",                        // fewer than four fields
+        "a;b;c;HOST-201231235959Z",     // fewer than three pieces
+        "a;b;c;HOST-2012312359-1",      // stamp shorter than twelve
+        "a;b;c;HOST-201331235959Z-1",   // month 13
+        "a;b;c;HOST-20123123595xZ-1",   // not a number
+        "a;b;c;HOST-200230120000Z-1",   // 30 February
+    };
+    for (const char* identifier : cases) EXPECT_FALSE(formatDateData(asBytes(std::string_view(identifier)))) << identifier;
+    Value null;
+    EXPECT_FALSE(formatDateData(&null));
+    // Non-ASCII bytes go through the Windows-1252 fallback and still parse.
+    EXPECT_TRUE(formatDateData(asBytes(std::string_view("\xE9;b;c;H-201231235959Z-1"))));
+    EXPECT_FALSE(TimeWangers::formatDateData(asBytes(std::string_view("\xE9;b;c;H-201231235959Z-1"))));
+}
