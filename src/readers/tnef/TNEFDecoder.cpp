@@ -1,7 +1,6 @@
 #include "readers/tnef/TNEFDecoder.h"
 
 #include <algorithm>
-#include <cstdio>
 #include <cstring>
 
 #include "core/DateFormatting.h"
@@ -33,13 +32,18 @@ std::optional<std::string> attachmentName(ByteView bytes) {
     return zeroTerminatedUTF8(bytes.first(std::min<std::size_t>(bytes.size(), 255)));
 }
 
-// The date sent goes through text and a pattern parse; a date whose fields do
-// not parse (an absent one is all zeros) gives no "Date".
+// The date sent as the user's calendar reads its fields ("%d-%d-%d %d:%d:%d"
+// read back with "yyyy-MM-dd HH:mm:ss", digits unpadded); fields out of range
+// (an absent date is all zeros) give no "Date".
 std::optional<std::string> displayDate(const TNEFDate& date) {
-    char text[96];
-    std::snprintf(text, sizeof text, "%d-%d-%d %d:%d:%d +0000", date.year, date.month, date.day, date.hour,
-                  date.minute, date.second);
-    std::optional<Date> parsed = DateFormatting::parse(text, "yyyy-MM-dd HH:mm:ss");
+    DateComponents fields;
+    fields.year = date.year;
+    fields.month = date.month;
+    fields.day = date.day;
+    fields.hour = date.hour;
+    fields.minute = date.minute;
+    fields.second = date.second;
+    std::optional<Date> parsed = DateFormatting::dateFromComponents(fields);
     if (!parsed) return std::nullopt;
     return TimeWangers::displayString(*parsed);
 }

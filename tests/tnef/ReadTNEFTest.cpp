@@ -1,0 +1,360 @@
+// The reader: the two readings combined, the tag search over the message
+// property block, the attachment search and its exact log lines, the summary.
+#include <string>
+#include <vector>
+
+#include <gtest/gtest.h>
+
+#include "core/Log.h"
+#include "readers/tnef/Attributes.h"
+#include "readers/tnef/ReadTNEF.h"
+#include "support/RtfCompressor.h"
+#include "support/TnefWriter.h"
+
+namespace {
+
+using namespace qh::tnef;
+using qhtest::MapiBlock;
+using qhtest::TnefWriter;
+
+const std::string kTypeAborting = "** Decode error ** Bad size in TNEF property stream type. Aborting";
+const std::string kCountAborting = "** Decode error ** Bad size in TNEF property stream count. Aborting";
+const std::string kLengthAborting = "** Decode error ** Bad size in TNEF property stream length. Aborting";
+const std::string kPropertyContinue = "** Decode error ** Bad size in TNEF property stream. Attempting to continue.";
+const std::string kStreamTypeAborting = "** Decode error ** Bad size in TNEF datastream type. Aborting";
+const std::string kStreamLengthAborting = "** Decode error ** Bad size in TNEF datastream length. Aborting";
+const std::string kStreamContinue = "** Decode error ** Bad size in TNEF datastream. Attempting to continue.";
+const std::string kDataLengthAborting = "** Decode error ** Bad size in TNEF data length. Aborting";
+const std::string kDataContinue = "** Decode error ** Bad size in TNEF data. Attempting to continue.";
+
+std::size_t countOf(const std::vector<std::string>& lines, const std::string& line) {
+    return static_cast<std::size_t>(std::count(lines.begin(), lines.end(), line));
+}
+
+qh::Bytes u32(std::uint32_t value) {
+    qh::Bytes out;
+    qhtest::appendU32(out, value);
+    return out;
+}
+
+struct Searched {
+    qh::Dict dictionary;
+    std::vector<std::string> log;
+};
+
+Searched searchBlock(const qh::Bytes& block) {
+    Searched result;
+    qh::Log::Capture capture;
+    EXPECT_TRUE(qh::ReadTNEF::decodePropertyStream(block.data(), block.size(), result.dictionary));
+    result.log = capture.lines();
+    return result;
+}
+
+TEST(ReadTNEFSearch, EachTagOfTheTable) {
+    const std::string rtf = "{\\rtf1 searched}";
+    struct Case {
+        const char* name;
+        qh::Bytes block;
+        const char* key;
+        std::string expected;  // JSON text of the value
+    };
+    const Case cases[] = {
+        {"HTML", MapiBlock().variable(kTagHtml, qh::asBytes("<p>x</p>")).bytes(), "HTML", "\"<p>x</p>\""},
+        // UTF-16LE decoded as UTF-8: the zero bytes stay.
+        {"subject", MapiBlock().unicode(kTagSubjectUnicode, u"Hi").bytes(), "Subject", "\"H\\u0000i\\u0000\\u0000\\u0000\""},
+        {"compressed RTF",
+         MapiBlock().variable(kTagRtfCompressed, qhtest::RtfCompressor::compress(rtf)).bytes(), "RTF",
+         qh::Value(qh::toBytes(rtf)).toJsonText()},
+        {"an RTF value that is not compressed RTF", MapiBlock().variable(kTagRtfCompressed, qh::asBytes("plain")).bytes(),
+         "RTF", ""},
+        {"an empty HTML value", MapiBlock().variable(kTagHtml, {}).bytes(), "HTML", ""},
+    };
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.name);
+        Searched searched = searchBlock(c.block);
+        const qh::Value* value = searched.dictionary.find(c.key);
+        if (c.expected.empty()) {
+            EXPECT_EQ(value, nullptr);
+        } else {
+            ASSERT_NE(value, nullptr);
+            EXPECT_EQ(value->toJsonText(), c.expected);
+        }
+    }
+}
+
+TEST(ReadTNEFSearch, DateReadsTheEightBytesAfterTheLengthField) {
+    // The search takes the value after tag, count and length words: for a
+    // time property those are the time itself and what follows it.
+    const std::uint64_t fileTime = 133541065230000000ull;  // 2024-03-05 10:02:03 UTC
+    qh::Bytes block = u32(1);
+    for (auto part : {u32(kTagLastModificationTime), u32(0), u32(0xFFFFFFFF)}) block.insert(block.end(), part.begin(), part.end());
+    for (int i = 0; i < 8; ++i) block.push_back(std::uint8_t(fileTime >> (8 * i)));
+    Searched searched = searchBlock(block);
+    ASSERT_NE(searched.dictionary.findString("Date"), nullptr);
+    EXPECT_NE(searched.dictionary.findString("Date")->find("2024"), std::string::npos);
+    EXPECT_EQ(countOf(searched.log, kPropertyContinue), 1u);
+}
+
+TEST(ReadTNEFSearch, SenderRules) {
+    struct Case {
+        const char* name;
+        MapiBlock block;
+        const char* from;  // JSON of "From", nullptr for none
+    };
+    const Case cases[] = {
+        {"name and address",
+         MapiBlock().variable(kTagSenderName, qh::asBytes("Ann")).variable(kTagSenderEmail, qh::asBytes("ann@x.org")),
+         R"([{"Name":"Ann","Address":"ann@x.org"}])"},
+        {"first choices win",
+         MapiBlock()
+             .variable(kTagSenderName, qh::asBytes("Second"))
+             .variable(kTagSentRepresentingName, qh::asBytes("First"))
+             .variable(kTagNamedSenderEmail, qh::asBytes("third@x.org"))
+             .variable(kTagSentRepresentingEmail, qh::asBytes("first@x.org")),
+         R"([{"Name":"First","Address":"first@x.org"}])"},
+        {"an empty first choice gives way",
+         MapiBlock().variable(kTagSentRepresentingEmail, {}).variable(kTagSenderEmail, qh::asBytes("b@x.org")),
+         R"([{"Name":"b@x.org","Address":"b@x.org"}])"},
+        {"name without address", MapiBlock().variable(kTagSenderName, qh::asBytes("Ann")), nullptr},
+        {"address without name", MapiBlock().variable(kTagSenderEmail, qh::asBytes("ann@x.org")),
+         R"([{"Name":"ann@x.org","Address":"ann@x.org"}])"},
+    };
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.name);
+        Searched searched = searchBlock(c.block.bytes());
+        const qh::Value* from = searched.dictionary.find("From");
+        if (c.from == nullptr) {
+            EXPECT_EQ(from, nullptr);
+        } else {
+            ASSERT_NE(from, nullptr);
+            EXPECT_EQ(from->toJsonText(), c.from);
+        }
+    }
+}
+
+TEST(ReadTNEFSearch, LogLinesOfThePropertyBlock) {
+    struct Case {
+        const char* name;
+        qh::Bytes block;
+        std::vector<std::pair<std::string, std::size_t>> lines;
+    };
+    const Case cases[] = {
+        {"every absent tag logs once", u32(0), {{kTypeAborting, 9}}},
+        {"one tag present", MapiBlock().variable(kTagHtml, qh::asBytes("<b>")).bytes(), {{kTypeAborting, 8}}},
+        {"a tag at the very end", [] { auto b = u32(0); auto t = u32(kTagHtml); b.insert(b.end(), t.begin(), t.end()); return b; }(),
+         {{kTypeAborting, 8}, {kCountAborting, 1}}},
+        {"a tag with its count only",
+         [] { auto b = u32(kTagHtml); auto c = u32(1); b.insert(b.end(), c.begin(), c.end()); return b; }(),
+         {{kTypeAborting, 8}, {kLengthAborting, 1}}},
+        {"a length beyond the block",
+         [] {
+             auto b = u32(kTagHtml);
+             for (auto p : {u32(1), u32(100)}) b.insert(b.end(), p.begin(), p.end());
+             b.push_back('<');
+             return b;
+         }(),
+         {{kTypeAborting, 8}, {kPropertyContinue, 1}}},
+    };
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.name);
+        Searched searched = searchBlock(c.block);
+        std::size_t total = 0;
+        for (const auto& [line, count] : c.lines) {
+            EXPECT_EQ(countOf(searched.log, line), count) << line;
+            total += count;
+        }
+        EXPECT_EQ(searched.log.size(), total);
+    }
+}
+
+TEST(ReadTNEFSearch, LengthBeyondTheBlockUsesWhatRemains) {
+    qh::Bytes block = u32(kTagHtml);
+    for (auto p : {u32(1), u32(1000)}) block.insert(block.end(), p.begin(), p.end());
+    const std::string rest = "<i>cut</i>";
+    block.insert(block.end(), rest.begin(), rest.end());
+    Searched searched = searchBlock(block);
+    ASSERT_NE(searched.dictionary.findString("HTML"), nullptr);
+    EXPECT_EQ(*searched.dictionary.findString("HTML"), rest);
+}
+
+TEST(ReadTNEFStream, LogLinesOfTheWholeStream) {
+    struct Case {
+        const char* name;
+        qh::Bytes stream;
+        std::string line;
+    };
+    const qh::Bytes props = MapiBlock().u32(0x0E070003, 1).bytes();
+    qh::Bytes shortProps = TnefWriter().bytes();
+    shortProps.push_back(kLevelMessage);
+    for (auto p : {u32(kAttMsgProps), u32(4000)}) shortProps.insert(shortProps.end(), p.begin(), p.end());
+    shortProps.insert(shortProps.end(), props.begin(), props.end());
+    qh::Bytes cutHeader = TnefWriter().bytes();
+    auto id = u32(kAttMsgProps);
+    cutHeader.insert(cutHeader.end(), id.begin(), id.end());
+    cutHeader.push_back(1);
+    const Case cases[] = {
+        {"no message properties", TnefWriter().attribute(kLevelMessage, kAttSubject, "s").bytes(), kStreamTypeAborting},
+        {"no size after the id", cutHeader, kStreamLengthAborting},
+        {"a size beyond the stream", shortProps, kStreamContinue},
+    };
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.name);
+        qh::Log::Capture capture;
+        qh::Dict dictionary;
+        qh::ReadTNEF::buildTNEFDictionary(dictionary, c.stream, true);
+        EXPECT_EQ(countOf(capture.lines(), c.line), 1u);
+    }
+}
+
+TEST(ReadTNEFAttachments, SearchPairsTitlesWithTheDataThatFollows) {
+    struct Case {
+        const char* name;
+        qh::Bytes stream;
+        std::vector<std::pair<std::string, std::string>> found;  // name, data
+    };
+    // Data before title, as some writers order them: each title pairs with
+    // the data of the next attachment.
+    qh::Bytes dataFirst = TnefWriter()
+                              .attribute(kLevelAttachment, kAttAttachRendData, "r")
+                              .attribute(kLevelAttachment, kAttAttachData, "one")
+                              .attribute(kLevelAttachment, kAttAttachTitle, std::string("1.txt\0", 6))
+                              .attribute(kLevelAttachment, kAttAttachRendData, "r")
+                              .attribute(kLevelAttachment, kAttAttachData, "two")
+                              .attribute(kLevelAttachment, kAttAttachTitle, std::string("2.txt\0", 6))
+                              .bytes();
+    const Case cases[] = {
+        {"none", TnefWriter().bytes(), {}},
+        {"title then data",
+         TnefWriter().attachment("a.txt", qh::asBytes("AAA")).attachment("b.txt", qh::asBytes("BB")).bytes(),
+         {{std::string("a.txt\0", 6), "AAA"}, {std::string("b.txt\0", 6), "BB"}}},
+        {"data then title", dataFirst, {{std::string("1.txt\0", 6), "two"}}},
+        {"a title alone", TnefWriter().attachment("only.txt", std::nullopt).bytes(), {}},
+    };
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.name);
+        qh::Array found = qh::ReadTNEF::retrieveAttachments(c.stream);
+        ASSERT_EQ(found.size(), c.found.size());
+        for (std::size_t i = 0; i < found.size(); ++i) {
+            const qh::Dict* item = found[i].dict();
+            ASSERT_NE(item, nullptr);
+            EXPECT_EQ(item->keys(), (std::vector<std::string>{"data", "name"}));
+            EXPECT_EQ(*item->findString("name"), c.found[i].first);
+            EXPECT_EQ(item->findBytes("data")->text(), c.found[i].second);
+        }
+    }
+}
+
+TEST(ReadTNEFAttachments, LogLinesAndCutValues) {
+    // The data id with a size beyond the stream: the value runs to the end.
+    qh::Bytes stream = TnefWriter().attribute(kLevelAttachment, kAttAttachTitle, std::string("t\0", 2)).bytes();
+    for (auto p : {u32(kAttAttachData), u32(50)}) stream.insert(stream.end(), p.begin(), p.end());
+    stream.insert(stream.end(), {'x', 'y'});
+    qh::Log::Capture capture;
+    qh::Array found = qh::ReadTNEF::retrieveAttachments(stream);
+    ASSERT_EQ(found.size(), 1u);
+    EXPECT_EQ(found[0].dict()->findBytes("data")->text(), "xy");
+    // Round 1 finds both; round 2 finds neither and ends.
+    EXPECT_EQ(capture.lines(), (std::vector<std::string>{kDataContinue, kStreamTypeAborting, kStreamTypeAborting}));
+
+    capture.clear();
+    qh::Bytes cut = TnefWriter().bytes();
+    auto id = u32(kAttAttachTitle);
+    cut.insert(cut.end(), id.begin(), id.end());
+    cut.insert(cut.end(), {1, 0});
+    EXPECT_TRUE(qh::ReadTNEF::retrieveAttachments(cut).empty());
+    EXPECT_EQ(capture.lines(), (std::vector<std::string>{kDataLengthAborting, kStreamTypeAborting}));
+}
+
+TEST(ReadTNEFReader, AttachmentListReplacedOnlyFromTwoPairs) {
+    const qh::Bytes props = MapiBlock().u32(0x0E070003, 1).bytes();
+    auto one = qh::ReadTNEF::initWithData(
+        TnefWriter().attribute(kLevelMessage, kAttMsgProps, props).attachment("a.txt", qh::asBytes("AAA")).bytes());
+    auto two = qh::ReadTNEF::initWithData(TnefWriter()
+                                              .attribute(kLevelMessage, kAttMsgProps, props)
+                                              .attachment("a.txt", qh::asBytes("AAA"))
+                                              .attachment("b.txt", qh::asBytes("BB"))
+                                              .bytes());
+    const qh::Array* kept = one->returnFullDictionary()->findArray("AttachmentList");
+    ASSERT_NE(kept, nullptr);
+    ASSERT_EQ(kept->size(), 1u);
+    EXPECT_TRUE((*kept)[0].dict()->contains("sizeString"));
+    EXPECT_EQ(*(*kept)[0].dict()->findString("name"), "a.txt");
+
+    const qh::Array* replaced = two->returnFullDictionary()->findArray("AttachmentList");
+    ASSERT_NE(replaced, nullptr);
+    ASSERT_EQ(replaced->size(), 2u);
+    EXPECT_FALSE((*replaced)[0].dict()->contains("size"));
+    EXPECT_EQ(*(*replaced)[1].dict()->findString("name"), std::string("b.txt\0", 6));
+}
+
+TEST(ReadTNEFReader, WhatTheReaderHolds) {
+    struct Case {
+        const char* name;
+        qh::Bytes data;
+        bool hasDictionary;
+        std::vector<std::string> keys;
+    };
+    const std::string rtf = "{\\rtf1\\ansi Body text}";
+    const qh::Bytes body = MapiBlock()
+                               .string8(0x0037001E, "Subj")
+                               .variable(kTagRtfCompressed, qhtest::RtfCompressor::compress(rtf))
+                               .bytes();
+    const Case cases[] = {
+        {"empty", {}, false, {}},
+        {"not TNEF", qh::toBytes("From: a@b\r\n\r\nhi"), false, {}},
+        {"signature only: the decoder fails, the reader still holds a dictionary", u32(kSignature), true, {}},
+        {"subject and body",
+         TnefWriter().attribute(kLevelMessage, kAttMsgProps, body).bytes(), true, {"Subject", "RTF", "Body"}},
+    };
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.name);
+        auto reader = qh::ReadTNEF::initWithData(c.data);
+        ASSERT_NE(reader, nullptr);
+        const qh::Dict* dictionary = reader->returnFullDictionary();
+        ASSERT_EQ(dictionary != nullptr, c.hasDictionary);
+        if (dictionary == nullptr) {
+            EXPECT_EQ(reader->getContent("Subject"), nullptr);
+            continue;
+        }
+        EXPECT_EQ(dictionary->keys(), c.keys);
+    }
+    auto reader = qh::ReadTNEF::initWithData(TnefWriter().attribute(kLevelMessage, kAttMsgProps, body).bytes());
+    reader->buildDictionary({});
+    ASSERT_NE(reader->getContent("Body"), nullptr);
+    EXPECT_EQ(reader->getContent("Body")->string()->find("Body text"), 0u);
+}
+
+TEST(ReadTNEFSummary, ThreeLines) {
+    const std::string error = "** Error Reading Message **";
+    const std::string rtf = "{\\rtf1\\ansi Summary body}";
+    const qh::Bytes message =
+        TnefWriter()
+            .attribute(kLevelMessage, kAttSubject, std::string(" Subject \0", 10))
+            .attribute(kLevelMessage, kAttMsgProps,
+                       MapiBlock().variable(kTagRtfCompressed, qhtest::RtfCompressor::compress(rtf)).bytes())
+            .bytes();
+    struct Case {
+        const char* name;
+        qh::Bytes data;
+        const char* json;  // nullptr: none
+    };
+    const std::string errorJson = R"({"From":")" + error + R"(","Subject":")" + error + R"(","Body":")" + error + "\"}";
+    const Case cases[] = {
+        {"three bytes", qh::toBytes("abc"), nullptr},
+        {"four bytes that are no TNEF", qh::toBytes("abcd"), errorJson.c_str()},
+        {"a stream the decoder rejects", u32(kSignature), R"({"From":"-","Subject":"-","Body":"-"})"},
+        {"subject and RTF body", message, R"({"From":"-","Subject":"Subject","Body":"Summary body"})"},
+    };
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.name);
+        auto summary = qh::ReadTNEF::getSummaryForMessage(c.data);
+        if (c.json == nullptr) {
+            EXPECT_FALSE(summary.has_value());
+        } else {
+            ASSERT_TRUE(summary.has_value());
+            EXPECT_EQ(qh::Value(*summary).toJsonText(), c.json);
+        }
+    }
+}
+
+}  // namespace
