@@ -1,0 +1,201 @@
+// Real messages: every corpus .eml, and every message that `quillhaven convert`
+// makes of the corpus .msg files, reads back; subject, addresses, bodies and
+// attachment bytes agree with Python's email package except where this
+// reader's rules say otherwise (listed below with their reasons).
+#include <gtest/gtest.h>
+
+#include <array>
+#include <cstdio>
+#include <filesystem>
+#include <fstream>
+#include <map>
+#include <optional>
+#include <set>
+#include <string>
+
+#include <nlohmann/json.hpp>
+
+#include "core/Base64.h"
+#include "readers/mime/ReadEML.h"
+#include "util/DataWangers.h"
+#include "support/Corpus.h"
+
+namespace {
+
+using nlohmann::json;
+namespace fs = std::filesystem;
+
+// Where this reader and Python's email package part ways on the corpus, and why.
+struct KnownDifference {
+    const char* file;
+    const char* field;  // "from", "body", "html", "attachment:<name>"
+    const char* reason;
+};
+
+const KnownDifference kKnownDifferences[] = {
+    {"mk-issue358.eml", "from",
+     "the display name holds an unquoted '@'; Python takes the name as the address, this reader takes the "
+     "address in angle brackets"},
+    {"mk-issue358.eml", "body",
+     "a line in the header block is neither a header nor folded; Python ends the headers there and reads the "
+     "rest as body, this reader skips the line and goes on reading headers"},
+    {"mk-issue358.eml", "html", "as for the body"},
+    {"msgr-TestWithAttachmentsAndInlines.eml", "html",
+     "quoted-printable bodies are percent-decoded as a whole, so %3A and %2F already in the HTML are decoded too"},
+    {"msgr-TestWithInlineHavingContentDisposition.eml", "html", "as above"},
+    {"msgr-TestWithAttachmentsAndInlines.eml", "attachment:attachment3d",
+     "a part without a file name is named after its Content-Description; Python lists no name for it"},
+};
+
+bool known(const std::string& file, const std::string& field) {
+    for (const KnownDifference& d : kKnownDifferences) {
+        if (file == d.file && field == d.field) return true;
+    }
+    return false;
+}
+
+// Python's reading of the message, or none when python3 or its email package is missing.
+std::optional<json> oracle(const fs::path& message) {
+    static const std::string script = std::string(QH_SOURCE_DIR) + "/tests/mime/eml_oracle.py";
+    std::string command = "python3 '" + script + "' '" + message.string() + "' 2>/dev/null";
+    FILE* pipe = ::popen(command.c_str(), "r");
+    if (!pipe) return std::nullopt;
+    std::string out;
+    std::array<char, 65536> buffer;
+    while (std::size_t n = std::fread(buffer.data(), 1, buffer.size(), pipe)) out.append(buffer.data(), n);
+    if (::pclose(pipe) != 0) return std::nullopt;
+    json parsed = json::parse(out, nullptr, false);
+    if (parsed.is_discarded()) return std::nullopt;
+    return parsed;
+}
+
+// Bodies compared line by line without the empty lines ("content" keeps only
+// the non-empty ones) and without trailing blanks.
+std::string normalised(std::string text, bool rewriteLinks) {
+    std::string out;
+    std::size_t start = 0;
+    for (std::size_t i = 0; i < text.size(); ++i) {
+        if (text[i] == '\r') text[i] = '\n';
+    }
+    while (start <= text.size()) {
+        std::size_t end = text.find('\n', start);
+        if (end == std::string::npos) end = text.size();
+        std::string line = text.substr(start, end - start);
+        while (!line.empty() && (line.back() == ' ' || line.back() == '\t')) line.pop_back();
+        if (line.find_first_not_of(" \t") != std::string::npos) {
+            if (!out.empty()) out.push_back('\n');
+            out += line;
+        }
+        start = end + 1;
+    }
+    if (rewriteLinks) {
+        // Every "http:" in a decoded body becomes "https:".
+        for (std::size_t at = out.find("http:"); at != std::string::npos; at = out.find("http:", at + 6)) {
+            out.replace(at, 5, "https:");
+        }
+    }
+    return out;
+}
+
+std::vector<std::string> addressesOf(const qh::Dict& mail, const char* key) {
+    std::vector<std::string> out;
+    if (const qh::Array* list = mail.findArray(key)) {
+        for (const qh::Value& entry : *list) {
+            const std::string* address = entry.dict() ? entry.dict()->findString("Address") : nullptr;
+            if (address && !address->empty()) out.push_back(*address);
+        }
+    }
+    return out;
+}
+
+// The header named on the first line, which is never read.
+std::string firstLineHeader(const fs::path& message) {
+    std::ifstream in(message, std::ios::binary);
+    std::string line;
+    std::getline(in, line);
+    return line.substr(0, line.find(':'));
+}
+
+void compareWithOracle(const std::string& label, const std::string& file, const qh::Dict& mail, const json& expected,
+                       const std::string& unreadHeader) {
+    SCOPED_TRACE(label);
+    const std::string* subject = mail.findString("Subject");
+    EXPECT_EQ(subject ? *subject : std::string(), expected["subject"].get<std::string>());
+
+    for (auto [field, key] : {std::pair{"from", "From"}, {"to", "To"}, {"cc", "CC"}}) {
+        if (known(file, field)) continue;
+        if (unreadHeader == key) {
+            EXPECT_FALSE(mail.contains(key)) << key << " is on the first line";
+            continue;
+        }
+        EXPECT_EQ(addressesOf(mail, key), expected[field].get<std::vector<std::string>>()) << key;
+    }
+
+    if (expected["plain"].is_string() && !known(file, "body")) {
+        const std::string* body = mail.findString("Body");
+        EXPECT_EQ(normalised(body ? *body : "", false), normalised(expected["plain"].get<std::string>(), true))
+            << "Body";
+    }
+    if (expected["html"].is_string() && !expected["html"].get<std::string>().empty() && !known(file, "html")) {
+        const std::string* html = mail.findString("HTML");
+        EXPECT_EQ(normalised(html ? *html : "", false), normalised(expected["html"].get<std::string>(), true))
+            << "HTML";
+    }
+
+    // Attachments by name: this reader's names are lower-case and keep what
+    // follows the file name in the disposition ("a.txt; size=10").
+    std::map<std::string, const qh::Dict*> ours;
+    if (const qh::Array* list = mail.findArray("AttachmentList")) {
+        for (const qh::Value& item : *list) {
+            const std::string* name = item.dict()->findString("name");
+            ASSERT_NE(name, nullptr);
+            ours.emplace(name->substr(0, name->find(';')), item.dict());
+        }
+    }
+    std::set<std::string> matched;
+    for (const json& attachment : expected["attachments"]) {
+        const std::string name = attachment["name"].get<std::string>();
+        auto found = ours.find(name);
+        if (found == ours.end()) {
+            ADD_FAILURE() << "missing attachment " << name;
+            continue;
+        }
+        matched.insert(name);
+        const std::string bytes = attachment["base64"].get<std::string>();
+        if (const qh::Blob* data = found->second->findBytes("data")) {
+            EXPECT_EQ(qh::Base64::encode(data->view()), bytes) << name;
+        } else if (const std::string* text = found->second->findString("data")) {
+            // A part that is not base64 keeps its content text as it stands.
+            auto pythonBytes = qh::DataWangers::b64DecodeDataString(std::string_view(bytes));
+            std::string pythonText = pythonBytes ? std::string(qh::asText(*pythonBytes)) : std::string();
+            EXPECT_EQ(normalised(*text, false), normalised(pythonText, false)) << name;
+        }
+    }
+    for (const auto& [name, item] : ours) {
+        if (!matched.count(name)) {
+            EXPECT_TRUE(known(file, "attachment:" + name)) << "unexpected attachment " << name;
+        }
+    }
+}
+
+TEST(Corpus, EveryEmlReadsAndAgreesWithPython) {
+    QH_REQUIRE_CORPUS("eml");
+    auto files = qhtest::corpusFiles("eml", ".eml");
+    ASSERT_FALSE(files.empty());
+    bool haveOracle = oracle(files.front()).has_value();
+    for (const fs::path& path : files) {
+        qh::Bytes bytes = qhtest::readFileBytes(path);
+        auto reader = qh::ReadEML::initWithData(bytes);
+        ASSERT_NE(reader, nullptr) << path;
+        const qh::Dict& mail = *reader->returnFullDictionary();
+        EXPECT_TRUE(mail.contains("Header")) << path;
+        if (!haveOracle) continue;
+        auto expected = oracle(path);
+        ASSERT_TRUE(expected) << path;
+        compareWithOracle(path.filename().string(), path.filename().string(), mail, *expected,
+                          firstLineHeader(path));
+    }
+    if (!haveOracle) GTEST_SKIP() << "python3 with its email package is not available";
+}
+
+}  // namespace
