@@ -64,6 +64,23 @@ bool containsText(ByteView bytes, std::string_view needle) {
     return std::search(bytes.begin(), bytes.end(), needle.begin(), needle.end()) != bytes.end();
 }
 
+// What the writers will make of a message: its bodies and its attachments in base64.
+std::size_t convertedSizeEstimate(const Dict& message) {
+    std::size_t size = 0;
+    for (const char* key : {"Body", "HTML"}) {
+        if (const std::string* text = message.findString(key)) size += text->size();
+    }
+    if (const Blob* rtf = message.findBytes("RTF")) size += rtf->size() * 2;
+    if (const Array* list = message.findArray("AttachmentList")) {
+        for (const Value& entry : *list) {
+            const Dict* attachment = entry.dict();
+            const Blob* data = attachment ? attachment->findBytes("data") : nullptr;
+            if (data) size += data->size() / 3 * 4 + data->size() / 38 + 256;
+        }
+    }
+    return size;
+}
+
 }  // namespace
 
 bool MsgAttachments::hasPathExtension(std::string_view name) {
@@ -182,12 +199,17 @@ Array MsgAttachments::getAttachmentsForMessage(const Dict& root, MsgReadBudget& 
             std::optional<Blob> converted;
             if (budget.depth + 1 > kMaxEmbeddingDepth) {
                 Log::line("Embedded message nested too deeply - not read");
-            } else if (budget.convertedBytes > budget.convertedLimit) {
-                Log::line("Embedded messages too large - not read");
             } else {
                 Dict message = ReadMSG::buildEmbeddedMessage(*embedded, budget);
-                converted = generateAttachedMessageData(message);
-                if (converted) budget.convertedBytes += converted->size();
+                // The text carries every attachment in base64: stop before
+                // making it when all levels together would pass the budget.
+                std::size_t estimate = convertedSizeEstimate(message);
+                if (estimate > budget.convertedLimit || budget.convertedBytes > budget.convertedLimit - estimate) {
+                    Log::line("Embedded messages too large - not converted");
+                } else {
+                    converted = generateAttachedMessageData(message);
+                    if (converted) budget.convertedBytes += converted->size();
+                }
             }
             if (converted) {
                 setSizeAndData(item, *converted);

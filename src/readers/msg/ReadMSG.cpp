@@ -29,8 +29,8 @@ namespace {
 // Converted embedded messages may together take this much beside the input:
 // each level carries the base64 text of the level below, so a deep chain of
 // small messages would otherwise grow by a third per level.
-constexpr std::size_t kConvertedFloor = 16u << 20;
-constexpr std::size_t kConvertedPerInputByte = 4;
+constexpr std::size_t kConvertedFloor = 1u << 20;
+constexpr std::size_t kConvertedPerInputByte = 8;
 
 std::string firstLine(const std::string& text) {
     std::size_t end = text.find_first_of("\n\r\v\f");
@@ -49,9 +49,13 @@ std::unique_ptr<ReadMSG> ReadMSG::initWithData(ByteView data, bool exactStreams)
     Dict root = mole->getOLEDictionary(exactStreams);
     mole->deInitialize();
     mole.reset();
+    return initWithEntryDictionary(root, data.size());
+}
+
+std::unique_ptr<ReadMSG> ReadMSG::initWithEntryDictionary(const Dict& root, std::size_t inputSize) {
     std::unique_ptr<ReadMSG> reader(new ReadMSG(nullptr));
     reader->budget_ = &reader->ownBudget_;
-    reader->ownBudget_.convertedLimit = kConvertedFloor + kConvertedPerInputByte * data.size();
+    reader->ownBudget_.convertedLimit = kConvertedFloor + kConvertedPerInputByte * inputSize;
     reader->mailContent_ = reader->buildDictionaryForMessage(root);
     reader->budget_ = nullptr;
     return reader;

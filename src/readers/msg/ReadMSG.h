@@ -22,6 +22,10 @@ public:
     // stream to its directory size before anything is read from it.
     static std::unique_ptr<ReadMSG> initWithData(ByteView data, bool exactStreams = false);
 
+    // The same from an entry dictionary already taken from a compound
+    // document; `inputSize` scales what embedded messages may take.
+    static std::unique_ptr<ReadMSG> initWithEntryDictionary(const Dict& root, std::size_t inputSize = 0);
+
     const Dict* returnFullDictionary() const { return &mailContent_; }
     const Value* getContent(std::string_view key) const { return mailContent_.find(key); }
     // Does nothing: the dictionary is built by initWithData.

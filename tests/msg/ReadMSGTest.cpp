@@ -1,0 +1,310 @@
+// Message assembly from compound files built by the fixture writer: step
+// order, message classes, bodies, sender, dates, recipients and attachments.
+#include <gtest/gtest.h>
+
+#include "MsgFixture.h"
+#include "core/Log.h"
+#include "core/Messages.h"
+#include "readers/msg/ReadMSG.h"
+#include "support/RtfCompressor.h"
+
+namespace {
+
+using qh::Bytes;
+using qh::Dict;
+using qh::ReadMSG;
+using qhtest::MsgFixture;
+
+Dict read(const MsgFixture& fixture) {
+    auto reader = ReadMSG::initWithData(fixture.build(), true);
+    EXPECT_TRUE(reader);
+    return reader ? *reader->returnFullDictionary() : Dict();
+}
+
+std::string stringOf(const Dict& dict, std::string_view key) {
+    const std::string* value = dict.findString(key);
+    return value ? *value : "<absent>";
+}
+
+const Dict& item(const Dict& message, std::size_t index) {
+    static const Dict empty;
+    const qh::Array* list = message.findArray("AttachmentList");
+    if (!list || list->size() <= index) return empty;
+    return *(*list)[index].dict();
+}
+
+TEST(ReadMSG, NotACompoundDocumentGivesNoReader) {
+    EXPECT_FALSE(ReadMSG::initWithData(qh::asBytes("From: someone\n\nHello")));
+    auto summary = ReadMSG::getSummaryForMessage(qh::asBytes("junk"));
+    ASSERT_TRUE(summary);
+    EXPECT_EQ(stringOf(*summary, "Subject"), "-");
+    EXPECT_EQ(stringOf(*summary, "Body"), "-");
+}
+
+TEST(ReadMSG, MessageClassesMostSpecificFirst) {
+    struct Case {
+        const char* messageClass;
+        const char* expected;
+        bool logsUnknown;
+    } cases[] = {
+        {"IPM.Note", "Email", false},
+        {"IPM.Note.SMIME.MultipartSigned", "Email", false},
+        {"IPM.Note.EnterpriseVault.Shortcut", "Vault", false},
+        {"IPM.StickyNote", "Sticky", false},
+        {"IPM.Contact", "Contact", false},
+        {"IPM.Appointment", "Calendar", false},
+        {"IPM.Schedule.Meeting.Request", "Email", true},
+        {"", "<absent>", false},
+    };
+    for (const Case& c : cases) {
+        MsgFixture fixture;
+        if (*c.messageClass) fixture.ansi("", 0x001A, c.messageClass);
+        fixture.unicode("", 0x0037, "s");
+        qh::Log::Capture capture;
+        Dict message = read(fixture);
+        EXPECT_EQ(stringOf(message, "MessageType"), c.expected) << c.messageClass;
+        EXPECT_EQ(capture.contains(std::string("Unknown Message Type: ") + c.messageClass), c.logsUnknown)
+            << c.messageClass;
+    }
+}
+
+TEST(ReadMSG, AlwaysPresentKeysOfAnEmptyMessage) {
+    Dict message = read(MsgFixture().ansi("", 0x001A, "IPM.Note"));
+    ASSERT_TRUE(message.findArray("To"));
+    EXPECT_TRUE(message.findArray("To")->empty());
+    EXPECT_EQ(stringOf(message, "Header"), "");
+    ASSERT_TRUE(message.findArray("From"));
+    EXPECT_EQ(message.findArray("From")->size(), 1u);
+    EXPECT_FALSE(message.contains("Body"));
+    EXPECT_FALSE(message.contains("HTML"));
+    EXPECT_FALSE(message.contains("AttachmentList"));
+}
+
+TEST(ReadMSG, SubjectPropertyWinsOverHeaderAndKeepsItsFirstLine) {
+    const char* header = "To: a@example.com\r\nSubject: =?UTF-8?Q?from_the_header?=\r\nX-Last: unfiled\r\n";
+    Dict fromHeader = read(MsgFixture().ansi("", 0x001A, "IPM.Note").unicode("", 0x007D, header));
+    EXPECT_EQ(stringOf(fromHeader, "Subject"), "from the header");
+    // The header text is read like every string: trimmed.
+    EXPECT_EQ(stringOf(fromHeader, "Header"), "To: a@example.com\r\nSubject: =?UTF-8?Q?from_the_header?=\r\nX-Last: unfiled");
+    ASSERT_TRUE(fromHeader.findArray("TO"));
+    ASSERT_TRUE(fromHeader.findArray("To"));
+
+    Dict fromProperty =
+        read(MsgFixture().ansi("", 0x001A, "IPM.Note").unicode("", 0x007D, header).unicode("", 0x0037, "first\r\nsecond"));
+    EXPECT_EQ(stringOf(fromProperty, "Subject"), "first");
+}
+
+TEST(ReadMSG, DisplayDateSources) {
+    // Delivery time first; else the submission identifier; else the header's text stays.
+    Dict delivered = read(MsgFixture()
+                              .ansi("", 0x001A, "IPM.Note")
+                              .properties("", MsgFixture::kTopHeader, {{0x0040, 0x0E06, qhtest::filetime(1700000000)}}));
+    ASSERT_TRUE(delivered.find("TimeStamp"));
+    EXPECT_EQ(delivered.find("TimeStamp")->date()->unixSeconds, 1700000000);
+    EXPECT_NE(stringOf(delivered, "Date"), "<absent>");
+
+    Dict headerOnly = read(MsgFixture().ansi("", 0x001A, "IPM.Note").unicode("", 0x007D,
+                                                                            "Date: Tue, 2 Jan 2024 08:00:00 +0100\nX: y\n"));
+    EXPECT_FALSE(headerOnly.contains("TimeStamp"));
+    EXPECT_EQ(stringOf(headerOnly, "Date"), "Tue, 2 Jan 2024 08:00:00 +0100");
+}
+
+TEST(ReadMSG, BodiesAndHtmlFromOtherBodies) {
+    Dict plain = read(MsgFixture().ansi("", 0x001A, "IPM.Note").unicode("", 0x1000, "Hello there"));
+    EXPECT_EQ(stringOf(plain, "Body"), "Hello there");
+    EXPECT_FALSE(plain.contains("HTML"));
+
+    Dict htmlInPlain = read(MsgFixture().ansi("", 0x001A, "IPM.Note").unicode("", 0x1000, "<html><b>x</b></html>"));
+    EXPECT_EQ(stringOf(htmlInPlain, "HTML"), "<html><b>x</b></html>");
+
+    Dict html = read(MsgFixture().ansi("", 0x001A, "IPM.Note").binary("", 0x1013, qh::asBytes("<p>caf\xC3\xA9</p>")));
+    EXPECT_EQ(stringOf(html, "HTML"), "<p>café</p>");
+
+    Bytes rtf = qhtest::RtfCompressor::compress("{\\rtf1\\ansi Hello RTF\\par}");
+    Dict rich = read(MsgFixture().ansi("", 0x001A, "IPM.Note").binary("", 0x1009, rtf));
+    ASSERT_TRUE(rich.findBytes("RTF"));
+    EXPECT_EQ(rich.findBytes("RTF")->text(), "{\\rtf1\\ansi Hello RTF\\par}");
+}
+
+TEST(ReadMSG, SenderIsTheFirstValidCandidate) {
+    Dict message = read(MsgFixture()
+                            .ansi("", 0x001A, "IPM.Note")
+                            .unicode("", 0x0C1A, "Ann Example")
+                            .unicode("", 0x0042, "Someone Else")
+                            .unicode("", 0x0065, "/O=EXCHANGE/OU=FIRST/CN=ANN")
+                            .unicode("", 0x0C1F, "not an address")
+                            .unicode("", 0x5D01, "ann@example.com"));
+    const qh::Array* from = message.findArray("From");
+    ASSERT_TRUE(from);
+    ASSERT_EQ(from->size(), 1u);
+    EXPECT_EQ(stringOf(*(*from)[0].dict(), "Name"), "Ann Example");
+    EXPECT_EQ(stringOf(*(*from)[0].dict(), "Address"), "ann@example.com");
+
+    auto summary = ReadMSG::getSummaryForMessage(MsgFixture()
+                                                     .unicode("", 0x0037, "Hi\nthere")
+                                                     .unicode("", 0x0C1A, "Ann Example")
+                                                     .unicode("", 0x0065, "ann@example.com")
+                                                     .build(),
+                                                 true);
+    ASSERT_TRUE(summary);
+    EXPECT_EQ(stringOf(*summary, "Subject"), "Hi");
+    EXPECT_EQ(stringOf(*summary, "Body"), "-");
+    EXPECT_EQ(stringOf(*summary, "From"), "Ann Example");
+}
+
+TEST(ReadMSG, RecipientsInAnyCaseWithSmtpFallback) {
+    Dict message = read(MsgFixture()
+                            .ansi("", 0x001A, "IPM.Note")
+                            .unicode(MsgFixture::recipient(0), 0x3001, "Bob")
+                            .unicode(MsgFixture::recipient(0), 0x3003, "/O=ORG/CN=BOB")
+                            .unicode(MsgFixture::recipient(0), 0x39FE, "bob@example.com")
+                            .ansi(MsgFixture::recipient(1), 0x3001, "Eight Bit Only")
+                            .unicode(MsgFixture::recipient(1), 0x3003, "carl@example.com")
+                            .unicode("__RECIP_VERSION1.0_#00000002", 0x3001, "Capitals"));
+    const qh::Array* to = message.findArray("To");
+    ASSERT_TRUE(to);
+    ASSERT_EQ(to->size(), 3u);
+    std::vector<std::pair<std::string, std::string>> got;
+    for (const auto& record : *to) got.emplace_back(stringOf(*record.dict(), "Name"), stringOf(*record.dict(), "Address"));
+    std::sort(got.begin(), got.end());
+    EXPECT_EQ(got[0], (std::pair<std::string, std::string>{"Bob", "bob@example.com"}));
+    EXPECT_EQ(got[1].first, "Capitals");
+    // The 8-bit name is not read; the address stands in for it.
+    EXPECT_EQ(got[2], (std::pair<std::string, std::string>{"carl@example.com", "carl@example.com"}));
+}
+
+TEST(ReadMSG, VoiceNoteBodyAndItem) {
+    Bytes wave(100, 0x52);
+    Dict message = read(MsgFixture().ansi("", 0x001A, "IPM.Note").ansi("", 0x8000, "voice").binary("", 0x6803, wave));
+    EXPECT_EQ(stringOf(message, "Body"), qh::Messages::localizedString("VoiceNote"));
+    // The e-mail's attachment step finds no storages and leaves the voice-note list.
+    EXPECT_EQ(stringOf(item(message, 0), "name"), "Windows CE VoiceNote.wav");
+    EXPECT_EQ(item(message, 0).find("size")->integer(), 100);
+
+    Dict noSound = read(MsgFixture().ansi("", 0x001A, "IPM.StickyNote").ansi("", 0x8000, "just text"));
+    EXPECT_EQ(stringOf(noSound, "Body"), "just text");
+}
+
+TEST(ReadMSG, AttachmentNameChoices) {
+    const std::string unnamed = qh::Messages::localizedString("unnamedName");
+    struct Case {
+        const char* what;
+        MsgFixture fixture;
+        std::string expected;
+    };
+    std::string a = MsgFixture::attachment(0);
+    Bytes data = qh::toBytes("payload");
+    std::vector<Case> cases;
+    cases.push_back({"long name first",
+                     std::move(MsgFixture().unicode(a, 0x3001, "display").unicode(a, 0x3707, "long.txt").unicode(a, 0x3704, "SHORT.TXT").binary(a, 0x3701, data)),
+                     "long.txt"});
+    // The short name is probed in the long name's type, 8-bit when the long name is missing.
+    cases.push_back({"short name alone is probed in the wrong type",
+                     std::move(MsgFixture().unicode(a, 0x3001, "display").unicode(a, 0x3704, "SHORT.TXT").binary(a, 0x3701, data)),
+                     "display"});
+    cases.push_back({"short name read in UTF-16 when the 8-bit probe finds it",
+                     std::move(MsgFixture().ansi(a, 0x3704, "x").unicode(a, 0x3704, "SHORT.TXT").binary(a, 0x3701, data)),
+                     "SHORT.TXT"});
+    cases.push_back({"display name last", std::move(MsgFixture().unicode(a, 0x3001, "display").binary(a, 0x3701, data)),
+                     "display"});
+    cases.push_back({"8-bit message never uses its short name",
+                     std::move(MsgFixture().ansi(a, 0x3001, "display").ansi(a, 0x3704, "SHORT.TXT").binary(a, 0x3701, data)),
+                     "display"});
+    cases.push_back({"nothing: the unnamed text", std::move(MsgFixture().binary(a, 0x3701, data)), unnamed});
+    cases.push_back({"unnamed MIME data",
+                     std::move(MsgFixture().binary(a, 0x3701, qh::asBytes("MIME-Version: 1.0\r\nSubject: x\r\n\r\nbody"))),
+                     unnamed + ".eml"});
+    for (Case& c : cases) {
+        c.fixture.ansi("", 0x001A, "IPM.Note");
+        Dict message = read(c.fixture);
+        EXPECT_EQ(stringOf(item(message, 0), "name"), c.expected) << c.what;
+    }
+}
+
+TEST(ReadMSG, AttachmentKeysAndBytes) {
+    std::string a = MsgFixture::attachment(0);
+    Bytes data(3000, 0xAB);
+    Dict message = read(MsgFixture()
+                            .ansi("", 0x001A, "IPM.Note")
+                            .unicode(a, 0x3707, "image.png")
+                            .unicode(a, 0x370E, "image/png")
+                            .unicode(a, 0x3716, "inline")
+                            .unicode(a, 0x3712, "cid123@example")
+                            .binary(a, 0x370F, qh::asBytes("meta"))
+                            .binary(a, 0x3701, data)
+                            .unicode(MsgFixture::attachment(1), 0x3707, "nodata.txt")
+                            .storage(MsgFixture::attachment(2)));
+    const Dict& first = item(message, 0);
+    EXPECT_EQ(stringOf(first, "mimeType"), "image/png");
+    EXPECT_EQ(stringOf(first, "attachDisposition"), "inline");
+    EXPECT_EQ(stringOf(first, "AttachContentID"), "cid123@example");
+    EXPECT_EQ(first.findBytes("attachmentMetaData")->text(), "meta");
+    EXPECT_EQ(first.find("size")->integer(), 3000);
+    EXPECT_EQ(stringOf(first, "sizeString"), "2.93 KB");
+    EXPECT_TRUE(std::equal(data.begin(), data.end(), first.findBytes("data")->view().begin()));
+    // Without data the item keeps its name; an empty storage gets the unnamed text.
+    EXPECT_EQ(stringOf(item(message, 1), "name"), "nodata.txt");
+    EXPECT_FALSE(item(message, 1).contains("data"));
+    EXPECT_EQ(message.findArray("AttachmentList")->size(), 3u);
+}
+
+MsgFixture embeddedMessage(const std::string& storage, const char* displayName, const char* messageClass) {
+    std::string inner = storage + "/__substg1.0_3701000D";
+    MsgFixture fixture;
+    fixture.ansi("", 0x001A, "IPM.Note")
+        .properties(storage, MsgFixture::kAttachmentHeader, {{0x0003, 0x3705, 5}})
+        .unicode(storage, 0x3001, displayName)
+        .ansi(inner, 0x001A, messageClass)
+        .unicode(inner, 0x0037, "Inner subject")
+        .unicode(inner, 0x1000, "Inner body")
+        .unicode(inner, 0x3A06, "Given");
+    return fixture;
+}
+
+TEST(ReadMSG, EmbeddedMessagesAreConvertedAndNamed) {
+    std::string a = MsgFixture::attachment(0);
+    struct Case {
+        const char* displayName;
+        const char* messageClass;
+        std::string name;
+        std::string textStart;
+    } cases[] = {
+        {"Meeting notes", "IPM.Note", "Meeting notes.msg", "Generated-By: "},
+        {"notes.eml", "IPM.Note", "notes.eml", "Generated-By: "},
+        {"A person", "IPM.Contact", "A person.msg", "BEGIN:VCARD\r\n"},
+        {"A meeting", "IPM.Appointment", "A meeting.msg", "BEGIN:VCALENDAR\r\n"},
+    };
+    for (const Case& c : cases) {
+        Dict message = read(embeddedMessage(a, c.displayName, c.messageClass));
+        const Dict& attachment = item(message, 0);
+        EXPECT_EQ(stringOf(attachment, "name"), c.name) << c.displayName;
+        const qh::Blob* data = attachment.findBytes("data");
+        ASSERT_TRUE(data) << c.displayName;
+        EXPECT_TRUE(data->text().starts_with(c.textStart)) << c.displayName;
+        EXPECT_EQ(attachment.find("size")->integer(), static_cast<std::int64_t>(data->size()));
+        if (std::string(c.messageClass) == "IPM.Note") {
+            EXPECT_NE(data->text().find("Subject: Inner subject\n"), std::string::npos);
+            EXPECT_NE(data->text().find("Inner body"), std::string::npos);
+        }
+    }
+}
+
+TEST(ReadMSG, EmbeddingDeeperThanTheLimitIsNotFollowed) {
+    // 40 levels, each an attachment holding the next message.
+    MsgFixture fixture;
+    fixture.ansi("", 0x001A, "IPM.Note");
+    std::string path;
+    for (int level = 0; level < 40; ++level) {
+        std::string storage = MsgFixture::join(path, MsgFixture::attachment(0));
+        fixture.properties(storage, MsgFixture::kAttachmentHeader, {{0x0003, 0x3705, 5}});
+        fixture.unicode(storage, 0x3001, "level");
+        path = storage + "/__substg1.0_3701000D";
+        fixture.ansi(path, 0x001A, "IPM.Note");
+    }
+    qh::Log::Capture capture;
+    Dict message = read(fixture);
+    EXPECT_TRUE(capture.contains("Embedded message nested too deeply - not read"));
+    EXPECT_EQ(stringOf(item(message, 0), "name"), "level.msg");
+}
+
+}  // namespace
