@@ -3,6 +3,7 @@
 #include <cstring>
 
 #include <unicode/uchar.h>
+#include <unicode/utf8.h>
 
 #include "core/TextEncoding.h"
 #include "core/Uuid.h"
@@ -11,19 +12,37 @@ namespace qh {
 
 namespace {
 
-// Where zapGremlins cuts a value, counted in UTF-16 code units.
-std::size_t gremlinCutLength(std::u16string_view units) {
-    constexpr char16_t kWideStart = 0x3000;
-    std::size_t low = 0;   // ordinary units before the first wide one
-    std::size_t high = 0;  // wide units from there on
-    for (char16_t unit : units) {
-        // A value that begins with wide characters is taken to be meant so.
-        if (low < 4 && unit > kWideStart) break;
-        if (low != 0 && unit == 0) return low;
-        if (high == 0 && unit <= kWideStart) ++low;
-        if (unit > kWideStart) ++high;
+// Where zapGremlins cuts a value, as a byte offset into its UTF-8. The rule
+// counts UTF-16 code units: `low` ordinary units (at or below U+3000) before
+// the first wide one, `high` wide units from there on; a supplementary
+// character is two wide units.
+std::size_t gremlinCut(std::string_view text) {
+    constexpr UChar32 kWideStart = 0x3000;
+    const auto* s = reinterpret_cast<const std::uint8_t*>(text.data());
+    const auto length = static_cast<std::int32_t>(text.size());
+    std::size_t low = 0, high = 0, lowEnd = 0;
+    std::int32_t i = 0;
+    while (i < length) {
+        const std::int32_t start = i;
+        UChar32 c;
+        if (s[i] < 0x80) {
+            c = s[i++];
+        } else {
+            U8_NEXT_OR_FFFD(s, i, length, c);
+        }
+        if (c > kWideStart) {
+            // A value that begins with wide characters is taken to be meant so.
+            if (low < 4) break;
+            high += c > 0xFFFF ? 2 : 1;
+            continue;
+        }
+        if (low != 0 && c == 0) return high > 0 ? lowEnd : std::size_t(start);
+        if (high == 0) {
+            ++low;
+            lowEnd = std::size_t(i);
+        }
     }
-    return high > 0 ? low : units.size();
+    return high > 0 ? lowEnd : text.size();
 }
 
 }  // namespace
@@ -32,26 +51,28 @@ std::optional<std::string> StringWangers::zapGremlins(std::optional<std::string_
     if (!text || text->empty()) return std::nullopt;
     // Values read from fixed-size fields, or from UTF-16 read in the wrong
     // encoding, carry junk after the real text; keep the first run of it.
-    std::u16string units = TextEncoding::toUTF16(*text);
-    std::string prefix = TextEncoding::fromUTF16(std::u16string_view(units).substr(0, gremlinCutLength(units)));
-    std::string decoded = TextEncoding::removePercentEncoding(prefix).value_or(std::move(prefix));
-    std::u16string cleaned;
-    const std::u16string decodedUnits = TextEncoding::toUTF16(decoded);
-    cleaned.reserve(decodedUnits.size());
-    for (std::size_t k = 0; k < decodedUnits.size(); ++k) {
-        char16_t unit = decodedUnits[k];
-        if (unit == 0) continue;
-        UChar32 c = unit;
-        std::size_t width = 1;
-        if (U16_IS_LEAD(unit) && k + 1 < decodedUnits.size() && U16_IS_TRAIL(decodedUnits[k + 1])) {
-            c = U16_GET_SUPPLEMENTARY(unit, decodedUnits[k + 1]);
-            width = 2;
+    const std::string sane = TextEncoding::sanitizeUTF8(*text);
+    std::string_view prefix = std::string_view(sane).substr(0, gremlinCut(sane));
+    std::optional<std::string> decoded = TextEncoding::removePercentEncoding(prefix);
+    const std::string_view kept = decoded ? std::string_view(*decoded) : prefix;
+    // NULs, unassigned code points and non-characters go.
+    std::string cleaned;
+    cleaned.reserve(kept.size());
+    const auto* s = reinterpret_cast<const std::uint8_t*>(kept.data());
+    const auto length = static_cast<std::int32_t>(kept.size());
+    std::int32_t i = 0;
+    while (i < length) {
+        const std::int32_t start = i;
+        if (s[i] < 0x80) {
+            if (s[i] != 0) cleaned += char(s[i]);
+            ++i;
+            continue;
         }
-        // Unassigned code points and non-characters are dropped.
-        if (u_charType(c) != U_UNASSIGNED) cleaned.append(decodedUnits, k, width);
-        k += width - 1;
+        UChar32 c;
+        U8_NEXT_OR_FFFD(s, i, length, c);
+        if (u_charType(c) != U_UNASSIGNED) cleaned.append(kept.substr(std::size_t(start), std::size_t(i - start)));
     }
-    return TextEncoding::trimWhitespaceAndNewlines(TextEncoding::fromUTF16(cleaned));
+    return TextEncoding::trimWhitespaceAndNewlines(cleaned);
 }
 
 std::optional<std::string> StringWangers::replaceDoubleNewline(std::optional<std::string_view> text) {
