@@ -5,6 +5,7 @@
 #include "core/Log.h"
 #include "core/TextEncoding.h"
 #include "readers/tnef/Attributes.h"
+#include "readers/tnef/TagScanner.h"
 #include "readers/tnef/TNEFDecoder.h"
 #include "richtext/RTFReader.h"
 #include "richtext/RTFWangers.h"
@@ -167,15 +168,17 @@ Array ReadTNEF::retrieveAttachments(ByteView data) {
     // The search resumes after each value found: an offset into the stream
     // stands for "what follows the value".
     Array attachments;
+    TagScanner titles(data, kAttAttachTitle);
+    TagScanner contents(data, kAttAttachData);
     std::size_t offset = 0;
     bool found = true;
     while (found) {
         found = false;
         std::optional<std::string> name;
         std::optional<ByteView> content;
-        for (const std::uint32_t id : {kAttAttachTitle, kAttAttachData}) {
+        for (TagScanner* scanner : {&titles, &contents}) {
             const ByteView rest = data.subspan(offset);
-            const std::uint64_t match = searchTag(rest, id);
+            const std::uint64_t match = scanner->find(offset);
             if (!fits(match, 4, rest.size())) {
                 Log::line("** Decode error ** Bad size in TNEF datastream type. Aborting");
                 continue;
@@ -192,7 +195,7 @@ Array ReadTNEF::retrieveAttachments(ByteView data) {
             const ByteView value = rest.subspan(match + 8, size);
             // The title keeps its terminating zero; the checksum after each
             // value is neither read nor checked.
-            if (id == kAttAttachTitle) {
+            if (scanner == &titles) {
                 name = utf8(value);
             } else {
                 content = value;

@@ -1,0 +1,28 @@
+// ReadTNEF on any bytes, then the EML writer on whatever dictionary it gives,
+// and the summary. The seeds in corpus/tnef were written with the fixture
+// writer (tests/support/TnefWriter): an empty stream, subject with compressed
+// RTF and HTML bodies, two attachments with long and display names, data
+// before titles, named and multi-valued properties, UTF-16 sender
+// properties, a damaged checksum, a trailing header fragment, a property
+// block cut short, and date attributes in and out of range.
+#include <cstddef>
+#include <cstdint>
+
+#include "core/Log.h"
+#include "readers/tnef/ReadTNEF.h"
+#include "writers/WriteEML.h"
+
+extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
+    static const bool quiet = [] {
+        qh::Log::setSystemLogEnabled(false);
+        return true;
+    }();
+    (void)quiet;
+    const qh::ByteView bytes(data, size);
+    auto reader = qh::ReadTNEF::initWithData(bytes);
+    if (const qh::Dict* dictionary = reader->returnFullDictionary()) {
+        if (auto writer = qh::WriteEML::initWithDictionary(dictionary)) (void)writer->formatOutputFile();
+    }
+    (void)qh::ReadTNEF::getSummaryForMessage(bytes);
+    return 0;
+}
