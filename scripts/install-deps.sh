@@ -10,7 +10,7 @@ packages=(
   clang libclang-rt-14-dev
 )
 # Independent tools used by tests and benchmarks as oracles and peers.
-oracles=(python3 python3-olefile tnef libemail-outlook-message-perl)
+oracles=(python3 python3-olefile tnef libemail-outlook-message-perl python3-icalendar python3-vobject)
 
 missing=()
 for p in "${packages[@]}" "${oracles[@]}"; do

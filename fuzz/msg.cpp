@@ -1,0 +1,31 @@
+// The MSG reader on any bytes, in both stream modes, followed by the writers
+// it feeds: the MIME text of the message, and its vCard or iCalendar text.
+#include <cstddef>
+#include <cstdint>
+
+#include "core/Log.h"
+#include "readers/msg/ReadMSG.h"
+#include "writers/WriteEML.h"
+
+extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
+    static const bool quiet = [] {
+        qh::Log::setSystemLogEnabled(false);
+        return true;
+    }();
+    (void)quiet;
+    qh::ByteView bytes(data, size);
+    for (bool exactStreams : {false, true}) {
+        std::unique_ptr<qh::ReadMSG> reader = qh::ReadMSG::initWithData(bytes, exactStreams);
+        if (!reader) return 0;
+        const qh::Dict* message = reader->returnFullDictionary();
+        if (!message) continue;
+        std::unique_ptr<qh::WriteEML> writer = qh::WriteEML::initWithDictionary(message);
+        if (!writer) continue;
+        (void)writer->formatOutputFile();
+        const std::string* type = message->findString("MessageType");
+        if (type && *type == "Contact") (void)writer->exportContacts();
+        if (type && *type == "Calendar") (void)writer->exportAppointment();
+    }
+    (void)qh::ReadMSG::getSummaryForMessage(bytes, true);
+    return 0;
+}
