@@ -52,7 +52,9 @@ Dict mapiDictionary(const TNEFPropertyList& list, const TNEFMessage& record) {
     Dict dictionary;
     for (const TNEFProperty& property : list.properties) {
         const std::uint16_t knownId = property.custom == 1 ? 0 : KnownProperties::lookup(propertyId(property.tag));
-        for (const TNEFValue& value : property.values) {
+        // Slots after the first are never filled, and empty slots give nothing.
+        if (property.firstValue) {
+            const TNEFValue& value = *property.firstValue;
             switch (propertyType(property.tag)) {
                 case kTypeString8:
                     if (knownId == kIdSubject || knownId == kIdConversationTopic) {
@@ -124,11 +126,11 @@ Dict TNEFDecoder::buildTNEFDictionary(const TNEFMessage& message) const {
         item.set("size", Value(std::uint64_t(size)));
         item.set("sizeString", BitWangers::formatSize(double(size)));
         item.set("data", Value(attachment->fileData.data));
-        const std::vector<TNEFValue>* name = GetProperty(&attachment->mapi, kTagAttachLongFilename);
-        if (name == nullptr || name->empty()) name = GetProperty(&attachment->mapi, kTagDisplayName);
+        const TNEFValue* name = GetProperty(&attachment->mapi, kTagAttachLongFilename);
+        if (name == nullptr) name = GetProperty(&attachment->mapi, kTagDisplayName);
         std::optional<std::string> text;
-        if (name != nullptr && !name->empty()) {
-            text = attachmentName(name->front().data);
+        if (name != nullptr) {
+            text = attachmentName(name->data);
         } else {
             text = attachmentName(attachment->title.data.view());
         }

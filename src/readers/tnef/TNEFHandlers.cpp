@@ -216,7 +216,7 @@ int TNEFFillMapi(TNEFMessage*, ByteView data, TNEFPropertyList* list) {
             TNEFValue value = readValue(cursor, propertyType(property.tag), multiValued);
             if (cursor.isShort()) break;
             // Only the first slot is ever written; a count of 0 leaves none.
-            if (property.valueCount > 0) property.values.push_back(std::move(value));
+            if (property.valueCount > 0) property.firstValue = std::move(value);
             list->properties.push_back(std::move(property));
             open = &list->properties.back();
             openIsMultiValued = multiValued;
@@ -225,7 +225,7 @@ int TNEFFillMapi(TNEFMessage*, ByteView data, TNEFPropertyList* list) {
             // multi-valued property lands in the first slot again.
             TNEFValue value = readValue(cursor, propertyType(open->tag), true);
             if (cursor.isShort()) break;
-            if (!open->values.empty()) open->values.front() = std::move(value);
+            if (open->firstValue) *open->firstValue = std::move(value);
         }
         // A property is finished after the value at index count - 1; the index
         // stays 0, so only a single value or a multi-value count of 1 finishes.
@@ -239,10 +239,12 @@ int TNEFFillMapi(TNEFMessage*, ByteView data, TNEFPropertyList* list) {
     return 0;
 }
 
-const std::vector<TNEFValue>* GetProperty(const TNEFPropertyList* list, std::uint32_t tag) {
+const TNEFValue* GetProperty(const TNEFPropertyList* list, std::uint32_t tag) {
     if (list == nullptr || list->count == 0) return nullptr;
     for (const TNEFProperty& property : list->properties) {
-        if (property.tag == tag && property.custom == 0) return &property.values;
+        if (property.tag == tag && property.custom == 0) {
+            return property.firstValue ? &*property.firstValue : nullptr;
+        }
     }
     return nullptr;
 }

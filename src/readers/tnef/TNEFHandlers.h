@@ -50,8 +50,9 @@ int TNEFAttachmentMAPI(TNEFMessage* message, std::size_t row, ByteView data);
 // reads outside `data`: a value that runs past it ends the block.
 int TNEFFillMapi(TNEFMessage* message, ByteView data, TNEFPropertyList* list);
 
-// The values of the first non-named property with exactly this tag, or null.
-const std::vector<TNEFValue>* GetProperty(const TNEFPropertyList* list, std::uint32_t tag);
+// The values of the first non-named property with exactly this tag (its only
+// held slot, the first), or null; null too when that property holds no slot.
+const TNEFValue* GetProperty(const TNEFPropertyList* list, std::uint32_t tag);
 
 void tnefInitMapi(TNEFPropertyList* list);
 void tnefInitAttachment(TNEFAttachment* attachment);

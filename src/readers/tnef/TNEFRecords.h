@@ -5,6 +5,7 @@
 #include <array>
 #include <cstdint>
 #include <memory>
+#include <optional>
 #include <vector>
 
 #include "core/Blob.h"
@@ -43,7 +44,7 @@ struct TNEFProperty {
     std::uint32_t nameCount = 0;  // names are counted, never read
     // Only the first value slot is ever written (see TNEFFillMapi), so only
     // that one is held; it is absent when the stored value count is 0.
-    std::vector<TNEFValue> values;
+    std::optional<TNEFValue> firstValue;
 };
 
 struct TNEFPropertyList {
