@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cstring>
+#include <unordered_set>
 
 #include "compound/Format.h"
 #include "core/ByteCursor.h"
@@ -115,6 +116,7 @@ const DirectoryEntry* DirectoryTree::entry(std::size_t index) const {
 }
 
 void DirectoryTree::emptyAllocationTable() {
+    childIndexes_.clear();
     masterSectorAllocationTableArray.clear();
     binaryTree_.clear();
     visitMarks_.clear();
@@ -152,7 +154,52 @@ std::uint32_t DirectoryTree::findChildWithIndex(std::uint32_t parent, std::strin
                                                 std::uint32_t& closest) const {
     const DirectoryEntry* record = entry(parent);
     if (!record || !record->valid || record->child >= entryCount()) return 0;
+    const ChildIndex& index = childIndex(parent);
+    if (index.usable) {
+        auto found = index.byName.find(name);
+        if (found != index.byName.end()) return found->second;
+    }
     return findSiblingInTree(record->child, name, closest);
+}
+
+const DirectoryTree::ChildIndex& DirectoryTree::childIndex(std::uint32_t parent) const {
+    auto& slot = childIndexes_[parent];
+    if (slot) return *slot;
+    slot = std::make_unique<ChildIndex>();
+    const std::size_t count = entryCount();
+    const DirectoryEntry& record = masterSectorAllocationTableArray[parent];
+    // In-order walk of the sibling tree. The index is usable only when the
+    // walk and the search cannot disagree: every entry valid, no link of 0,
+    // no entry met twice, and names strictly ascending.
+    std::vector<std::uint32_t> inOrder;
+    std::unordered_set<std::uint32_t> seen;
+    struct Step {
+        std::uint32_t index;
+        bool emit;
+    };
+    std::vector<Step> stack{{record.child, false}};
+    while (!stack.empty()) {
+        const Step step = stack.back();
+        stack.pop_back();
+        if (step.index >= count) continue;
+        const DirectoryEntry& node = masterSectorAllocationTableArray[step.index];
+        if (step.emit) {
+            inOrder.push_back(step.index);
+            if (node.next != cfb::kNoStream) stack.push_back({node.next, false});
+            continue;
+        }
+        if (!node.valid || node.prev == 0 || node.next == 0 || !seen.insert(step.index).second) return *slot;
+        stack.push_back({step.index, true});
+        if (node.prev != cfb::kNoStream) stack.push_back({node.prev, false});
+    }
+    for (std::size_t k = 1; k < inOrder.size(); ++k) {
+        if (compareDirectoryName(masterSectorAllocationTableArray[inOrder[k - 1]].name,
+                                 masterSectorAllocationTableArray[inOrder[k]].name) >= 0)
+            return *slot;
+    }
+    for (std::uint32_t child : inOrder) slot->byName.emplace(masterSectorAllocationTableArray[child].name, child);
+    slot->usable = true;
+    return *slot;
 }
 
 std::optional<std::uint32_t> DirectoryTree::findEntryIndex(std::string_view path) const {

@@ -2,8 +2,10 @@
 // The directory of a compound file: the ordered list of entry records and the
 // lookups by name and path over the entries' sibling trees.
 #include <cstdint>
+#include <memory>
 #include <optional>
 #include <string>
+#include <unordered_map>
 #include <string_view>
 #include <vector>
 
@@ -46,6 +48,16 @@ public:
     std::vector<DirectoryEntry> masterSectorAllocationTableArray;
 
 private:
+    // The children of one storage by name, when its sibling tree is a proper
+    // search tree (so that the search would find exactly these); lookups then
+    // cost the same on a degenerate tree as on a balanced one.
+    struct ChildIndex {
+        bool usable = false;
+        std::unordered_map<std::string_view, std::uint32_t> byName;
+    };
+    const ChildIndex& childIndex(std::uint32_t parent) const;
+
+    mutable std::unordered_map<std::uint32_t, std::unique_ptr<ChildIndex>> childIndexes_;
     DirectoryEntry thisEntry_;
     std::vector<std::uint32_t> binaryTree_;
     // Visit marks of the sibling walk: a mark equal to the current generation means visited.

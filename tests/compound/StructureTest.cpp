@@ -254,3 +254,40 @@ TEST(Directory, SiblingCyclesEndQuietly) {
     EXPECT_EQ(tree.findChildWithIndex(0, "c", closest), 2u);
     EXPECT_EQ(tree.findEntry("/nothing"), nullptr);
 }
+
+TEST(Directory, LookupsOnDegenerateAndMisorderedSiblingTrees) {
+    // Children written as one right-leaning chain in name order: every
+    // lookup still finds its entry.
+    CompoundWriter writer;
+    std::vector<std::string> names;
+    for (int i = 0; i < 40; ++i) names.push_back("s" + std::to_string(100 + i));
+    for (const auto& name : names) writer.addStream(name, name);
+    auto file = writer.build();
+    for (std::size_t k = 0; k < names.size(); ++k) {
+        file.setEntryField(names[k], 68, 0xFFFFFFFF);
+        file.setEntryField(names[k], 72, k + 1 < names.size() ? file.entryNumber(names[k + 1]) : 0xFFFFFFFF);
+    }
+    file.setEntryField("", 76, file.entryNumber(names[0]));
+    auto mole = qh::Mole::initWithData(file.bytes);
+    ASSERT_TRUE(mole);
+    for (const auto& name : names) {
+        auto stream = mole->getStream(name);
+        ASSERT_TRUE(stream) << name;
+        EXPECT_EQ(stream->text().substr(0, name.size()), name);
+    }
+    EXPECT_FALSE(mole->getStream("s99"));
+    EXPECT_EQ(mole->getOLEDictionary().size(), names.size());
+
+    // The same chain in the wrong order: the walk lists every child, the
+    // search (which trusts the order) misses those on the wrong side.
+    std::reverse(names.begin(), names.end());
+    for (std::size_t k = 0; k < names.size(); ++k)
+        file.setEntryField(names[k], 72, k + 1 < names.size() ? file.entryNumber(names[k + 1]) : 0xFFFFFFFF);
+    file.setEntryField("", 76, file.entryNumber(names[0]));
+    mole = qh::Mole::initWithData(file.bytes);
+    ASSERT_TRUE(mole);
+    EXPECT_EQ(mole->getDirectory().size(), names.size());
+    EXPECT_TRUE(mole->getStream(names[0]));   // the first one looked at
+    EXPECT_FALSE(mole->getStream(names[1]));  // smaller, but the search goes right
+    EXPECT_EQ(mole->getOLEDictionary().size(), 1u);
+}

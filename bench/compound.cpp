@@ -1,0 +1,83 @@
+// Opening compound documents and taking their whole entry dictionary, over
+// every .msg file of the corpus (throughput in bytes of input per second).
+#include <benchmark/benchmark.h>
+
+#include <algorithm>
+#include <filesystem>
+#include <fstream>
+#include <iterator>
+#include <vector>
+
+#include "compound/Mole.h"
+#include "core/Log.h"
+
+namespace {
+
+const std::vector<qh::Bytes>& corpus() {
+    static const std::vector<qh::Bytes> files = [] {
+        qh::Log::setSystemLogEnabled(false);
+        std::vector<qh::Bytes> out;
+        std::error_code ec;
+        const std::filesystem::path dir = std::filesystem::path(QH_CORPUS_DIR) / "msg";
+        std::vector<std::filesystem::path> paths;
+        for (const auto& entry : std::filesystem::directory_iterator(dir, ec))
+            if (entry.path().extension() == ".msg") paths.push_back(entry.path());
+        std::sort(paths.begin(), paths.end());
+        for (const auto& path : paths) {
+            std::ifstream in(path, std::ios::binary);
+            out.emplace_back(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
+        }
+        return out;
+    }();
+    return files;
+}
+
+std::size_t corpusBytes() {
+    std::size_t total = 0;
+    for (const auto& file : corpus()) total += file.size();
+    return total;
+}
+
+void runOverCorpus(benchmark::State& state, bool exact) {
+    if (corpus().empty()) {
+        state.SkipWithError("no corpus");
+        return;
+    }
+    for (auto _ : state) {
+        for (const auto& file : corpus()) {
+            auto mole = qh::Mole::initWithData(file);
+            if (!mole) continue;
+            qh::Dict dict = mole->getOLEDictionary(exact);
+            benchmark::DoNotOptimize(dict.size());
+            mole->deInitialize();
+        }
+    }
+    state.SetBytesProcessed(static_cast<std::int64_t>(state.iterations() * corpusBytes()));
+}
+
+void BM_OpenAndDictionary(benchmark::State& state) { runOverCorpus(state, false); }
+void BM_OpenAndExactDictionary(benchmark::State& state) { runOverCorpus(state, true); }
+
+// What the preview does first: open, then one stream by path.
+void BM_OpenAndOneStream(benchmark::State& state) {
+    if (corpus().empty()) {
+        state.SkipWithError("no corpus");
+        return;
+    }
+    for (auto _ : state) {
+        for (const auto& file : corpus()) {
+            auto mole = qh::Mole::initWithData(file);
+            if (!mole) continue;
+            auto stream = mole->getStream("__substg1.0_10090102");
+            benchmark::DoNotOptimize(stream);
+            mole->deInitialize();
+        }
+    }
+    state.SetBytesProcessed(static_cast<std::int64_t>(state.iterations() * corpusBytes()));
+}
+
+}  // namespace
+
+BENCHMARK(BM_OpenAndDictionary)->Unit(benchmark::kMillisecond);
+BENCHMARK(BM_OpenAndExactDictionary)->Unit(benchmark::kMillisecond);
+BENCHMARK(BM_OpenAndOneStream)->Unit(benchmark::kMillisecond);
