@@ -18,8 +18,8 @@ public:
     // when it cannot be read; for several 0 when every file gave a result, else 1.
     static int print(const std::vector<std::string>& files, const SourceOptions& options, unsigned jobs,
                      MessageSource::Want want);
-    // {"file":"<path>","result":<document>} with a line feed.
-    static std::string jsonLine(const std::string& path, const std::string& document);
+    // {"file":"<path>","result":<document>} with a line feed; null result when `loaded` is null.
+    static std::string jsonLine(const std::string& path, const LoadedMessage* loaded);
 };
 
 }  // namespace qhcli

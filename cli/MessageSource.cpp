@@ -8,6 +8,14 @@ namespace qhcli {
 
 namespace {
 
+LoadedMessage unreadable(const std::string& kind, std::string problem) {
+    LoadedMessage loaded;
+    loaded.status = LoadedMessage::Status::unreadable;
+    loaded.kind = kind;
+    loaded.problem = std::move(problem);
+    return loaded;
+}
+
 // Standard input can be read only once; a command that names "-" twice (or a
 // batch whose workers both ask for it) sees the same bytes each time.
 const std::optional<qh::Bytes>& standardInput() {
@@ -29,17 +37,18 @@ void MessageSource::addOptions(CLI::App& command, SourceOptions& options) {
 LoadedMessage MessageSource::load(const std::string& path, const SourceOptions& options, Want want) {
     if (path == "-") {
         const auto& data = standardInput();
-        if (!data) return {LoadedMessage::Status::unreadable, options.kind, std::nullopt, "cannot read standard input"};
+        if (!data) return unreadable(options.kind, "cannot read standard input");
         return run(*data, options.kind, options.read, want);
     }
     auto data = Input::readFile(path);
-    if (!data) return {LoadedMessage::Status::unreadable, options.kind, std::nullopt, "cannot read " + path};
+    if (!data) return unreadable(options.kind, "cannot read " + path);
     return run(*data, options.kind, options.read, want);
 }
 
 LoadedMessage MessageSource::run(qh::ByteView data, const std::string& kind, const ReadOptions& options, Want want) {
     LoadedMessage loaded;
     loaded.kind = kind.empty() ? Input::detectKind(data) : kind;
+    loaded.inputSize = data.size();
     const MessageKind* reader = MessageKinds::find(loaded.kind);
     if (!reader) {
         loaded.status = LoadedMessage::Status::noReader;

@@ -28,6 +28,8 @@ struct LoadedMessage {
     Status status = Status::none;
     std::string kind;
     std::optional<qh::Value> value;
+    // Bytes of input the reader was given.
+    std::size_t inputSize = 0;
     // For unreadable / noReader: one line for standard error.
     std::string problem;
 
