@@ -1,7 +1,7 @@
 #include "richtext/RTFConverter.h"
 
 #include <algorithm>
-#include <unordered_map>
+#include <array>
 
 namespace qh {
 namespace {
@@ -18,9 +18,40 @@ struct KeywordEntry {
     char32_t character = 0;  // Keyword::Character
 };
 
-const std::unordered_map<std::string_view, KeywordEntry>& keywords() {
-    static const std::unordered_map<std::string_view, KeywordEntry> table = [] {
-        std::unordered_map<std::string_view, KeywordEntry> t;
+// The control words the reader acts on, in an open-addressing table: looking
+// words up is most of the work on control-word-dense documents.
+class KeywordTable {
+public:
+    void emplace(std::string_view word, KeywordEntry entry) {
+        std::size_t i = hash(word) & kMask;
+        while (slots_[i].used) i = (i + 1) & kMask;
+        slots_[i] = Slot{word, entry, true};
+    }
+    const KeywordEntry* find(std::string_view word) const {
+        for (std::size_t i = hash(word) & kMask; slots_[i].used; i = (i + 1) & kMask)
+            if (slots_[i].word == word) return &slots_[i].entry;
+        return nullptr;
+    }
+
+private:
+    static constexpr std::size_t kSlots = 512;  // about three times the words held
+    static constexpr std::size_t kMask = kSlots - 1;
+    static std::size_t hash(std::string_view word) {
+        std::uint32_t h = 2166136261u;
+        for (char c : word) h = (h ^ static_cast<std::uint8_t>(c)) * 16777619u;
+        return h;
+    }
+    struct Slot {
+        std::string_view word;
+        KeywordEntry entry{Keyword::SkipDestination};
+        bool used = false;
+    };
+    std::array<Slot, kSlots> slots_{};
+};
+
+const KeywordTable& keywords() {
+    static const KeywordTable table = [] {
+        KeywordTable t;
         // Destinations whose text is not part of the document's text.
         for (std::string_view word :
              {"colortbl", "stylesheet", "info", "pict", "header", "headerl", "headerr", "headerf", "footer",
@@ -144,6 +175,7 @@ std::optional<std::string> RTFConverter::convert(ByteView rtf) {
     body_.reserve(output_ == Output::HTML ? rtf.size() / 2 : rtf.size() / 4);
 
     RTFTokenizer tokenizer(rtf);
+    tokenizer_ = &tokenizer;
     for (;;) {
         RTFToken token = tokenizer.next();
         if (token.kind == RTFToken::Kind::End) break;
@@ -166,7 +198,6 @@ std::optional<std::string> RTFConverter::convert(ByteView rtf) {
 
         if (token.kind == RTFToken::Kind::Text || token.kind == RTFToken::Kind::HexByte) {
             ignorableNext_ = false;
-            if (overflowDepth_ > 0) continue;
             if (token.kind == RTFToken::Kind::Text) textBytes(token.bytes);
             else textBytes(ByteView(&token.byte, 1));
             continue;
@@ -174,16 +205,20 @@ std::optional<std::string> RTFConverter::convert(ByteView rtf) {
         flushPending();
         if (token.kind == RTFToken::Kind::GroupOpen) {
             groupOpen();
+            if (state().destination == Destination::Skip && !skipRestOfGroup()) break;
         } else if (token.kind == RTFToken::Kind::GroupClose) {
             if (!groupClose()) break;  // the document group has ended
-        } else if (overflowDepth_ > 0 || token.kind == RTFToken::Kind::Binary) {
+        } else if (token.kind == RTFToken::Kind::Binary) {
             ignorableNext_ = false;
         } else if (token.kind == RTFToken::Kind::ControlWord) {
             controlWord(token);
+            // A destination without text is passed over in one scan.
+            if (state().destination == Destination::Skip && !skipRestOfGroup()) break;
         } else if (token.kind == RTFToken::Kind::ControlSymbol) {
             controlSymbol(token.byte);
         }
     }
+    tokenizer_ = nullptr;
     flushPending();
     if (pendingHighSurrogate_) {
         pendingHighSurrogate_ = 0;
@@ -334,19 +369,20 @@ void RTFConverter::emitBreak(Break kind) {
 
 void RTFConverter::groupOpen() {
     ignorableNext_ = false;
-    if (overflowDepth_ > 0 || stack_.size() > kMaxGroupDepth) {
-        ++overflowDepth_;
-        return;
-    }
-    stack_.push_back(stack_.back());
+    GroupState inner = stack_.back();
+    // The deepest level takes no text: its group and everything in it are skipped.
+    if (stack_.size() >= kMaxGroupDepth) inner.destination = Destination::Skip;
+    stack_.push_back(inner);
+}
+
+bool RTFConverter::skipRestOfGroup() {
+    skipCount_ = 0;
+    if (!tokenizer_->skipGroup()) return false;
+    return groupClose();
 }
 
 bool RTFConverter::groupClose() {
     ignorableNext_ = false;
-    if (overflowDepth_ > 0) {
-        --overflowDepth_;
-        return true;
-    }
     if (pendingHighSurrogate_) {
         pendingHighSurrogate_ = 0;
         emitCodePoint(0xFFFD);
@@ -399,14 +435,13 @@ void RTFConverter::controlWord(const RTFToken& token) {
     GroupState& group = state();
     if (group.destination == Destination::Skip) return;
 
-    const auto& table = keywords();
-    auto found = table.find(token.word);
-    if (found == table.end()) {
+    const KeywordEntry* found = keywords().find(token.word);
+    if (!found) {
         // An unknown destination marked \* is skipped with everything in it.
         if (ignorable) group.destination = Destination::Skip;
         return;
     }
-    const Keyword keyword = found->second.keyword;
+    const Keyword keyword = found->keyword;
     const std::int32_t parameter = token.parameter;
     const bool on = !token.hasParameter || parameter != 0;
 
@@ -519,7 +554,7 @@ void RTFConverter::controlWord(const RTFToken& token) {
             emitText("\t");
             return;
         case Keyword::Character:
-            emitCodePoint(found->second.character);
+            emitCodePoint(found->character);
             return;
         case Keyword::FontCharset:
         case Keyword::FontCodePage:

@@ -22,7 +22,7 @@ class RTFConverter {
 public:
     enum class Output { Text, HTML };
 
-    // Groups nested deeper than this are read as skipped destinations: real
+    // Groups nested deeper than this are skipped with everything in them: real
     // documents stay far below it, and it bounds the state a hostile one can pile up.
     static constexpr std::size_t kMaxGroupDepth = 256;
     // Longest field instruction kept (a HYPERLINK with its URL); the rest is dropped.
@@ -68,6 +68,7 @@ private:
     void controlSymbol(std::uint8_t symbol);
     void groupOpen();
     bool groupClose();
+    bool skipRestOfGroup();
     void fieldResult();
 
     // HTML of ordinary RTF.
@@ -78,8 +79,8 @@ private:
 
     Output output_;
     bool encapsulatedHTML_ = false;
+    RTFTokenizer* tokenizer_ = nullptr;
     std::vector<GroupState> stack_;
-    std::size_t overflowDepth_ = 0;
     bool ignorableNext_ = false;
     std::size_t skipCount_ = 0;
     char16_t pendingHighSurrogate_ = 0;

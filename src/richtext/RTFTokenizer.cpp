@@ -16,6 +16,13 @@ int hexValue(std::uint8_t c) {
     return -1;
 }
 
+// Bytes that matter while a group is skipped.
+constexpr std::array<bool, 256> kStopsSkipping = [] {
+    std::array<bool, 256> table{};
+    table['\\'] = table['{'] = table['}'] = true;
+    return table;
+}();
+
 // Bytes that end a run of literal text.
 constexpr std::array<bool, 256> kStopsText = [] {
     std::array<bool, 256> table{};
@@ -87,6 +94,26 @@ RTFToken RTFTokenizer::next() {
     token.kind = RTFToken::Kind::ControlSymbol;
     token.byte = after;
     return token;
+}
+
+bool RTFTokenizer::skipGroup() {
+    const std::size_t size = data_.size();
+    std::size_t depth = 1;
+    while (position_ < size) {
+        const std::uint8_t c = data_[position_++];
+        if (!kStopsSkipping[c]) continue;
+        if (c == '{') {
+            ++depth;
+        } else if (c == '}') {
+            if (--depth == 0) return true;
+        } else if (position_ < size) {
+            // A control word is read whole so that a \binN payload is stepped over;
+            // any other escape is two bytes (\{, \}, \\ and the rest).
+            if (isLetter(data_[position_])) (void)controlWord();
+            else ++position_;
+        }
+    }
+    return false;
 }
 
 RTFToken RTFTokenizer::controlWord() {

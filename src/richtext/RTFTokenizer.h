@@ -30,6 +30,10 @@ public:
 
     explicit RTFTokenizer(ByteView rtf) : data_(rtf) {}
     RTFToken next();
+    // Moves past the rest of the group that is open now, nested groups and
+    // \binN payloads included, without producing tokens: true when its closing
+    // brace was found, false when the data ended first.
+    bool skipGroup();
     std::size_t position() const { return position_; }
 
 private:

@@ -71,6 +71,7 @@ INSTANTIATE_TEST_SUITE_P(
              R"({\rtf1{\fonttbl{\f0 Arial;}}{\colortbl;\red0\green0\blue0;}{\stylesheet{\s0 Normal;}})"
              R"({\info{\title T}{\author A}}{\*\generator G;}{\*\unknown U{\nested N}}{\pict\pngblip 89504e47}Text})",
              "Text"},
+        Case{"EscapesInSkippedGroup", R"({\rtf1{\*\x a\}b\{{c}\\}d})", "d"},
         Case{"KnownDestinationUnderStar", R"({\rtf1{\*\fldinst x}y})", "y"},
         Case{"SpecialCharacters", R"({\rtf1 \emdash\endash\bullet\lquote\rquote\ldblquote\rdblquote\~\tab x\line y})",
              "—–•‘’“”\u00A0\tx\ny"},
