@@ -284,4 +284,16 @@ TEST(MIMEReader, ManyHeadersAndALongLine) {
     EXPECT_EQ(text(record, "content"), "\nbody");
 }
 
+TEST(MIMEReader, DistinctHeaderNamesAreCapped) {
+    std::string message = "skip\n";
+    for (int i = 0; i < 20000; ++i) message += "X-H" + std::to_string(i) + ": v\n";
+    message += "\nbody\n";
+    qh::Log::Capture capture;
+    Dict record = parse(message);
+    EXPECT_LT(record.size(), 20000u);
+    EXPECT_EQ(text(record, "X-H1"), "v");
+    EXPECT_EQ(text(record, "content"), "\nbody");
+    EXPECT_TRUE(capture.contains("MIME Reader - too many header fields, the rest left out"));
+}
+
 }  // namespace

@@ -1,7 +1,7 @@
 #!/usr/bin/env python3
 """Independent reading of an Internet message with Python's email package.
 
-Prints one JSON object: subject, from/to/cc addresses, the first text/plain and
+Prints one JSON object per message named on the command line, one per line: subject, from/to/cc addresses, the first text/plain and
 text/html bodies (as text), and every part that carries a file name (lower-cased
 name, base64 of the decoded bytes). Used by the corpus test as its oracle.
 """
@@ -26,7 +26,7 @@ def text_of(part):
         return payload.decode("utf-8", "replace")
 
 
-def main(path):
+def read(path):
     with open(path, "rb") as handle:
         msg = email.message_from_bytes(handle.read(), policy=email.policy.default)
     result = {
@@ -51,8 +51,9 @@ def main(path):
             result["plain"] = text_of(part)
         elif kind == "text/html" and result["html"] is None:
             result["html"] = text_of(part)
-    json.dump(result, sys.stdout)
+    return result
 
 
 if __name__ == "__main__":
-    main(sys.argv[1])
+    for path in sys.argv[1:]:
+        sys.stdout.write(json.dumps(read(path)) + "\n")

@@ -23,6 +23,7 @@ struct MIMEReader::Budget {
     bool scanLogged = false;
     bool storeLogged = false;
     bool partsLogged = false;
+    bool headersLogged = false;
 
     bool store(std::size_t size) {
         if (size <= storeLeft) {
@@ -43,6 +44,8 @@ constexpr std::uint64_t kScanFactor = 32;
 constexpr std::uint64_t kScanAllowance = 4u << 20;
 constexpr std::uint64_t kStoreFactor = 4;
 constexpr std::uint64_t kStoreAllowance = 1u << 20;
+// Distinct header names kept per record; real mail has a few dozen.
+constexpr std::size_t kMaxHeaderFields = 4096;
 
 // The message as text: UTF-8 checked, every CR LF turned into LF and every
 // other line-break character (lone CR, VT, FF, NEL, U+2028, U+2029) into LF,
@@ -122,6 +125,8 @@ std::size_t recordTextSize(const Value& record) {
 
 // The state of one part while its lines are read.
 struct MIMEReader::Part {
+    explicit Part(Budget& limits) : budget(limits) {}
+    Budget& budget;
     Dict record;
     Dict parameters;
     std::string boundary;  // the delimiter line, "--" and the boundary value; "" when none
@@ -201,6 +206,11 @@ void MIMEReader::Part::handleHeader() {
         } else if (MIMEText::equalsASCIIIgnoringCase(header, "content-id")) {
             std::string lowered = MIMEText::lowercase(MIMEText::trim(text));
             record.set("Content-Id", MIMEText::removeAll(MIMEText::removeAll(lowered, '<'), '>'));
+        } else if (record.size() >= kMaxHeaderFields && !record.contains(header)) {
+            if (!budget.headersLogged) {
+                budget.headersLogged = true;
+                Log::line("MIME Reader - too many header fields, the rest left out");
+            }
         } else {
             record.set(header, std::move(text));
         }
@@ -280,7 +290,7 @@ Dict MIMEReader::setContentParameters(std::string_view contentType) {
 Dict MIMEReader::interpretPart(std::string_view text, std::optional<std::string_view> endLine,
                                std::int64_t& lineIndex, int depth) {
     Budget& budget = *budget_;
-    Part part;
+    Part part(budget);
     bool headersDone = false;
     LineCursor lines(text);
     const std::int64_t lastLine = lines.count() - 1;
