@@ -82,4 +82,19 @@ void BM_TNEFSearchPass(benchmark::State& state) {
 }
 BENCHMARK(BM_TNEFSearchPass)->Unit(benchmark::kMillisecond);
 
+// A megabyte of empty "Attach Data" attributes and no title: every round of
+// the attachment search finds a data id and misses the title id.
+void BM_TNEFSearchManyDataIds(benchmark::State& state) {
+    qh::Log::setSystemLogEnabled(false);
+    qh::Bytes stream = {0x78, 0x9F, 0x3E, 0x22, 0x01, 0x00};
+    const std::uint8_t attribute[11] = {0x02, 0x0F, 0x80, 0x06, 0x00, 0x00, 0x00, 0x00, 0x00, 0x00, 0x00};
+    while (stream.size() < (1u << 20)) stream.insert(stream.end(), std::begin(attribute), std::end(attribute));
+    for (auto _ : state) {
+        qh::Array found = qh::ReadTNEF::retrieveAttachments(stream);
+        benchmark::DoNotOptimize(found);
+    }
+    state.SetBytesProcessed(state.iterations() * static_cast<std::int64_t>(stream.size()));
+}
+BENCHMARK(BM_TNEFSearchManyDataIds)->Unit(benchmark::kMillisecond);
+
 }  // namespace

@@ -7,7 +7,6 @@
 #include <gtest/gtest.h>
 
 #include "readers/tnef/Attributes.h"
-#include "readers/tnef/KnownProperties.h"
 #include "readers/tnef/TNEFDecoder.h"
 #include "readers/tnef/TNEFHandlers.h"
 #include "support/RtfCompressor.h"
@@ -140,15 +139,6 @@ TEST(TNEFStreamLoop, ProcessTNEFGivesNothingOnlyForUndecodableStreams) {
 }
 
 // ---- the handler table ------------------------------------------------------
-
-TEST(TNEFHandlers, TableOrderAndNames) {
-    const std::uint32_t ids[] = {kAttFrom,      kAttSubject,        kAttDateSent,  kAttMessageClass,
-                                 kAttBody,      kAttAttachData,     kAttAttachTitle, kAttAttachRendData,
-                                 kAttMsgProps,  kAttAttachment,     kAttDateStart, kAttDateEnd};
-    ASSERT_EQ(qh::kTNEFHandlers.size(), std::size(ids));
-    for (std::size_t row = 0; row < std::size(ids); ++row) EXPECT_EQ(qh::kTNEFHandlers[row].id, ids[row]) << row;
-    EXPECT_STREQ(qh::kTNEFHandlers[7].name, "Attachment Display info");
-}
 
 struct RoutingCase {
     const char* name;
@@ -418,16 +408,6 @@ TEST(TNEFFillMapi, HostileCountsStayInsideTheBlock) {
     const qh::TNEFPropertyList empty = decodeBlock(cases[4].block);
     ASSERT_EQ(empty.count, 1u);
     EXPECT_FALSE(empty.properties[0].firstValue.has_value());
-}
-
-TEST(KnownPropertiesTable, SortedAndHoldsTheSubjectIds) {
-    const auto& ids = qh::KnownProperties::ids();
-    EXPECT_EQ(ids.size(), 419u);
-    EXPECT_TRUE(std::is_sorted(ids.begin(), ids.end()));
-    EXPECT_EQ(qh::KnownProperties::lookup(kIdSubject), kIdSubject);
-    EXPECT_EQ(qh::KnownProperties::lookup(kIdConversationTopic), kIdConversationTopic);
-    EXPECT_EQ(qh::KnownProperties::lookup(0x8000), 0);
-    EXPECT_EQ(qh::KnownProperties::lookup(0x3F09), 0);
 }
 
 // ---- the result dictionary ------------------------------------------------------
