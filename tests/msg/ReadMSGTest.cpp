@@ -124,6 +124,13 @@ TEST(ReadMSG, BodiesAndHtmlFromOtherBodies) {
     Dict rich = read(MsgFixture().ansi("", 0x001A, "IPM.Note").binary("", 0x1009, rtf));
     ASSERT_TRUE(rich.findBytes("RTF"));
     EXPECT_EQ(rich.findBytes("RTF")->text(), "{\\rtf1\\ansi Hello RTF\\par}");
+    EXPECT_FALSE(rich.contains("HTML"));
+
+    // No plain or HTML body: the RTF's text is taken when it is an HTML document.
+    Bytes htmlRtf = qhtest::RtfCompressor::compress("{\\rtf1\\ansi <html><body>x</body></html>\\par}");
+    Dict fromRtf = read(MsgFixture().ansi("", 0x001A, "IPM.Note").binary("", 0x1009, htmlRtf));
+    ASSERT_TRUE(fromRtf.findString("HTML"));
+    EXPECT_NE(fromRtf.findString("HTML")->find("<body>x</body>"), std::string::npos);
 }
 
 TEST(ReadMSG, SenderIsTheFirstValidCandidate) {
