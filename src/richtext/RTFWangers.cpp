@@ -38,6 +38,16 @@ std::optional<Bytes> zeroFilled(std::uint64_t size) {
     }
 }
 
+// The ring as decoding starts: the standard's dictionary, then zeros.
+const std::array<std::uint8_t, rtfcp::kDictionarySize>& presetDictionary() {
+    static const auto ring = [] {
+        std::array<std::uint8_t, rtfcp::kDictionarySize> bytes{};
+        std::memcpy(bytes.data(), rtfcp::kInitialDictionary.data(), rtfcp::kInitialDictionary.size());
+        return bytes;
+    }();
+    return ring;
+}
+
 }  // namespace
 
 std::uint64_t RTFWangers::maximumRawSize(std::uint64_t compressedSize) {
@@ -94,8 +104,11 @@ std::optional<Bytes> RTFWangers::decodeRTFSource(ByteView source, std::uint64_t 
     const std::size_t inputLength = static_cast<std::size_t>(std::min<std::uint64_t>(compressedSize, source.size()));
     const std::uint64_t outputLength = std::min<std::uint64_t>(uncompressedSize, maximumRawSize(inputLength));
 
-    std::array<std::uint8_t, rtfcp::kDictionarySize> dictionary{};
-    std::memcpy(dictionary.data(), rtfcp::kInitialDictionary.data(), rtfcp::kInitialDictionary.size());
+    // The ring always holds the last 4096 bytes written, so it is never kept
+    // apart: ring position p holds the latest output byte i with
+    // (207 + i) mod 4096 == p, or its preset value while no output byte has
+    // reached it yet. References are copied out of the output itself.
+    const std::uint8_t* preset = presetDictionary().data();
     std::size_t writePosition = rtfcp::kInitialDictionary.size();
 
     std::optional<Bytes> output = zeroFilled(outputLength);
@@ -123,19 +136,29 @@ std::optional<Bytes> RTFWangers::decodeRTFSource(ByteView source, std::uint64_t 
                 q += rtfcp::kReferenceSize;
                 if (offset == writePosition) break;
                 if (outPosition + length > rawSize) break;
-                std::size_t readPosition = offset;
-                for (std::size_t i = 0; i < length; ++i) {
-                    const std::uint8_t byte = dictionary[readPosition];
-                    out[outPosition++] = byte;
-                    dictionary[writePosition] = byte;
-                    readPosition = (readPosition + 1) & rtfcp::kDictionaryMask;
-                    writePosition = (writePosition + 1) & rtfcp::kDictionaryMask;
+                // How far back the ring position lies: 1 to 4095 bytes.
+                const std::size_t distance = (writePosition - offset) & rtfcp::kDictionaryMask;
+                std::uint8_t* to = out + outPosition;
+                if (distance >= length && distance <= outPosition) {
+                    std::memcpy(to, to - distance, length);
+                } else if (distance == 1 && outPosition > 0) {
+                    std::memset(to, to[-1], length);
+                } else if (distance <= outPosition) {
+                    // A reference just behind the write position reads what it
+                    // writes and repeats a run: byte by byte.
+                    for (std::size_t i = 0; i < length; ++i) to[i] = to[i - distance];
+                } else {
+                    // Early in the output part of the copy comes from the preset ring.
+                    for (std::size_t i = 0; i < length; ++i) {
+                        to[i] = outPosition + i >= distance ? out[outPosition + i - distance]
+                                                            : preset[(offset + i) & rtfcp::kDictionaryMask];
+                    }
                 }
+                outPosition += length;
+                writePosition = (writePosition + length) & rtfcp::kDictionaryMask;
             } else {
                 if (q + 1 > inputLength || outPosition + 1 > rawSize) break;
-                const std::uint8_t byte = in[q++];
-                out[outPosition++] = byte;
-                dictionary[writePosition] = byte;
+                out[outPosition++] = in[q++];
                 writePosition = (writePosition + 1) & rtfcp::kDictionaryMask;
             }
         }
