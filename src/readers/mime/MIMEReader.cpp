@@ -49,21 +49,42 @@ constexpr std::size_t kMaxHeaderFields = 4096;
 
 // The message as text: UTF-8 checked, every CR LF turned into LF and every
 // other line-break character (lone CR, VT, FF, NEL, U+2028, U+2029) into LF,
-// so that the lines are exactly the LF-separated runs. None when the bytes
-// are not UTF-8.
-std::optional<std::string> canonicalText(ByteView data) {
-    std::string out;
-    out.reserve(data.size());
+// so that the lines are exactly the LF-separated runs. `Unchanged` when the
+// bytes are that text already (nothing copied), `Invalid` when they are not UTF-8.
+enum class TextCheck { Unchanged, Rewritten, Invalid };
+
+// Whether any of the eight bytes is 0x80 or above, or below 0x0E (VT, FF and
+// CR are; so are LF and tab, which the byte loop then passes over).
+inline bool mayNeedWork(std::uint64_t word) {
+    constexpr std::uint64_t kOnes = 0x0101010101010101ull, kHigh = 0x8080808080808080ull;
+    return ((word - kOnes * 0x0E) | word) & kHigh;
+}
+
+TextCheck canonicalText(ByteView data, std::string& out) {
     const std::uint8_t* bytes = data.data();
     const std::int64_t size = static_cast<std::int64_t>(data.size());
     std::int64_t i = 0, runStart = 0;
+    bool rewritten = false;
     auto breakLine = [&](std::int64_t at, std::int64_t next) {
+        if (!rewritten) {
+            rewritten = true;
+            out.clear();
+            out.reserve(data.size());
+        }
         out.append(reinterpret_cast<const char*>(bytes) + runStart, static_cast<std::size_t>(at - runStart));
         out.push_back('\n');
         i = next;
         runStart = next;
     };
     while (i < size) {
+        if (i + 8 <= size) {
+            std::uint64_t word;
+            std::memcpy(&word, bytes + i, 8);
+            if (!mayNeedWork(word)) {
+                i += 8;
+                continue;
+            }
+        }
         std::uint8_t b = bytes[i];
         if (b < 0x80) {
             if (b == '\r') {
@@ -78,11 +99,12 @@ std::optional<std::string> canonicalText(ByteView data) {
         std::int64_t at = i;
         UChar32 c;
         U8_NEXT(bytes, i, size, c);
-        if (c < 0) return std::nullopt;
+        if (c < 0) return TextCheck::Invalid;
         if (c == 0x85 || c == 0x2028 || c == 0x2029) breakLine(at, i);
     }
+    if (!rewritten) return TextCheck::Unchanged;
     out.append(reinterpret_cast<const char*>(bytes) + runStart, static_cast<std::size_t>(size - runStart));
-    return out;
+    return TextCheck::Rewritten;
 }
 
 // Walks the LF-separated lines of a text forwards, by index.
@@ -92,6 +114,8 @@ public:
         count_ = static_cast<std::int64_t>(std::count(text.begin(), text.end(), '\n')) + 1;
     }
     std::int64_t count() const { return count_; }
+    // Bytes from the start of the current line to the end of the text.
+    std::size_t remaining() const { return text_.size() - offset_; }
     // The line at `index` (never before the last one asked for, and below count()).
     std::string_view line(std::int64_t index) {
         while (index_ < index) {
@@ -139,6 +163,7 @@ struct MIMEReader::Part {
     std::string content;
     bool valueIsContent = true;
     std::string uaContent;
+    bool bodyReserved = false;
 
     std::string& currentValue() { return valueIsContent ? content : value; }
 
@@ -236,18 +261,31 @@ void MIMEReader::startBudget(std::size_t inputSize) {
 }
 
 std::optional<Dict> MIMEReader::readMIMEMail(ByteView data) {
-    std::optional<std::string> text = canonicalText(data);
-    if (!text) {
+    std::string rewritten;
+    std::string ascii;
+    std::string_view text;
+    switch (canonicalText(data, rewritten)) {
+    case TextCheck::Unchanged:
+        text = asText(data);
+        break;
+    case TextCheck::Rewritten:
+        text = rewritten;
+        break;
+    case TextCheck::Invalid: {
         // Not UTF-8; the ASCII reading only differs where the platform's
         // ASCII conversion accepts what UTF-8 does not.
-        std::optional<std::string> ascii = TextEncoding::decode(data, StringEncoding::ASCII);
-        if (!ascii) return std::nullopt;
-        text = canonicalText(asBytes(*ascii));
-        if (!text) return std::nullopt;
+        std::optional<std::string> converted = TextEncoding::decode(data, StringEncoding::ASCII);
+        if (!converted) return std::nullopt;
+        ascii = std::move(*converted);
+        TextCheck check = canonicalText(asBytes(ascii), rewritten);
+        if (check == TextCheck::Invalid) return std::nullopt;
+        text = check == TextCheck::Unchanged ? std::string_view(ascii) : std::string_view(rewritten);
+        break;
     }
-    startBudget(text->size());
+    }
+    startBudget(text.size());
     std::int64_t lineIndex = 0;
-    Dict record = interpretPart(*text, std::nullopt, lineIndex, 0);
+    Dict record = interpretPart(text, std::nullopt, lineIndex, 0);
     if (!globalContentArray_.empty()) record.set("MailContent", globalContentArray_);
     return record;
 }
@@ -399,6 +437,15 @@ Dict MIMEReader::interpretPart(std::string_view text, std::optional<std::string_
             // Lines after the nested parts are read as header lines again.
             headersDone = false;
         } else if (headersDone) {
+            if (!part.bodyReserved && !part.hasBoundary) {
+                part.bodyReserved = true;
+                // The rest of the text bounds a leaf part's body: one allocation
+                // instead of a doubling series (trimmed below when far too much).
+                // A multipart's own body is only its preamble.
+                std::size_t bound = static_cast<std::size_t>(std::min<std::uint64_t>(lines.remaining() + 1, budget.storeLeft));
+                part.content.reserve(part.content.size() + bound);
+                part.uaContent.reserve(part.uaContent.size() + bound);
+            }
             appendLine(part.content, line);
             appendLine(part.uaContent, line);
         } else if (line.front() == ' ' || line.front() == '\t') {
@@ -420,6 +467,9 @@ Dict MIMEReader::interpretPart(std::string_view text, std::optional<std::string_
     }
     // A header still pending here, with no empty line after it, is never handled.
     if (!part.content.empty()) {
+        for (std::string* kept : {&part.content, &part.uaContent}) {
+            if (kept->capacity() > kept->size() + kept->size() / 2 + 4096) kept->shrink_to_fit();
+        }
         part.record.set("content", std::move(part.content));
         part.record.set("uaContent", std::move(part.uaContent));
     }
