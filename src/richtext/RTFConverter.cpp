@@ -361,7 +361,6 @@ void RTFConverter::emitBreak(Break kind) {
         body_.append("<p><br></p>\n");
         return;
     }
-    if (openLink_) links_[openLink_ - 1].endedByParagraph = true;
     htmlCloseInline();
     body_.append("</p>\n");
     paragraphOpen_ = false;
@@ -567,7 +566,10 @@ void RTFConverter::htmlCloseInline() {
     if (openItalic_) body_.append("</i>");
     if (openBold_) body_.append("</b>");
     openBold_ = openItalic_ = openUnderline_ = false;
-    if (openLink_) body_.append("</a>");
+    if (openLink_) {
+        body_.append("</a>");
+        links_[openLink_ - 1].closed = true;
+    }
     openLink_ = 0;
 }
 
@@ -576,10 +578,11 @@ void RTFConverter::htmlSyncFormatting(const GroupState& group) {
         body_.append("<p>");
         paragraphOpen_ = true;
     }
-    // A link cut by a paragraph mark is not reopened: its target would be
-    // written again for every paragraph of a hostile field result.
+    // A link once closed (by a paragraph mark, or by a field nested in its
+    // result) is not opened again: a hostile document could otherwise have
+    // its long target written out over and over.
     std::uint32_t link = group.link;
-    if (link && links_[link - 1].endedByParagraph) link = 0;
+    if (link && links_[link - 1].closed) link = 0;
     if (link != openLink_) {
         htmlCloseInline();
         if (link) {

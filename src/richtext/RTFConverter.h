@@ -50,7 +50,7 @@ private:
     };
     struct Link {
         std::string href;
-        bool endedByParagraph = false;
+        bool closed = false;  // written and closed: never opened again
     };
     enum class Break { Paragraph, Line };
 
