@@ -54,6 +54,11 @@ struct Mole::Walk {
         const auto key = std::make_tuple(handler->isSmall(), handler->entry.start,
                                          exact ? std::uint64_t(handler->entry.size) : UINT64_MAX);
         if (auto found = shared.find(key); found != shared.end()) return Value(found->second);
+        // Streams past the budget are not even read.
+        const std::uint64_t sectorSize = handler->isSmall() ? io->smallSectorSize() : io->bigSectorSize();
+        std::uint64_t bound = std::min<std::uint64_t>(handler->sectorArray.size() * sectorSize, io->filesize);
+        if (exact) bound = std::min<std::uint64_t>(bound, handler->entry.size);
+        if (bound > budget) return Value();
         Bytes bytes = handler->readAll(exact);
         if (bytes.size() > budget) return Value();
         budget -= bytes.size();
