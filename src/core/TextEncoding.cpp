@@ -26,6 +26,19 @@ void appendUTF8(std::string& out, UChar32 c) {
     out.append(buffer, static_cast<std::size_t>(length));
 }
 
+// Length of the leading run of ASCII bytes.
+std::size_t asciiPrefix(const std::uint8_t* s, std::size_t length) {
+    std::size_t i = 0;
+    while (i + 8 <= length) {
+        std::uint64_t word;
+        std::memcpy(&word, s + i, 8);
+        if (word & 0x8080808080808080ull) break;
+        i += 8;
+    }
+    while (i < length && s[i] < 0x80) ++i;
+    return i;
+}
+
 bool isValidUTF8(std::string_view text) {
     const auto* s = reinterpret_cast<const std::uint8_t*>(text.data());
     const auto length = static_cast<std::int32_t>(text.size());
@@ -89,6 +102,8 @@ const SingleByteTable* singleByteTable(StringEncoding encoding) {
         if (mapped != kUnmapped && !slot->fromUnicode.count(mapped)) slot->fromUnicode[mapped] = std::uint8_t(byte);
     }
     ucnv_close(converter);
+    for (int byte = 0; byte < 0x80; ++byte)
+        if (slot->toUnicode[byte] != byte) return nullptr;
     slot->valid = true;
     return slot.get();
 }
@@ -245,7 +260,12 @@ std::optional<std::string> TextEncoding::decode(ByteView bytes, StringEncoding e
         case StringEncoding::Latin1: {
             std::string out;
             out.reserve(bytes.size() + bytes.size() / 4);
-            for (std::uint8_t b : bytes) appendUTF8(out, b);
+            for (std::size_t i = 0; i < bytes.size();) {
+                std::size_t run = asciiPrefix(bytes.data() + i, bytes.size() - i);
+                out.append(reinterpret_cast<const char*>(bytes.data() + i), run);
+                i += run;
+                if (i < bytes.size()) appendUTF8(out, bytes[i++]);
+            }
             return out;
         }
         case StringEncoding::UTF16: {
@@ -261,8 +281,13 @@ std::optional<std::string> TextEncoding::decode(ByteView bytes, StringEncoding e
     if (!table) return std::nullopt;
     std::string out;
     out.reserve(bytes.size() + bytes.size() / 2);
-    for (std::uint8_t b : bytes) {
-        std::int32_t c = table->toUnicode[b];
+    // Every listed code page keeps ASCII as it is; copy its runs whole.
+    for (std::size_t i = 0; i < bytes.size();) {
+        std::size_t run = asciiPrefix(bytes.data() + i, bytes.size() - i);
+        out.append(reinterpret_cast<const char*>(bytes.data() + i), run);
+        i += run;
+        if (i >= bytes.size()) break;
+        std::int32_t c = table->toUnicode[bytes[i++]];
         if (c == kUnmapped) return std::nullopt;
         appendUTF8(out, c);
     }

@@ -1,5 +1,7 @@
 #include "util/DataWangers.h"
 
+#include <algorithm>
+#include <array>
 #include <cstdio>
 #include <stdexcept>
 
@@ -12,14 +14,16 @@ namespace {
 constexpr char kBase64Alphabet[] = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+/";
 constexpr std::size_t kMimeLineLength = 76;
 
-int base64Value(char c) {
-    if (c >= 'A' && c <= 'Z') return c - 'A';
-    if (c >= 'a' && c <= 'z') return c - 'a' + 26;
-    if (c >= '0' && c <= '9') return c - '0' + 52;
-    if (c == '+') return 62;
-    if (c == '/') return 63;
-    return -1;
+// Alphabet values; the pad "=" is kept (value 0) for the group checks.
+constexpr std::uint8_t kNotBase64 = 0xFF;
+constexpr std::array<std::uint8_t, 256> makeBase64Values() {
+    std::array<std::uint8_t, 256> values{};
+    for (auto& v : values) v = kNotBase64;
+    for (std::uint8_t k = 0; k < 64; ++k) values[static_cast<unsigned char>(kBase64Alphabet[k])] = k;
+    values['='] = 0;
+    return values;
 }
+constexpr std::array<std::uint8_t, 256> kBase64Values = makeBase64Values();
 
 int hexValue(char c) {
     if (c >= '0' && c <= '9') return c - '0';
@@ -77,32 +81,33 @@ std::optional<std::string> DataWangers::getStringFromData(const Value* data, Str
 }
 
 std::string DataWangers::b64EncodeData(ByteView data) {
-    std::string out;
+    // 57 input bytes make one 76-character line; CR LF between lines.
+    constexpr std::size_t kLineInput = kMimeLineLength / 4 * 3;
     const std::size_t encodedLength = (data.size() + 2) / 3 * 4;
-    out.reserve(encodedLength + encodedLength / kMimeLineLength * 2);
-    std::size_t lineUsed = 0;
-    auto put = [&](char c) {
-        if (lineUsed == kMimeLineLength) {
-            out += "\r\n";
-            lineUsed = 0;
-        }
-        out += c;
-        ++lineUsed;
-    };
+    const std::size_t lines = (encodedLength + kMimeLineLength - 1) / kMimeLineLength;
+    std::string out(encodedLength + (lines ? (lines - 1) * 2 : 0), '\0');
+    char* o = out.data();
     std::size_t i = 0;
-    for (; i + 3 <= data.size(); i += 3) {
-        std::uint32_t n = std::uint32_t(data[i]) << 16 | std::uint32_t(data[i + 1]) << 8 | data[i + 2];
-        put(kBase64Alphabet[n >> 18 & 63]);
-        put(kBase64Alphabet[n >> 12 & 63]);
-        put(kBase64Alphabet[n >> 6 & 63]);
-        put(kBase64Alphabet[n & 63]);
-    }
-    if (std::size_t rest = data.size() - i) {
-        std::uint32_t n = std::uint32_t(data[i]) << 16 | (rest == 2 ? std::uint32_t(data[i + 1]) << 8 : 0);
-        put(kBase64Alphabet[n >> 18 & 63]);
-        put(kBase64Alphabet[n >> 12 & 63]);
-        put(rest == 2 ? kBase64Alphabet[n >> 6 & 63] : '=');
-        put('=');
+    for (std::size_t lineStart = 0; lineStart < data.size(); lineStart += kLineInput) {
+        if (lineStart) {
+            *o++ = '\r';
+            *o++ = '\n';
+        }
+        const std::size_t lineEnd = std::min(data.size(), lineStart + kLineInput);
+        for (i = lineStart; i + 3 <= lineEnd; i += 3) {
+            std::uint32_t n = std::uint32_t(data[i]) << 16 | std::uint32_t(data[i + 1]) << 8 | data[i + 2];
+            *o++ = kBase64Alphabet[n >> 18 & 63];
+            *o++ = kBase64Alphabet[n >> 12 & 63];
+            *o++ = kBase64Alphabet[n >> 6 & 63];
+            *o++ = kBase64Alphabet[n & 63];
+        }
+        if (std::size_t rest = lineEnd - i) {
+            std::uint32_t n = std::uint32_t(data[i]) << 16 | (rest == 2 ? std::uint32_t(data[i + 1]) << 8 : 0);
+            *o++ = kBase64Alphabet[n >> 18 & 63];
+            *o++ = kBase64Alphabet[n >> 12 & 63];
+            *o++ = rest == 2 ? kBase64Alphabet[n >> 6 & 63] : '=';
+            *o++ = '=';
+        }
     }
     return out;
 }
@@ -113,10 +118,11 @@ std::optional<Bytes> DataWangers::b64DecodeDataString(std::optional<std::string_
     if (!text || text->empty()) return std::nullopt;
     // Characters outside the alphabet are ignored; what remains must be whole
     // groups of four, padded only at the very end.
-    std::string kept;
-    kept.reserve(text->size());
+    std::string kept(text->size(), '\0');
+    std::size_t keptLength = 0;
     for (char c : *text)
-        if (c == '=' || base64Value(c) >= 0) kept += c;
+        if (kBase64Values[static_cast<unsigned char>(c)] != kNotBase64) kept[keptLength++] = c;
+    kept.resize(keptLength);
     if (kept.size() % 4) return std::nullopt;
     std::size_t padding = 0;
     if (!kept.empty() && kept.back() == '=') padding = (kept[kept.size() - 2] == '=') ? 2 : 1;
@@ -127,7 +133,8 @@ std::optional<Bytes> DataWangers::b64DecodeDataString(std::optional<std::string_
         const bool last = i + 4 == kept.size();
         const std::size_t values = last ? 4 - padding : 4;
         std::uint32_t n = 0;
-        for (std::size_t k = 0; k < 4; ++k) n = n << 6 | std::uint32_t(k < values ? base64Value(kept[i + k]) : 0);
+        for (std::size_t k = 0; k < 4; ++k)
+            n = n << 6 | std::uint32_t(k < values ? kBase64Values[static_cast<unsigned char>(kept[i + k])] : 0);
         out.push_back(std::uint8_t(n >> 16));
         if (values > 2) out.push_back(std::uint8_t(n >> 8));
         if (values > 3) out.push_back(std::uint8_t(n));

@@ -49,6 +49,17 @@ std::size_t gremlinCut(std::string_view text) {
 
 std::optional<std::string> StringWangers::zapGremlins(std::optional<std::string_view> text) {
     if (!text || text->empty()) return std::nullopt;
+    // Plain ASCII without NULs and percent signs has nothing to cut, decode or
+    // remove: most values are such.
+    bool plain = true;
+    for (char c : *text) {
+        auto byte = static_cast<unsigned char>(c);
+        if (byte == 0 || byte == '%' || byte >= 0x80) {
+            plain = false;
+            break;
+        }
+    }
+    if (plain) return TextEncoding::trimWhitespaceAndNewlines(*text);
     // Values read from fixed-size fields, or from UTF-16 read in the wrong
     // encoding, carry junk after the real text; keep the first run of it.
     const std::string sane = TextEncoding::sanitizeUTF8(*text);
@@ -64,8 +75,9 @@ std::optional<std::string> StringWangers::zapGremlins(std::optional<std::string_
     while (i < length) {
         const std::int32_t start = i;
         if (s[i] < 0x80) {
-            if (s[i] != 0) cleaned += char(s[i]);
-            ++i;
+            while (i < length && s[i] < 0x80 && s[i] != 0) ++i;
+            cleaned.append(kept.substr(std::size_t(start), std::size_t(i - start)));
+            if (i < length && s[i] == 0) ++i;
             continue;
         }
         UChar32 c;
