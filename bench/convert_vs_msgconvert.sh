@@ -13,25 +13,38 @@ mapfile -t files < <(find "$corpus/msg" -maxdepth 1 -type f -name '*.msg' | sort
 [ "${#files[@]}" -gt 0 ] || { echo "no .msg files under $corpus/msg" >&2; exit 2; }
 work="$(mktemp -d)"
 trap 'rm -rf "$work"' EXIT
+# CPU seconds (user + system) used so far by this script's finished children,
+# into $cpu (`times` runs in this shell: a subshell would count only its own).
+children_cpu() {
+  times >"$work/times"
+  cpu=$(awk 'END { n = 0; for (i = 1; i <= 2; i++) { split($i, p, /[ms]/); n += p[1] * 60 + p[2] } print n }' "$work/times")
+}
 
 bytes=$(cat "${files[@]}" | wc -c)
 qh_fail=0 mc_fail=0
 
-start=$EPOCHREALTIME
+children_cpu; cpu_start=$cpu start=$EPOCHREALTIME
 for f in "${files[@]}"; do
   "$qh" convert -o "$work/q.eml" "$f" 2>/dev/null || qh_fail=$((qh_fail + 1))
 done
-qh_time=$(awk -v a="$start" -v b="$EPOCHREALTIME" 'BEGIN { print b - a }')
+end=$EPOCHREALTIME
+children_cpu
+qh_time=$(awk -v a="$start" -v b="$end" 'BEGIN { print b - a }')
+qh_cpu=$(awk -v a="$cpu_start" -v b="$cpu" 'BEGIN { print b - a }')
 
-start=$EPOCHREALTIME
+children_cpu; cpu_start=$cpu start=$EPOCHREALTIME
 for f in "${files[@]}"; do
   msgconvert --outfile "$work/m.eml" "$f" >/dev/null 2>&1 || mc_fail=$((mc_fail + 1))
 done
-mc_time=$(awk -v a="$start" -v b="$EPOCHREALTIME" 'BEGIN { print b - a }')
+end=$EPOCHREALTIME
+children_cpu
+mc_time=$(awk -v a="$start" -v b="$end" 'BEGIN { print b - a }')
+mc_cpu=$(awk -v a="$cpu_start" -v b="$cpu" 'BEGIN { print b - a }')
 
-awk -v n="${#files[@]}" -v bytes="$bytes" -v qt="$qh_time" -v mt="$mc_time" -v qf="$qh_fail" -v mf="$mc_fail" 'BEGIN {
-  printf "convert vs msgconvert: %d .msg files, %.1f MB, one process per file\n", n, bytes / 1e6
-  printf "  quillhaven convert  %8.3f s  %7.2f ms/file  (%d without a message)\n", qt, qt * 1000 / n, qf
-  printf "  msgconvert          %8.3f s  %7.2f ms/file  (%d failed)\n", mt, mt * 1000 / n, mf
-  printf "  ratio (msgconvert / quillhaven): %.1fx   (aim: > 50x)\n", mt / qt
+awk -v n="${#files[@]}" -v bytes="$bytes" -v qt="$qh_time" -v mt="$mc_time" -v qc="$qh_cpu" -v mc="$mc_cpu" \
+    -v qf="$qh_fail" -v mf="$mc_fail" -v load="$(cut -d' ' -f1 /proc/loadavg)" 'BEGIN {
+  printf "convert vs msgconvert: %d .msg files, %.1f MB, one process per file (load average %s)\n", n, bytes / 1e6, load
+  printf "  quillhaven convert  %8.3f s wall  %7.2f ms/file   CPU %8.3f s  (%d without a message)\n", qt, qt * 1000 / n, qc, qf
+  printf "  msgconvert          %8.3f s wall  %7.2f ms/file   CPU %8.3f s  (%d failed)\n", mt, mt * 1000 / n, mc, mf
+  printf "  ratio (msgconvert / quillhaven): %.1fx wall, %.1fx CPU   (aim: > 50x)\n", mt / qt, (qc > 0 ? mc / qc : 0)
 }'

@@ -15,6 +15,12 @@ mapfile -t files < <(find "$corpus/tnef" -maxdepth 1 -type f \( -name '*.tnef' -
 [ "${#files[@]}" -gt 0 ] || { echo "no TNEF files under $corpus/tnef" >&2; exit 2; }
 work="$(mktemp -d)"
 trap 'rm -rf "$work"' EXIT
+# CPU seconds (user + system) used so far by this script's finished children,
+# into $cpu (`times` runs in this shell: a subshell would count only its own).
+children_cpu() {
+  times >"$work/times"
+  cpu=$(awk 'END { n = 0; for (i = 1; i <= 2; i++) { split($i, p, /[ms]/); n += p[1] * 60 + p[2] } print n }' "$work/times")
+}
 bytes=$(cat "${files[@]}" | wc -c)
 qh_fail=0 tn_fail=0
 # A fresh folder per run, made before the clocks start, so that only the extractors are timed.
@@ -22,26 +28,33 @@ for r in $(seq 1 "$rounds"); do
   for i in "${!files[@]}"; do mkdir -p "$work/q/$r-$i" "$work/t/$r-$i"; done
 done
 
-start=$EPOCHREALTIME
+children_cpu; cpu_start=$cpu start=$EPOCHREALTIME
 for r in $(seq 1 "$rounds"); do
   for i in "${!files[@]}"; do
     "$qh" attachments -d "$work/q/$r-$i" "${files[$i]}" >/dev/null 2>&1 || qh_fail=$((qh_fail + 1))
   done
 done
-qh_time=$(awk -v a="$start" -v b="$EPOCHREALTIME" 'BEGIN { print b - a }')
+end=$EPOCHREALTIME
+children_cpu
+qh_time=$(awk -v a="$start" -v b="$end" 'BEGIN { print b - a }')
+qh_cpu=$(awk -v a="$cpu_start" -v b="$cpu" 'BEGIN { print b - a }')
 
-start=$EPOCHREALTIME
+children_cpu; cpu_start=$cpu start=$EPOCHREALTIME
 for r in $(seq 1 "$rounds"); do
   for i in "${!files[@]}"; do
     tnef --overwrite -C "$work/t/$r-$i" -f "${files[$i]}" >/dev/null 2>&1 || tn_fail=$((tn_fail + 1))
   done
 done
-tn_time=$(awk -v a="$start" -v b="$EPOCHREALTIME" 'BEGIN { print b - a }')
+end=$EPOCHREALTIME
+children_cpu
+tn_time=$(awk -v a="$start" -v b="$end" 'BEGIN { print b - a }')
+tn_cpu=$(awk -v a="$cpu_start" -v b="$cpu" 'BEGIN { print b - a }')
 
-awk -v n="${#files[@]}" -v r="$rounds" -v bytes="$bytes" -v qt="$qh_time" -v tt="$tn_time" -v qf="$qh_fail" -v tf="$tn_fail" 'BEGIN {
+awk -v n="${#files[@]}" -v r="$rounds" -v bytes="$bytes" -v qt="$qh_time" -v tt="$tn_time" -v qc="$qh_cpu" -v tc="$tn_cpu" \
+    -v qf="$qh_fail" -v tf="$tn_fail" -v load="$(cut -d' ' -f1 /proc/loadavg)" 'BEGIN {
   runs = n * r
-  printf "attachments vs tnef: %d TNEF files, %.2f MB, each extracted %d times, one process per file\n", n, bytes / 1e6, r
-  printf "  quillhaven attachments  %7.3f s  %6.2f ms/file  (%d failed runs)\n", qt, qt * 1000 / runs, qf
-  printf "  tnef                    %7.3f s  %6.2f ms/file  (%d failed runs)\n", tt, tt * 1000 / runs, tf
-  printf "  ratio (tnef / quillhaven): %.2fx\n", tt / qt
+  printf "attachments vs tnef: %d TNEF files, %.2f MB, each extracted %d times, one process per file (load average %s)\n", n, bytes / 1e6, r, load
+  printf "  quillhaven attachments  %7.3f s wall  %6.2f ms/file   CPU %7.3f s  (%d failed runs)\n", qt, qt * 1000 / runs, qc, qf
+  printf "  tnef                    %7.3f s wall  %6.2f ms/file   CPU %7.3f s  (%d failed runs)\n", tt, tt * 1000 / runs, tc, tf
+  printf "  ratio (tnef / quillhaven): %.2fx wall, %.2fx CPU\n", tt / qt, (qc > 0 ? tc / qc : 0)
 }'
