@@ -193,7 +193,7 @@ void compareWithOracle(const std::string& label, const std::string& file, const 
     }
 }
 
-TEST(Corpus, EveryEmlReadsAndAgreesWithPython) {
+TEST(EmlCorpus, EveryEmlReadsAndAgreesWithPython) {
     QH_REQUIRE_CORPUS("eml");
     auto files = qhtest::corpusFiles("eml", ".eml");
     ASSERT_FALSE(files.empty());
@@ -217,7 +217,7 @@ TEST(Corpus, EveryEmlReadsAndAgreesWithPython) {
 // mixed case (kept as text, not as an address list); bodies are not compared
 // here, since the writer chooses their encoding and the MSG bodies are
 // compared by the MSG tests.
-TEST(Corpus, ConvertedMsgFilesReadBack) {
+TEST(EmlCorpus, ConvertedMsgFilesReadBack) {
     QH_REQUIRE_CORPUS("msg");
     auto files = qhtest::corpusFiles("msg", ".msg");
     ASSERT_FALSE(files.empty());
