@@ -1,0 +1,120 @@
+// The message commands on messages built here rather than taken from the
+// corpus: a compound-document message with a hostile attachment name and a
+// stream that is not a whole number of sectors, and a MIME message carrying a
+// winmail.dat.
+#include <gtest/gtest.h>
+
+#include "CliTestSupport.h"
+#include "core/Base64.h"
+#include "readers/tnef/Attributes.h"
+#include "support/CompoundWriter.h"
+#include "support/TnefWriter.h"
+
+namespace {
+
+using qhclitest::fields;
+using qhclitest::lines;
+using qhtest::runCli;
+
+// An e-mail with one 100-byte attachment: 100 bytes sit in two 64-byte mini sectors.
+std::string messageWithAttachment(const std::string& attachmentName) {
+    std::string data(100, 'x');
+    data.replace(0, 6, "first ");
+    auto file = qhtest::CompoundWriter()
+                    .addStream("__substg1.0_001A001F", qhtest::utf16("IPM.Note"))
+                    .addStream("__substg1.0_0037001F", qhtest::utf16("Fixture with attachment"))
+                    .addStream("__attach_version1.0_#00000000/__substg1.0_3707001F", qhtest::utf16(attachmentName))
+                    .addStream("__attach_version1.0_#00000000/__substg1.0_37010102", data)
+                    .bytes();
+    return std::string(file.begin(), file.end());
+}
+
+std::string tnefWithTwoFiles() {
+    qhtest::TnefWriter stream;
+    stream.attribute(qh::tnef::kLevelMessage, qh::tnef::kAttSubject, std::string("inner\0", 6))
+        .attachment("first.txt", qh::asBytes("first file"))
+        .attachment("second.txt", qh::asBytes("second file, longer"));
+    auto bytes = stream.bytes();
+    return std::string(bytes.begin(), bytes.end());
+}
+
+TEST(FixtureMessages, ExactBytesUnlessWholeSectorsAndASafeName) {
+    qhclitest::ScratchDir scratch;
+    std::string input = scratch.write("in.msg", messageWithAttachment("../../evil\x01.txt"));
+    const struct {
+        bool wholeSectors;
+        std::size_t size;
+    } cases[] = {{false, 100}, {true, 128}};
+    for (const auto& c : cases) {
+        auto out = scratch.path() / (c.wholeSectors ? "whole" : "exact");
+        std::vector<std::string> args = {"attachments", "-d", out.string(), input};
+        if (c.wholeSectors) args.insert(args.begin() + 1, "--whole-sectors");
+        auto result = runCli(args);
+        ASSERT_EQ(result.exitCode, 0) << result.err;
+        EXPECT_EQ(result.out, std::to_string(c.size) + "\t_._evil.txt\n");
+        std::string written = qhclitest::readText(out / "_._evil.txt");
+        EXPECT_EQ(written.size(), c.size);
+        EXPECT_EQ(written.substr(0, 6), "first ");
+    }
+    // Nothing was written outside the folders asked for.
+    EXPECT_EQ(qhclitest::filesIn(scratch.path()).size(), 1u);
+
+    auto read = qhclitest::parse(runCli({"read", input}).out);
+    EXPECT_EQ(read["Subject"], "Fixture with attachment");
+    EXPECT_EQ(read["AttachmentList"][0]["size"], 100);
+    auto whole = qhclitest::parse(runCli({"read", "--whole-sectors", input}).out);
+    EXPECT_EQ(whole["AttachmentList"][0]["size"], 128);
+}
+
+TEST(FixtureMessages, TnefStreamsUnpackAndExpandInsideAMimeMessage) {
+    qhclitest::ScratchDir scratch;
+    std::string tnef = tnefWithTwoFiles();
+    std::string direct = scratch.write("winmail.dat", tnef);
+    auto unpacked = runCli({"attachments", "-d", (scratch.path() / "direct").string(), direct});
+    ASSERT_EQ(unpacked.exitCode, 0) << unpacked.err;
+    EXPECT_EQ(unpacked.out, "10\tfirst.txt\n19\tsecond.txt\n");
+
+    // Named so that only its bytes or its content type can tell what it is.
+    std::string eml =
+        "Received: from fixture\r\n"
+        "From: ann@example.com\r\n"
+        "Subject: carries a TNEF stream\r\n"
+        "MIME-Version: 1.0\r\n"
+        "Content-Type: multipart/mixed; boundary=\"SEP\"\r\n"
+        "\r\n"
+        "--SEP\r\n"
+        "Content-Type: text/plain\r\n"
+        "\r\n"
+        "see attachment\r\n"
+        "--SEP\r\n"
+        "Content-Type: application/ms-tnef; name=\"mail.bin\"\r\n"
+        "Content-Disposition: attachment; filename=\"mail.bin\"\r\n"
+        "Content-Transfer-Encoding: base64\r\n"
+        "\r\n" +
+        qh::Base64::encode(qh::asBytes(tnef)) +
+        "\r\n"
+        "--SEP--\r\n"
+        "\r\n";
+    std::string input = scratch.write("outer.eml", eml);
+    const struct {
+        bool expand;
+        const char* listing;
+    } cases[] = {
+        {false, "TNEF_SIZE\tmail.bin\n"},
+        {true, "TNEF_SIZE\tmail.bin\n10\tfirst.txt\n19\tsecond.txt\n"},
+    };
+    for (const auto& c : cases) {
+        auto out = scratch.path() / (c.expand ? "expanded" : "plain");
+        std::vector<std::string> args = {"attachments", "-d", out.string(), input};
+        if (c.expand) args.insert(args.begin() + 1, "--expand-tnef");
+        auto result = runCli(args);
+        ASSERT_EQ(result.exitCode, 0) << result.err;
+        std::string expected = c.listing;
+        expected.replace(0, 9, std::to_string(tnef.size()));
+        EXPECT_EQ(result.out, expected);
+        EXPECT_EQ(qhclitest::readText(out / "mail.bin"), tnef);
+        if (c.expand) EXPECT_EQ(qhclitest::readText(out / "second.txt"), "second file, longer");
+    }
+}
+
+}  // namespace
