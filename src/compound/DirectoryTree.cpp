@@ -6,6 +6,7 @@
 
 #include "compound/Format.h"
 #include "core/ByteCursor.h"
+#include "util/TimeWangers.h"
 
 namespace qh {
 
@@ -98,9 +99,7 @@ bool DirectoryTree::loadEntries(ByteView buffer, std::size_t size) {
         thisEntry_.child = in.u32le();
         in.seek(cfb::kEntryModifiedTime);
         const std::uint64_t fileTime = in.u64le();
-        thisEntry_.time = static_cast<double>(fileTime / cfb::kFileTimeTicksPerSecond) -
-                          static_cast<double>(cfb::kFileTimeUnixEpochSeconds) +
-                          static_cast<double>(fileTime % cfb::kFileTimeTicksPerSecond) / cfb::kFileTimeTicksPerSecond;
+        thisEntry_.time = static_cast<double>(TimeWangers::unixTimeFromWindows(static_cast<std::int64_t>(fileTime)));
         in.seek(cfb::kEntryStartSector);
         thisEntry_.start = in.u32le();
         thisEntry_.size = in.u32le();

@@ -65,8 +65,4 @@ inline constexpr std::uint8_t kTypeRoot = 5;
 inline constexpr std::uint8_t kColourBlack = 1;
 inline constexpr std::uint32_t kNoStream = 0xFFFFFFFF;
 
-// FILETIME counts 100 ns steps since 1601-01-01; this many seconds lie between that and 1970.
-inline constexpr std::uint64_t kFileTimeTicksPerSecond = 10000000;
-inline constexpr std::uint64_t kFileTimeUnixEpochSeconds = 11644473600ULL;
-
 }  // namespace qh::cfb

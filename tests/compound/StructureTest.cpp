@@ -291,3 +291,11 @@ TEST(Directory, LookupsOnDegenerateAndMisorderedSiblingTrees) {
     EXPECT_FALSE(mole->getStream(names[1]));  // smaller, but the search goes right
     EXPECT_EQ(mole->getOLEDictionary().size(), 1u);
 }
+
+TEST(Directory, ModificationTimeInUnixSeconds) {
+    qh::Bytes entry = rawEntry(u"x", 2);
+    const std::uint64_t fileTime = 133000000000000000ULL;  // 2022-06-18 ...
+    for (int i = 0; i < 8; ++i) entry[100 + i] = (fileTime >> (8 * i)) & 0xFF;
+    auto tree = treeOf({entry});
+    EXPECT_EQ(tree.entry(0)->time, 13300000000.0 - 11644473600.0);
+}
