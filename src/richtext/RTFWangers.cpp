@@ -146,7 +146,8 @@ std::optional<Bytes> RTFWangers::decodeRTFSource(ByteView source, std::uint64_t 
                 } else if (distance <= outPosition) {
                     // A reference just behind the write position reads what it
                     // writes and repeats a run: byte by byte.
-                    for (std::size_t i = 0; i < length; ++i) to[i] = to[i - distance];
+                    const std::uint8_t* from = out + (outPosition - distance);
+                    for (std::size_t i = 0; i < length; ++i) to[i] = from[i];
                 } else {
                     // Early in the output part of the copy comes from the preset ring.
                     for (std::size_t i = 0; i < length; ++i) {
