@@ -3,7 +3,7 @@
 
 #include <gtest/gtest.h>
 
-#include "EnvironmentGuard.h"
+#include "support/EnvironmentGuard.h"
 
 using namespace qh;
 

@@ -6,7 +6,7 @@
 
 #include <unistd.h>
 
-#include "EnvironmentGuard.h"
+#include "support/EnvironmentGuard.h"
 #include "core/Log.h"
 #include "util/AddressLists.h"
 

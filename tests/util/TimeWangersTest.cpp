@@ -4,7 +4,7 @@
 #include <cmath>
 #include <numbers>
 
-#include "EnvironmentGuard.h"
+#include "support/EnvironmentGuard.h"
 #include "core/DateFormatting.h"
 #include "util/DateData.h"
 #include "util/TimeWangers.h"
