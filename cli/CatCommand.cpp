@@ -28,7 +28,8 @@ int catStream(const std::string& path, const std::string& streamPath) {
         std::cerr << "quillhaven cat: no stream " << streamPath << "\n";
         return 1;
     }
-    std::fwrite(stream->data(), 1, stream->size(), stdout);
+    // An empty stream has no buffer at all; there is nothing to write then.
+    if (!stream->empty()) std::fwrite(stream->data(), 1, stream->size(), stdout);
     std::fflush(stdout);
     return 0;
 }
