@@ -66,7 +66,7 @@ thread_local FormatterCache formatterCache;
 icu::DateFormat* styleFormatter(const std::string& localeId, const std::string& zoneId) {
     return formatterCache.get("style\x1f" + localeId + "\x1f" + zoneId, [&]() -> std::unique_ptr<icu::DateFormat> {
         std::unique_ptr<icu::DateFormat> formatter(icu::DateFormat::createDateTimeInstance(
-            icu::DateFormat::kMedium, icu::DateFormat::kShort, icu::Locale::createCanonical(localeId.c_str())));
+            icu::DateFormat::kMedium, icu::DateFormat::kShort, icu::Locale(localeId.c_str())));
         if (!formatter) return nullptr;
         formatter->adoptTimeZone(makeZone(zoneId).release());
         return formatter;

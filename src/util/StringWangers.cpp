@@ -93,10 +93,15 @@ std::optional<std::string> StringWangers::replaceDoubleNewline(std::optional<std
     // and no line stays empty.
     std::string out;
     out.reserve(text->size());
-    for (char c : *text) {
-        if (c == '\r') continue;
-        if (c == '\n' && !out.empty() && out.back() == '\n') continue;
-        out += c;
+    const char* p = text->data();
+    const char* end = p + text->size();
+    while (p < end) {
+        const char* lineEnd = p;
+        while (lineEnd < end && *lineEnd != '\r' && *lineEnd != '\n') ++lineEnd;
+        out.append(p, lineEnd);
+        if (lineEnd == end) break;
+        if (*lineEnd == '\n' && (out.empty() || out.back() != '\n')) out += '\n';
+        p = lineEnd + 1;
     }
     return out;
 }
