@@ -65,6 +65,22 @@ std::string MsgPropertyAccess::decodeElement(std::uint32_t element, std::uint32_
     return StringWangers::zapGremlins(*text).value_or("");
 }
 
+namespace {
+// The value of the 16-byte record at `offset` when it holds the wanted type
+// and identifier; the caller keeps the record inside the stream.
+std::optional<MsgPropertyAccess::PropertyValue> matchRecord(ByteView propertyStream, std::size_t offset,
+                                                            std::uint32_t element, std::uint32_t elementType) {
+    ByteCursor record(propertyStream, offset);
+    std::uint16_t type = record.u16le();
+    std::uint16_t id = record.u16le();
+    if (type != elementType || id != element) return std::nullopt;
+    MsgPropertyAccess::PropertyValue value{};
+    ByteView bytes = propertyStream.subspan(offset + kPropertyValueOffset, kPropertyValueSize);
+    std::copy(bytes.begin(), bytes.end(), value.begin());
+    return value;
+}
+}  // namespace
+
 std::optional<MsgPropertyAccess::PropertyValue> MsgPropertyAccess::getPropertyElement(
     std::uint32_t element, std::uint32_t elementType, ByteView propertyStream) {
     const std::size_t length = propertyStream.size();
@@ -72,15 +88,7 @@ std::optional<MsgPropertyAccess::PropertyValue> MsgPropertyAccess::getPropertyEl
     // The last record (the one starting at length - 16) is never examined:
     // the dictionaries of real files depend on this bound, so it stays.
     for (std::size_t offset = 0; offset < length - kPropertyRecordSize; offset += kPropertyRecordSize) {
-        ByteCursor record(propertyStream, offset);
-        std::uint16_t type = record.u16le();
-        std::uint16_t id = record.u16le();
-        if (type == elementType && id == element) {
-            PropertyValue value{};
-            ByteView bytes = propertyStream.subspan(offset + kPropertyValueOffset, kPropertyValueSize);
-            std::copy(bytes.begin(), bytes.end(), value.begin());
-            return value;
-        }
+        if (auto value = matchRecord(propertyStream, offset, element, elementType)) return value;
     }
     return std::nullopt;
 }
@@ -96,15 +104,7 @@ std::optional<MsgPropertyAccess::PropertyValue> MsgPropertyAccess::findFixedProp
     std::uint32_t element, std::uint32_t elementType, ByteView propertyStream, std::size_t headerSize) {
     for (std::size_t offset = headerSize; fits(offset, kPropertyRecordSize, propertyStream.size());
          offset += kPropertyRecordSize) {
-        ByteCursor record(propertyStream, offset);
-        std::uint16_t type = record.u16le();
-        std::uint16_t id = record.u16le();
-        if (type == elementType && id == element) {
-            PropertyValue value{};
-            ByteView bytes = propertyStream.subspan(offset + kPropertyValueOffset, kPropertyValueSize);
-            std::copy(bytes.begin(), bytes.end(), value.begin());
-            return value;
-        }
+        if (auto value = matchRecord(propertyStream, offset, element, elementType)) return value;
     }
     return std::nullopt;
 }
