@@ -2,6 +2,8 @@
 // every .msg file of the corpus (throughput in bytes of input per second).
 #include <benchmark/benchmark.h>
 
+#include "BenchCorpus.h"
+
 #include <algorithm>
 #include <filesystem>
 #include <fstream>
@@ -16,18 +18,7 @@ namespace {
 const std::vector<qh::Bytes>& corpus() {
     static const std::vector<qh::Bytes> files = [] {
         qh::Log::setSystemLogEnabled(false);
-        std::vector<qh::Bytes> out;
-        std::error_code ec;
-        const std::filesystem::path dir = std::filesystem::path(QH_CORPUS_DIR) / "msg";
-        std::vector<std::filesystem::path> paths;
-        for (const auto& entry : std::filesystem::directory_iterator(dir, ec))
-            if (entry.path().extension() == ".msg") paths.push_back(entry.path());
-        std::sort(paths.begin(), paths.end());
-        for (const auto& path : paths) {
-            std::ifstream in(path, std::ios::binary);
-            out.emplace_back(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
-        }
-        return out;
+        return qhbench::readAll(qhbench::corpusPaths("msg", {".msg"}));
     }();
     return files;
 }

@@ -4,6 +4,8 @@
 // parsing is linear, the MB/s of each shape stays flat as the size grows.
 #include <benchmark/benchmark.h>
 
+#include "BenchCorpus.h"
+
 #include <filesystem>
 #include <fstream>
 #include <iterator>
@@ -16,17 +18,7 @@
 
 namespace {
 
-std::vector<qh::Bytes> corpusMessages() {
-    std::vector<qh::Bytes> files;
-    std::error_code ec;
-    const std::filesystem::path folder = std::filesystem::path(QH_CORPUS_DIR) / "eml";
-    for (const auto& entry : std::filesystem::directory_iterator(folder, ec)) {
-        if (entry.path().extension() != ".eml") continue;
-        std::ifstream in(entry.path(), std::ios::binary);
-        files.emplace_back((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
-    }
-    return files;
-}
+std::vector<qh::Bytes> corpusMessages() { return qhbench::readAll(qhbench::corpusPaths("eml", {".eml"})); }
 
 void readAll(benchmark::State& state, const std::vector<qh::Bytes>& files) {
     qh::Log::setSystemLogEnabled(false);

@@ -2,6 +2,8 @@
 // input; the exact-stream form the command uses and the whole-sector form.
 #include <benchmark/benchmark.h>
 
+#include "BenchCorpus.h"
+
 #include <algorithm>
 #include <filesystem>
 #include <fstream>
@@ -14,15 +16,7 @@
 
 namespace {
 
-std::vector<std::filesystem::path> corpusMessages() {
-    std::vector<std::filesystem::path> files;
-    std::error_code error;
-    for (const auto& entry : std::filesystem::directory_iterator(std::filesystem::path(QH_CORPUS_DIR) / "msg", error)) {
-        if (entry.is_regular_file() && entry.path().extension() == ".msg") files.push_back(entry.path());
-    }
-    std::sort(files.begin(), files.end());
-    return files;
-}
+std::vector<std::filesystem::path> corpusMessages() { return qhbench::corpusPaths("msg", {".msg"}); }
 
 void readMessage(benchmark::State& state, const std::vector<std::uint8_t>& bytes, bool exactStreams) {
     for (auto _ : state) {

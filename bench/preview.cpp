@@ -2,6 +2,8 @@
 // files already in memory: reports input bytes per second and files per second.
 #include <benchmark/benchmark.h>
 
+#include "BenchCorpus.h"
+
 #include <filesystem>
 #include <fstream>
 #include <iterator>
@@ -12,17 +14,7 @@
 
 namespace {
 
-std::vector<qh::Bytes> corpusMessages() {
-    std::vector<qh::Bytes> files;
-    std::error_code ec;
-    const std::filesystem::path folder = std::filesystem::path(QH_CORPUS_DIR) / "msg";
-    for (const auto& entry : std::filesystem::directory_iterator(folder, ec)) {
-        if (entry.path().extension() != ".msg") continue;
-        std::ifstream in(entry.path(), std::ios::binary);
-        files.emplace_back((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
-    }
-    return files;
-}
+std::vector<qh::Bytes> corpusMessages() { return qhbench::readAll(qhbench::corpusPaths("msg", {".msg"})); }
 
 void BM_MsgMetaDataCorpus(benchmark::State& state) {
     qh::Log::setSystemLogEnabled(false);

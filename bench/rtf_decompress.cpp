@@ -3,6 +3,8 @@
 // 1 MB of output (all literals; all longest references).
 #include <benchmark/benchmark.h>
 
+#include "BenchCorpus.h"
+
 #include <algorithm>
 #include <filesystem>
 #include <fstream>
@@ -13,21 +15,7 @@
 
 namespace {
 
-qh::Bytes readFile(const std::filesystem::path& path) {
-    std::ifstream in(path, std::ios::binary);
-    return qh::Bytes((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
-}
-
-std::vector<qh::Bytes> corpusStreams() {
-    std::vector<qh::Bytes> streams;
-    std::error_code ec;
-    const std::filesystem::path folder = std::filesystem::path(QH_CORPUS_DIR) / "rtf";
-    for (const auto& entry : std::filesystem::directory_iterator(folder, ec)) {
-        const auto name = entry.path().filename().string();
-        if (name.ends_with(".lzfu") || name.ends_with(".bin")) streams.push_back(readFile(entry.path()));
-    }
-    return streams;
-}
+std::vector<qh::Bytes> corpusStreams() { return qhbench::readAll(qhbench::corpusPaths("rtf", {".lzfu", ".bin"})); }
 
 void putU32(qh::Bytes& out, std::uint32_t value) {
     for (int i = 0; i < 4; ++i) out.push_back(static_cast<std::uint8_t>(value >> (8 * i)));

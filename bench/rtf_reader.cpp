@@ -8,16 +8,14 @@
 
 #include <benchmark/benchmark.h>
 
+#include "BenchCorpus.h"
+
 #include "compound/Mole.h"
 #include "richtext/RTFReader.h"
 #include "richtext/RTFWangers.h"
 
 namespace {
 
-qh::Bytes readFile(const std::filesystem::path& path) {
-    std::ifstream in(path, std::ios::binary);
-    return qh::Bytes((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
-}
 
 void addDecoded(qh::ByteView compressed, std::vector<qh::Bytes>& documents) {
     if (!qh::RTFWangers::typeIsRTF(compressed)) return;
@@ -33,11 +31,11 @@ const std::vector<qh::Bytes>& corpusDocuments() {
         std::error_code ec;
         for (const auto& entry : std::filesystem::directory_iterator(root / "rtf", ec)) {
             const std::string name = entry.path().filename().string();
-            if (name.find(".expected") == std::string::npos) addDecoded(readFile(entry.path()), found);
+            if (name.find(".expected") == std::string::npos) addDecoded(qhbench::readWhole(entry.path()), found);
         }
         for (const auto& entry : std::filesystem::directory_iterator(root / "msg", ec)) {
             if (entry.path().extension() != ".msg") continue;
-            qh::Bytes file = readFile(entry.path());
+            qh::Bytes file = qhbench::readWhole(entry.path());
             auto mole = qh::Mole::initWithData(file);
             if (!mole) continue;
             if (auto stream = mole->getStream("__substg1.0_10090102")) addDecoded(stream->view(), found);

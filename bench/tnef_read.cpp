@@ -9,6 +9,8 @@
 
 #include <benchmark/benchmark.h>
 
+#include "BenchCorpus.h"
+
 #include "core/Log.h"
 #include "readers/tnef/ReadTNEF.h"
 #include "readers/tnef/TNEFDecoder.h"
@@ -24,20 +26,11 @@ const Corpus& corpus() {
     static const Corpus loaded = [] {
         qh::Log::setSystemLogEnabled(false);
         Corpus c;
-        const std::filesystem::path dir = std::filesystem::path(QH_CORPUS_DIR) / "tnef";
-        std::error_code ec;
-        std::vector<std::filesystem::path> paths;
-        for (const auto& entry : std::filesystem::directory_iterator(dir, ec)) {
-            if (entry.is_regular_file() && entry.path().filename().string().find(".expected") == std::string::npos) {
-                paths.push_back(entry.path());
-            }
-        }
-        std::sort(paths.begin(), paths.end());
-        for (const auto& path : paths) {
-            std::ifstream in(path, std::ios::binary);
-            c.files.emplace_back(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
-            c.totalBytes += static_cast<std::int64_t>(c.files.back().size());
-        }
+        auto paths = qhbench::corpusPaths("tnef", [](const std::string& name) {
+            return name.find(".expected") == std::string::npos;
+        });
+        c.files = qhbench::readAll(paths);
+        for (const auto& file : c.files) c.totalBytes += static_cast<std::int64_t>(file.size());
         return c;
     }();
     return loaded;
