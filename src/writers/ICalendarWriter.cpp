@@ -116,7 +116,7 @@ std::string ICalendarWriter::cleanValue(std::string_view text, bool forParameter
 
 std::string ICalendarWriter::utcDateTime(Date date) {
     std::tm tm = utcParts(date.unixSeconds);
-    char text[32];
+    char text[80];  // room for any int the fields could hold, so nothing is ever cut
     std::snprintf(text, sizeof text, "%04d%02d%02dT%02d%02d%02dZ", tm.tm_year + 1900, tm.tm_mon + 1, tm.tm_mday,
                   tm.tm_hour, tm.tm_min, tm.tm_sec);
     return text;
@@ -125,7 +125,7 @@ std::string ICalendarWriter::utcDateTime(Date date) {
 std::string ICalendarWriter::dayOf(Date date) {
     // Local midnight lies within twelve hours of UTC midnight on either side.
     std::tm tm = utcParts(date.unixSeconds + 12 * 3600);
-    char text[16];
+    char text[48];
     std::snprintf(text, sizeof text, "%04d%02d%02d", tm.tm_year + 1900, tm.tm_mon + 1, tm.tm_mday);
     return text;
 }
