@@ -4,21 +4,10 @@
 # whole-process times and their ratio.
 # Usage: bench/convert_vs_msgconvert.sh [path/to/quillhaven]   (corpus: $QH_CORPUS or ../shared/corpus)
 set -euo pipefail
-root="$(cd "$(dirname "$0")/.." && pwd)"
-qh="${1:-$root/build/quillhaven}"
-corpus="${QH_CORPUS:-$root/../shared/corpus}"
-[ -x "$qh" ] || { echo "no quillhaven at $qh: build it, or pass its path" >&2; exit 2; }
+source "$(dirname "$0")/common.sh"
 command -v msgconvert >/dev/null || { echo "msgconvert is not installed (libemail-outlook-message-perl)" >&2; exit 2; }
 mapfile -t files < <(find "$corpus/msg" -maxdepth 1 -type f -name '*.msg' | sort)
 [ "${#files[@]}" -gt 0 ] || { echo "no .msg files under $corpus/msg" >&2; exit 2; }
-work="$(mktemp -d)"
-trap 'rm -rf "$work"' EXIT
-# CPU seconds (user + system) used so far by this script's finished children,
-# into $cpu (`times` runs in this shell: a subshell would count only its own).
-children_cpu() {
-  times >"$work/times"
-  cpu=$(awk 'END { n = 0; for (i = 1; i <= 2; i++) { split($i, p, /[ms]/); n += p[1] * 60 + p[2] } print n }' "$work/times")
-}
 
 bytes=$(cat "${files[@]}" | wc -c)
 qh_fail=0 mc_fail=0

@@ -5,13 +5,8 @@
 # in one process for both; Python walks every part and decodes its payload).
 # Usage: bench/eml_vs_python.sh [path/to/quillhaven]   (corpus: $QH_CORPUS or ../shared/corpus)
 set -euo pipefail
-root="$(cd "$(dirname "$0")/.." && pwd)"
-qh="${1:-$root/build/quillhaven}"
-corpus="${QH_CORPUS:-$root/../shared/corpus}"
+source "$(dirname "$0")/common.sh"
 rounds="${QH_ROUNDS:-20}"
-[ -x "$qh" ] || { echo "no quillhaven at $qh: build it, or pass its path" >&2; exit 2; }
-work="$(mktemp -d)"
-trap 'rm -rf "$work"' EXIT
 
 mapfile -t corpus_eml < <(find "$corpus/eml" -maxdepth 1 -type f -name '*.eml' | sort)
 mapfile -t corpus_msg < <(find "$corpus/msg" -maxdepth 1 -type f -name '*.msg' | sort)

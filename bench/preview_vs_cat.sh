@@ -5,10 +5,7 @@
 # times and their ratio.
 # Usage: bench/preview_vs_cat.sh [path/to/quillhaven]   (corpus: $QH_CORPUS or ../shared/corpus)
 set -euo pipefail
-root="$(cd "$(dirname "$0")/.." && pwd)"
-qh="${1:-$root/build/quillhaven}"
-corpus="${QH_CORPUS:-$root/../shared/corpus}"
-[ -x "$qh" ] || { echo "no quillhaven at $qh: build it, or pass its path" >&2; exit 2; }
+source "$(dirname "$0")/common.sh"
 mapfile -t files < <(find "$corpus/msg" -maxdepth 1 -type f -name '*.msg' | sort)
 [ "${#files[@]}" -gt 0 ] || { echo "no .msg files under $corpus/msg" >&2; exit 2; }
 bytes=$(cat "${files[@]}" | wc -c)

@@ -5,15 +5,10 @@
 # stays meaningful on a machine that other work keeps busy.
 # Usage: bench/read_many.sh [path/to/quillhaven]   (corpus: $QH_CORPUS or ../shared/corpus)
 set -euo pipefail
-root="$(cd "$(dirname "$0")/.." && pwd)"
-qh="${1:-$root/build/quillhaven}"
-corpus="${QH_CORPUS:-$root/../shared/corpus}"
+source "$(dirname "$0")/common.sh"
 copies="${QH_COPIES:-200}"
-[ -x "$qh" ] || { echo "no quillhaven at $qh: build it, or pass its path" >&2; exit 2; }
 largest="$(find "$corpus/msg" -maxdepth 1 -type f -name '*.msg' -printf '%s\t%p\n' | sort -n | tail -n 1 | cut -f2)"
 [ -n "$largest" ] || { echo "no .msg files under $corpus/msg" >&2; exit 2; }
-work="$(mktemp -d)"
-trap 'rm -rf "$work"' EXIT
 for i in $(seq 1 "$copies"); do cp "$largest" "$work/copy$i.msg"; done
 size=$(stat -c %s "$largest")
 total=$((size * copies))

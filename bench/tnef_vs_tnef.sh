@@ -5,22 +5,11 @@
 # their ratio.
 # Usage: bench/tnef_vs_tnef.sh [path/to/quillhaven]   (corpus: $QH_CORPUS or ../shared/corpus)
 set -euo pipefail
-root="$(cd "$(dirname "$0")/.." && pwd)"
-qh="${1:-$root/build/quillhaven}"
-corpus="${QH_CORPUS:-$root/../shared/corpus}"
+source "$(dirname "$0")/common.sh"
 rounds="${QH_ROUNDS:-10}"
-[ -x "$qh" ] || { echo "no quillhaven at $qh: build it, or pass its path" >&2; exit 2; }
 command -v tnef >/dev/null || { echo "tnef is not installed (package tnef)" >&2; exit 2; }
 mapfile -t files < <(find "$corpus/tnef" -maxdepth 1 -type f \( -name '*.tnef' -o -name '*.dat' \) | sort)
 [ "${#files[@]}" -gt 0 ] || { echo "no TNEF files under $corpus/tnef" >&2; exit 2; }
-work="$(mktemp -d)"
-trap 'rm -rf "$work"' EXIT
-# CPU seconds (user + system) used so far by this script's finished children,
-# into $cpu (`times` runs in this shell: a subshell would count only its own).
-children_cpu() {
-  times >"$work/times"
-  cpu=$(awk 'END { n = 0; for (i = 1; i <= 2; i++) { split($i, p, /[ms]/); n += p[1] * 60 + p[2] } print n }' "$work/times")
-}
 bytes=$(cat "${files[@]}" | wc -c)
 qh_fail=0 tn_fail=0
 # A fresh folder per run, made before the clocks start, so that only the extractors are timed.
