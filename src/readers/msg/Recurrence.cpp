@@ -107,6 +107,18 @@ std::optional<std::string> MsgRecurrence::ruleFromPattern(ByteView blob) {
         rule += ";BYDAY=" + days + number;
         return true;
     };
+    // Which day of the month a monthly or yearly item falls on: the nth
+    // weekday, the month's last day, or a fixed day number.
+    auto dayInMonth = [&]() {
+        if (patternType == kPatternMonthNth || patternType == kPatternHjMonthNth) return nthDay();
+        if (patternType == kPatternMonthEnd || patternType == kPatternHjMonthEnd || dayOfMonth >= 31) {
+            rule += ";BYMONTHDAY=-1";
+        } else if (dayOfMonth >= 1) {
+            std::snprintf(number, sizeof number, ";BYMONTHDAY=%u", dayOfMonth);
+            rule += number;
+        }
+        return true;
+    };
     switch (frequency) {
         case kRecurFrequencyDaily:
             if (patternType == kPatternWeek) {
@@ -128,28 +140,14 @@ std::optional<std::string> MsgRecurrence::ruleFromPattern(ByteView blob) {
         case kRecurFrequencyMonthly:
             rule = "FREQ=MONTHLY";
             interval(period);
-            if (patternType == kPatternMonthNth || patternType == kPatternHjMonthNth) {
-                if (!nthDay()) return std::nullopt;
-            } else if (patternType == kPatternMonthEnd || patternType == kPatternHjMonthEnd || dayOfMonth >= 31) {
-                rule += ";BYMONTHDAY=-1";
-            } else if (dayOfMonth >= 1) {
-                std::snprintf(number, sizeof number, ";BYMONTHDAY=%u", dayOfMonth);
-                rule += number;
-            }
+            if (!dayInMonth()) return std::nullopt;
             break;
         case kRecurFrequencyYearly:
             rule = "FREQ=YEARLY";
             interval(period / 12);
             std::snprintf(number, sizeof number, ";BYMONTH=%d", monthOfMinutes(startDate));
             rule += number;
-            if (patternType == kPatternMonthNth || patternType == kPatternHjMonthNth) {
-                if (!nthDay()) return std::nullopt;
-            } else if (patternType == kPatternMonthEnd || patternType == kPatternHjMonthEnd || dayOfMonth >= 31) {
-                rule += ";BYMONTHDAY=-1";
-            } else if (dayOfMonth >= 1) {
-                std::snprintf(number, sizeof number, ";BYMONTHDAY=%u", dayOfMonth);
-                rule += number;
-            }
+            if (!dayInMonth()) return std::nullopt;
             break;
         default:
             return std::nullopt;
