@@ -3,7 +3,7 @@
 # UndefinedBehaviorSanitizer) and runs every test in both builds.
 set -euo pipefail
 cd "$(dirname "$0")"
-./scripts/install-deps.sh
+./scripts/install-test-deps.sh
 jobs=$(nproc)
 
 cmake -S . -B build -DCMAKE_BUILD_TYPE=RelWithDebInfo >/dev/null

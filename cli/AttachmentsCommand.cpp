@@ -82,7 +82,7 @@ public:
                 Output::complain("TNEF streams nested too deep; not opened");
                 break;
             }
-            LoadedMessage inner = MessageSource::run(stream, "tnef", arguments_.source.read, MessageSource::Want::dictionary);
+            LoadedMessage inner = MessageSource::run(stream, "tnef", arguments_.source.read(), MessageSource::Want::dictionary);
             if (inner.failed()) {
                 Output::complain(inner.problem);
                 continue;

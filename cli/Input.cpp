@@ -26,15 +26,4 @@ std::optional<qh::Bytes> Input::readFile(const std::string& path) {
     return data;
 }
 
-std::string Input::detectKind(qh::ByteView data) {
-    static constexpr std::uint8_t kCompound[] = {0xD0, 0xCF, 0x11, 0xE0, 0xA1, 0xB1, 0x1A, 0xE1};
-    static constexpr std::uint8_t kTnef[] = {0x78, 0x9F, 0x3E, 0x22};
-    auto startsWith = [&](const auto& magic) {
-        return data.size() >= sizeof magic && std::equal(std::begin(magic), std::end(magic), data.begin());
-    };
-    if (startsWith(kCompound)) return "msg";
-    if (startsWith(kTnef)) return "tnef";
-    return "eml";
-}
-
 }  // namespace qhcli

@@ -1,6 +1,5 @@
 #pragma once
-// Reading a command's input (a path, or "-" for standard input) and telling
-// its kind from the first bytes.
+// Reading a command's input (a path, or "-" for standard input).
 #include <optional>
 #include <string>
 #include <string_view>
@@ -13,8 +12,6 @@ class Input {
 public:
     // The whole file, or std::nullopt when it cannot be read.
     static std::optional<qh::Bytes> readFile(const std::string& path);
-    // "msg" for a compound document, "tnef" for a TNEF stream, else "eml".
-    static std::string detectKind(qh::ByteView data);
 };
 
 }  // namespace qhcli

@@ -3,6 +3,7 @@
 #include <mutex>
 
 #include "Input.h"
+#include "readers/MessageReader.h"
 
 namespace qhcli {
 
@@ -30,32 +31,34 @@ const std::optional<qh::Bytes>& standardInput() {
 void MessageSource::addOptions(CLI::App& command, SourceOptions& options) {
     command.add_option("--as", options.kind, "Read the input as this kind instead of telling it from the first bytes")
         ->check(CLI::IsMember({"msg", "eml", "tnef"}));
-    command.add_flag("--whole-sectors", options.read.wholeSectors,
-                     "Give the readers whole-sector stream buffers (the library's own dictionary, padding included)");
+    command.add_flag("--classic", options.classic,
+                     "Read as the library's classes always have (the classic reading) instead of completely");
+    command.add_flag("--whole-sectors", options.wholeSectors,
+                     "Give the readers whole-sector stream buffers (the library's own dictionary, padding included; implies --classic)");
 }
 
 LoadedMessage MessageSource::load(const std::string& path, const SourceOptions& options, Want want) {
     if (path == "-") {
         const auto& data = standardInput();
         if (!data) return unreadable(options.kind, "cannot read standard input");
-        return run(*data, options.kind, options.read, want);
+        return run(*data, options.kind, options.read(), want);
     }
     auto data = Input::readFile(path);
     if (!data) return unreadable(options.kind, "cannot read " + path);
-    return run(*data, options.kind, options.read, want);
+    return run(*data, options.kind, options.read(), want);
 }
 
-LoadedMessage MessageSource::run(qh::ByteView data, const std::string& kind, const ReadOptions& options, Want want) {
+LoadedMessage MessageSource::run(qh::ByteView data, const std::string& kind, const qh::ReadOptions& options,
+                                 Want want) {
     LoadedMessage loaded;
-    loaded.kind = kind.empty() ? Input::detectKind(data) : kind;
+    // --as is checked against the three names, so an unknown name cannot reach here.
+    std::optional<qh::MessageKind> named = qh::MessageReader::kindFromName(kind);
+    qh::MessageKind messageKind = named ? *named : qh::MessageReader::detectKind(data);
+    loaded.kind = std::string(qh::MessageReader::kindName(messageKind));
     loaded.inputSize = data.size();
-    const MessageKind* reader = MessageKinds::find(loaded.kind);
-    if (!reader) {
-        loaded.status = LoadedMessage::Status::noReader;
-        loaded.problem = "no reader for " + loaded.kind + " input is built in";
-        return loaded;
-    }
-    loaded.value = want == Want::summary ? reader->summary(data, options) : reader->read(data, options);
+    std::optional<qh::Dict> result = want == Want::summary ? qh::MessageReader::summary(data, messageKind, options)
+                                                            : qh::MessageReader::read(data, messageKind, options);
+    if (result) loaded.value = qh::Value(std::move(*result));
     loaded.status = loaded.value ? LoadedMessage::Status::result : LoadedMessage::Status::none;
     return loaded;
 }

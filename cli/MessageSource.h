@@ -7,14 +7,23 @@
 
 #include <CLI/CLI.hpp>
 
-#include "MessageKinds.h"
+#include "core/Reading.h"
 #include "core/Value.h"
 
 namespace qhcli {
 
 struct SourceOptions {
     std::string kind;  // "msg", "eml", "tnef"; empty: told by the first bytes
-    ReadOptions read;
+    bool classic = false;       // --classic: the library's classic reading
+    bool wholeSectors = false;  // --whole-sectors: classic on whole-sector buffers
+
+    // The readers' options these flags choose: complete on exact streams by
+    // default; --whole-sectors implies --classic.
+    qh::ReadOptions read() const {
+        if (wholeSectors) return qh::ReadOptions::classic(false);
+        if (classic) return qh::ReadOptions::classic(true);
+        return qh::ReadOptions::complete();
+    }
 };
 
 // One input as a command sees it after the reader ran.
@@ -23,31 +32,30 @@ struct LoadedMessage {
         result,      // the reader gave a value
         none,        // the reader yielded nothing
         unreadable,  // the file could not be read
-        noReader,    // no reader for this kind is built in
     };
     Status status = Status::none;
     std::string kind;
     std::optional<qh::Value> value;
     // Bytes of input the reader was given.
     std::size_t inputSize = 0;
-    // For unreadable / noReader: one line for standard error.
+    // For unreadable: one line for standard error.
     std::string problem;
 
-    bool failed() const { return status == Status::unreadable || status == Status::noReader; }
+    bool failed() const { return status == Status::unreadable; }
 };
 
 class MessageSource {
 public:
     enum class Want { dictionary, summary };
 
-    // Adds --as and --whole-sectors to a message command.
+    // Adds --as, --classic and --whole-sectors to a message command.
     static void addOptions(CLI::App& command, SourceOptions& options);
 
     // Reads `path` ("-": standard input, read once and kept for later uses)
     // and runs the reader of its kind.
     static LoadedMessage load(const std::string& path, const SourceOptions& options, Want want);
     // Runs the reader of `kind` (empty: told by the first bytes) on bytes in memory.
-    static LoadedMessage run(qh::ByteView data, const std::string& kind, const ReadOptions& options, Want want);
+    static LoadedMessage run(qh::ByteView data, const std::string& kind, const qh::ReadOptions& options, Want want);
 
     // The dictionary inside a loaded result, or null.
     static const qh::Dict* dictionary(const LoadedMessage& loaded);

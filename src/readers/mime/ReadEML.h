@@ -10,6 +10,7 @@
 #include <string_view>
 
 #include "core/Bytes.h"
+#include "core/Reading.h"
 #include "core/Value.h"
 
 namespace qh {
@@ -18,6 +19,8 @@ class ReadEML {
 public:
     // Null when no bytes are given; otherwise builds the dictionary at once.
     static std::unique_ptr<ReadEML> initWithData(ByteView data);
+    // The same in the reading `options` chooses.
+    static std::unique_ptr<ReadEML> initWithData(ByteView data, const ReadOptions&) { return initWithData(data); }
 
     const Dict* returnFullDictionary() const { return &mailContent_; }
     // The dictionary's value for `key`, or null.
@@ -37,6 +40,9 @@ public:
 
     // {"Subject", "Body", "From"} of a message, each "-" when empty.
     static std::optional<Dict> getSummaryForMessage(ByteView data);
+    static std::optional<Dict> getSummaryForMessage(ByteView data, const ReadOptions&) {
+        return getSummaryForMessage(data);
+    }
 
 private:
     struct DecodeState;

@@ -9,6 +9,7 @@
 #include <string>
 #include <string_view>
 
+#include "core/Reading.h"
 #include "core/Value.h"
 #include "readers/msg/NamedProperties.h"
 #include "readers/msg/PropertyAccess.h"
@@ -21,6 +22,10 @@ public:
     // None when the bytes are no compound document. `exactStreams` cuts every
     // stream to its directory size before anything is read from it.
     static std::unique_ptr<ReadMSG> initWithData(ByteView data, bool exactStreams = false);
+    // The same in the reading `options` chooses.
+    static std::unique_ptr<ReadMSG> initWithData(ByteView data, const ReadOptions& options) {
+        return initWithData(data, options.exactStreams);
+    }
 
     // The same from an entry dictionary already taken from a compound
     // document; `inputSize` scales what embedded messages may take.
@@ -32,6 +37,9 @@ public:
     void buildDictionary(ByteView data);
     // {"Subject", "Body", "From"}, "-" for what is missing.
     static std::optional<Dict> getSummaryForMessage(ByteView data, bool exactStreams = false);
+    static std::optional<Dict> getSummaryForMessage(ByteView data, const ReadOptions& options) {
+        return getSummaryForMessage(data, options.exactStreams);
+    }
 
     // The message dictionary of one message storage, and the header dictionary
     // of its transport header (which also sets fullHeader()).

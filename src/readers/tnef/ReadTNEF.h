@@ -9,6 +9,7 @@
 #include <string_view>
 
 #include "core/Bytes.h"
+#include "core/Reading.h"
 #include "core/Value.h"
 
 namespace qh {
@@ -18,6 +19,8 @@ public:
     // Always a reader; it holds a dictionary only when the data starts with
     // the TNEF signature.
     static std::unique_ptr<ReadTNEF> initWithData(ByteView data);
+    // The same in the reading `options` chooses.
+    static std::unique_ptr<ReadTNEF> initWithData(ByteView data, const ReadOptions&) { return initWithData(data); }
 
     // The message dictionary, or null when the data was no TNEF stream.
     const Dict* returnFullDictionary() const;
@@ -33,6 +36,9 @@ public:
     static Array retrieveAttachments(ByteView data);
     // {"From", "Subject", "Body"}, or none for fewer than 4 bytes.
     static std::optional<Dict> getSummaryForMessage(ByteView data);
+    static std::optional<Dict> getSummaryForMessage(ByteView data, const ReadOptions&) {
+        return getSummaryForMessage(data);
+    }
 
 private:
     std::optional<Dict> mailContent;

@@ -1,0 +1,53 @@
+#pragma once
+// The keys of the message dictionary and of its address records and
+// attachment items, by name. Every reader fills, and every writer and command
+// reads, the dictionary through these. Contact and appointment keys are in
+// core/ItemKeys.h.
+//
+// Both readings use the same keys and value shapes; the complete reading may
+// add the keys marked "complete" (and fills "To", "CC", "BCC" by recipient
+// type for every kind).
+#include <string_view>
+
+namespace qh::keys {
+
+// Top level.
+inline constexpr std::string_view kMessageType = "MessageType";  // "Email", "Calendar", "Contact", "Sticky", "Vault"
+inline constexpr std::string_view kSubject = "Subject";
+inline constexpr std::string_view kFrom = "From";    // array of address records
+inline constexpr std::string_view kTo = "To";        // array of address records
+inline constexpr std::string_view kCC = "CC";        // array of address records
+inline constexpr std::string_view kBCC = "BCC";      // array of address records
+inline constexpr std::string_view kHeaderTo = "TO";      // classic .msg: To parsed from the transport header
+inline constexpr std::string_view kHeaderFrom = "FROM";  // classic .msg: From parsed from the transport header
+inline constexpr std::string_view kReplyTo = "ReplyTo";  // complete: array of address records
+inline constexpr std::string_view kDate = "Date";            // string for display
+inline constexpr std::string_view kTimeStamp = "TimeStamp";  // date
+inline constexpr std::string_view kBody = "Body";
+inline constexpr std::string_view kHTML = "HTML";
+inline constexpr std::string_view kRTF = "RTF";  // bytes: decompressed RTF
+inline constexpr std::string_view kHeader = "Header";  // transport header text
+inline constexpr std::string_view kAttachmentList = "AttachmentList";
+inline constexpr std::string_view kRawMail = "RawMail";          // classic .eml
+inline constexpr std::string_view kMailContent = "MailContent";  // classic .eml: the MIME part list
+inline constexpr std::string_view kMessageID = "MessageID";    // complete: "<id@host>" as the message gives it
+inline constexpr std::string_view kInReplyTo = "InReplyTo";    // complete
+inline constexpr std::string_view kReferences = "References";  // complete
+
+// Address record.
+inline constexpr std::string_view kName = "Name";
+inline constexpr std::string_view kAddress = "Address";
+
+// Attachment item.
+inline constexpr std::string_view kAttachName = "name";
+inline constexpr std::string_view kAttachData = "data";  // bytes (classic .eml: bytes or text)
+inline constexpr std::string_view kAttachSize = "size";
+inline constexpr std::string_view kAttachSizeString = "sizeString";
+inline constexpr std::string_view kAttachMimeType = "mimeType";  // complete: every kind, when known
+inline constexpr std::string_view kAttachDisposition = "attachDisposition";  // "inline" / "attachment"
+inline constexpr std::string_view kAttachMetaData = "attachmentMetaData";
+inline constexpr std::string_view kAttachContentLocation = "AttachContentLocation";
+inline constexpr std::string_view kAttachContentID = "AttachContentID";  // complete: every kind, without <>
+inline constexpr std::string_view kEmlContentID = "ContentID";  // classic .eml attachment items
+
+}  // namespace qh::keys
