@@ -2,24 +2,17 @@
 
 #include <cstdio>
 
+#include "core/ByteCursor.h"
+
 namespace qh {
 
-std::uint16_t BitWangers::readU16(const std::uint8_t* bytes) {
-    return std::uint16_t(bytes[0] | bytes[1] << 8);
-}
+std::uint16_t BitWangers::readU16(const std::uint8_t* bytes) { return ByteCursor(ByteView(bytes, 2)).u16le(); }
 
-std::uint32_t BitWangers::readU32(const std::uint8_t* bytes) {
-    return std::uint32_t(bytes[0]) | std::uint32_t(bytes[1]) << 8 | std::uint32_t(bytes[2]) << 16 |
-           std::uint32_t(bytes[3]) << 24;
-}
+std::uint32_t BitWangers::readU32(const std::uint8_t* bytes) { return ByteCursor(ByteView(bytes, 4)).u32le(); }
 
-std::uint16_t BitWangers::readU16(ByteView bytes, std::size_t offset) {
-    return fits(offset, 2, bytes.size()) ? readU16(bytes.data() + offset) : 0;
-}
+std::uint16_t BitWangers::readU16(ByteView bytes, std::size_t offset) { return ByteCursor(bytes, offset).u16le(); }
 
-std::uint32_t BitWangers::readU32(ByteView bytes, std::size_t offset) {
-    return fits(offset, 4, bytes.size()) ? readU32(bytes.data() + offset) : 0;
-}
+std::uint32_t BitWangers::readU32(ByteView bytes, std::size_t offset) { return ByteCursor(bytes, offset).u32le(); }
 
 std::int16_t BitWangers::ByteSwap16BitNumber(std::uint16_t value) {
     return static_cast<std::int16_t>(std::uint16_t(value << 8 | value >> 8));

@@ -9,7 +9,7 @@ namespace qh {
 
 class BitWangers {
 public:
-    // Little-endian loads from a pointer the caller has checked.
+    // Little-endian loads from a pointer the caller has checked (over ByteCursor).
     static std::uint16_t readU16(const std::uint8_t* bytes);
     static std::uint32_t readU32(const std::uint8_t* bytes);
     // Little-endian loads at `offset` of a buffer; 0 when the value does not fit.

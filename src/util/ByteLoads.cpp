@@ -1,27 +1,19 @@
 #include "util/ByteLoads.h"
 
-#include "util/BitWangers.h"
+#include "core/ByteCursor.h"
 
 namespace qh {
 
-std::uint16_t byteReplaceWord(const std::uint8_t* bytes) { return BitWangers::readU16(bytes); }
+std::uint16_t byteReplaceWord(const std::uint8_t* bytes) { return ByteCursor(ByteView(bytes, 2)).u16le(); }
 
-std::uint32_t byteReplaceDWord(const std::uint8_t* bytes) { return BitWangers::readU32(bytes); }
+std::uint32_t byteReplaceDWord(const std::uint8_t* bytes) { return ByteCursor(ByteView(bytes, 4)).u32le(); }
 
-std::uint64_t byteReplaceDDWord(const std::uint8_t* bytes) {
-    return std::uint64_t(BitWangers::readU32(bytes)) | std::uint64_t(BitWangers::readU32(bytes + 4)) << 32;
-}
+std::uint64_t byteReplaceDDWord(const std::uint8_t* bytes) { return ByteCursor(ByteView(bytes, 8)).u64le(); }
 
-std::uint16_t byteReplaceWord(ByteView bytes, std::size_t offset) {
-    return fits(offset, 2, bytes.size()) ? byteReplaceWord(bytes.data() + offset) : 0;
-}
+std::uint16_t byteReplaceWord(ByteView bytes, std::size_t offset) { return ByteCursor(bytes, offset).u16le(); }
 
-std::uint32_t byteReplaceDWord(ByteView bytes, std::size_t offset) {
-    return fits(offset, 4, bytes.size()) ? byteReplaceDWord(bytes.data() + offset) : 0;
-}
+std::uint32_t byteReplaceDWord(ByteView bytes, std::size_t offset) { return ByteCursor(bytes, offset).u32le(); }
 
-std::uint64_t byteReplaceDDWord(ByteView bytes, std::size_t offset) {
-    return fits(offset, 8, bytes.size()) ? byteReplaceDDWord(bytes.data() + offset) : 0;
-}
+std::uint64_t byteReplaceDDWord(ByteView bytes, std::size_t offset) { return ByteCursor(bytes, offset).u64le(); }
 
 }  // namespace qh

@@ -1,6 +1,7 @@
 #pragma once
-// Plain little-endian loads. Despite the names nothing is swapped: every file
-// integer in the system is little-endian and read through these or BitWangers.
+// Plain little-endian loads, named as the rest of the system calls them; thin
+// wrappers over ByteCursor. Despite the names nothing is swapped: every file
+// integer in the system is little-endian.
 #include <cstdint>
 
 #include "core/Bytes.h"

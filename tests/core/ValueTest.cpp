@@ -2,6 +2,8 @@
 
 #include <gtest/gtest.h>
 
+#include <functional>
+
 #include "core/ByteCursor.h"
 #include "core/Log.h"
 #include "core/Messages.h"
@@ -59,19 +61,43 @@ TEST(Blob, CopiesShareBytes) {
     EXPECT_TRUE(Blob().empty());
 }
 
-TEST(ByteCursor, ShortReadsYieldZerosAndStick) {
-    const Bytes data{0x78, 0x9F, 0x3E, 0x22, 0x01};
-    ByteCursor c(data);
-    EXPECT_EQ(c.u32le(), 0x223E9F78u);
-    EXPECT_FALSE(c.isShort());
-    EXPECT_EQ(c.u16le(), 0u);
-    EXPECT_TRUE(c.isShort());
-    EXPECT_TRUE(c.atEnd());
-    EXPECT_TRUE(c.bytes(1).empty());
-
-    ByteCursor d(data, 3);
-    EXPECT_EQ(d.upTo(10).size(), 2u);
-    EXPECT_TRUE(d.isShort());
+TEST(ByteCursor, ReadsThatDoNotFitGiveZerosStickAndSayWhere) {
+    const Bytes data{0x78, 0x9F, 0x3E, 0x22, 0x03, 0x00, 0x00, 0x00, 'a', 'b', 'c', 0x84};
+    using Step = std::function<std::uint64_t(ByteCursor&)>;
+    const Step u16 = [](ByteCursor& c) { return c.u16le(); };
+    const Step u32 = [](ByteCursor& c) { return c.u32le(); };
+    const Step u64 = [](ByteCursor& c) { return c.u64le(); };
+    const Step u8 = [](ByteCursor& c) { return c.u8(); };
+    const Step prefixed = [](ByteCursor& c) { return c.lengthPrefixed32().size(); };
+    const Step seek0 = [](ByteCursor& c) { c.seek(0); return c.position(); };
+    struct Case {
+        const char* name;
+        std::size_t start;
+        std::vector<Step> steps;
+        std::vector<std::uint64_t> results;
+        std::size_t failureOffset, endPosition;
+    };
+    constexpr std::size_t kNone = ByteCursor::kNoFailure;
+    const Case cases[] = {
+        {"loads in order", 0, {u32, u16, u16}, {0x223E9F78, 3, 0}, kNone, 8},
+        {"eight bytes", 4, {u64}, {0x8463626100000003}, kNone, 12},
+        {"length-prefixed value", 4, {prefixed, u8}, {3, 0x84}, kNone, 12},
+        {"length runs past the end", 0, {prefixed}, {0}, 4, 12},
+        {"short load gives zero", 10, {u32}, {0}, 10, 12},
+        {"later reads give zero too", 10, {u32, u16}, {0, 0}, 10, 12},
+        {"seeking back does not revive it", 10, {u32, seek0, u16}, {0, 12, 0}, 10, 12},
+        {"start beyond the end", 20, {u16}, {0}, 20, 12},
+    };
+    for (const auto& c : cases) {
+        ByteCursor cursor(data, c.start);
+        for (std::size_t i = 0; i < c.steps.size(); ++i) EXPECT_EQ(c.steps[i](cursor), c.results[i]) << c.name << " " << i;
+        EXPECT_EQ(cursor.failureOffset(), c.failureOffset) << c.name;
+        EXPECT_EQ(cursor.isShort(), c.failureOffset != kNone) << c.name;
+        EXPECT_EQ(cursor.position(), c.endPosition) << c.name;
+    }
+    ByteCursor tail(data, 10);
+    EXPECT_EQ(tail.upTo(10).size(), 2u);  // what remains, and the flag
+    EXPECT_TRUE(tail.isShort());
     EXPECT_TRUE(fits(0, 5, 5));
     EXPECT_FALSE(fits(1, 5, 5));
     EXPECT_FALSE(fits(~0ull, 2, 5));

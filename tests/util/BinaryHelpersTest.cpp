@@ -9,20 +9,25 @@
 
 using namespace qh;
 
-TEST(ByteLoads, PlainLittleEndianLoads) {
+TEST(ByteLoads, NamedLoadsReadThroughTheCursor) {
     const Bytes data = {0x78, 0x9F, 0x3E, 0x22, 0x01, 0x02, 0x03, 0x84};
-    EXPECT_EQ(byteReplaceDWord(data.data()), 0x223E9F78u);
-    EXPECT_EQ(byteReplaceWord(data.data()), 0x9F78u);
-    EXPECT_EQ(byteReplaceDDWord(data.data()), 0x84030201223E9F78ull);
-    EXPECT_EQ(BitWangers::readU16(data.data() + 1), 0x3E9Fu);
-    EXPECT_EQ(BitWangers::readU32(data.data() + 4), 0x84030201u);
-    // The buffer forms read nothing past the end.
-    EXPECT_EQ(byteReplaceDWord(data, 4), 0x84030201u);
-    EXPECT_EQ(byteReplaceDWord(data, 5), 0u);
-    EXPECT_EQ(byteReplaceDDWord(data, 1), 0u);
-    EXPECT_EQ(byteReplaceWord(data, SIZE_MAX), 0u);
-    EXPECT_EQ(BitWangers::readU16(data, 7), 0u);
-    EXPECT_EQ(BitWangers::readU32(ByteView{}, 0), 0u);
+    struct Case {
+        const char* name;
+        std::uint64_t got, expected;
+    };
+    const Case cases[] = {
+        {"word", byteReplaceWord(data.data()), 0x9F78},
+        {"dword", byteReplaceDWord(data.data()), 0x223E9F78},
+        {"ddword", byteReplaceDDWord(data.data()), 0x84030201223E9F78},
+        {"readU16 inside", BitWangers::readU16(data.data() + 1), 0x3E9F},
+        {"dword at the last fitting offset", byteReplaceDWord(data, 4), 0x84030201},
+        {"dword one past", byteReplaceDWord(data, 5), 0},
+        {"ddword one past", byteReplaceDDWord(data, 1), 0},
+        {"word at SIZE_MAX", byteReplaceWord(data, SIZE_MAX), 0},
+        {"readU16 at the last byte", BitWangers::readU16(data, 7), 0},
+        {"readU32 of nothing", BitWangers::readU32(ByteView{}, 0), 0},
+    };
+    for (const auto& c : cases) EXPECT_EQ(c.got, c.expected) << c.name;
 }
 
 TEST(ByteSwaps, ReverseTheBytes) {
