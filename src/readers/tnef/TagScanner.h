@@ -8,6 +8,7 @@
 // rest afresh costs the length of the rest every time an id is missing, which
 // a stream of many small attributes turns into quadratic time.
 #include <cstdint>
+#include <utility>
 #include <vector>
 
 #include "core/Bytes.h"
@@ -28,11 +29,14 @@ private:
 
     ByteView data_;
     std::uint8_t pattern_[4];
-    // The last full search: where it started, the match state before each
-    // byte it read, and its result as an offset into data_ (or kNotFound).
+    // The last full search: where it started, where it stopped reading, the
+    // bytes before which it stood in a partial match (offset, bytes matched;
+    // in offset order: every other byte it read it met with none), and its
+    // result as an offset into data_ (or kNotFound).
     bool haveRun_ = false;
     std::size_t runStart_ = 0;
-    std::vector<std::uint8_t> states_;
+    std::size_t covered_ = 0;
+    std::vector<std::pair<std::size_t, std::uint8_t>> partial_;
     std::uint64_t runResult_ = kNotFound;
 };
 
