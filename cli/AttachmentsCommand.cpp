@@ -130,7 +130,7 @@ int extract(const Arguments& arguments) {
     return extractor.writeList(*message, 0) ? 0 : 2;
 }
 
-const bool registered = Commands::add([](CLI::App& app, Outcome& outcome) {
+const bool registered = Commands::add("attachments", [](CLI::App& app, Outcome& outcome) {
     auto arguments = std::make_shared<Arguments>();
     CLI::App* command = app.add_subcommand("attachments", "Write the attachments of FILE into a folder");
     MessageSource::addOptions(*command, arguments->source);

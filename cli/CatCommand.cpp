@@ -34,7 +34,7 @@ int catStream(const std::string& path, const std::string& streamPath) {
     return 0;
 }
 
-const bool registered = qhcli::Commands::add([](CLI::App& app, qhcli::Outcome& outcome) {
+const bool registered = qhcli::Commands::add("cat", [](CLI::App& app, qhcli::Outcome& outcome) {
     auto* command = app.add_subcommand("cat", "Print one stream of a compound document as whole sectors");
     auto file = std::make_shared<std::string>();
     auto stream = std::make_shared<std::string>();

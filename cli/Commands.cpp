@@ -1,19 +1,53 @@
 #include "Commands.h"
 
+#include <array>
+#include <cstdlib>
+#include <cstdio>
+
 namespace qhcli {
 
-std::vector<Commands::Installer>& Commands::installers() {
-    static std::vector<Installer> list;
-    return list;
+namespace {
+
+struct Registration {
+    std::string_view name;
+    Commands::Installer installer = nullptr;
+};
+
+// Constant-initialised, so registrations from other files' static
+// initialisers find it ready whatever their order.
+constexpr std::size_t kMaxCommands = 32;
+std::array<Registration, kMaxCommands> registrations{};
+std::size_t registered = 0;
+
+// The first argument that is not a global flag: the command's name, if any.
+std::string_view commandName(int argc, const char* const* argv) {
+    for (int i = 1; i < argc; ++i) {
+        std::string_view argument = argv[i];
+        if (argument == "-v" || argument == "--verbose") continue;
+        return argument;
+    }
+    return {};
 }
 
-bool Commands::add(Installer installer) {
-    installers().push_back(std::move(installer));
+}  // namespace
+
+bool Commands::add(std::string_view name, Installer installer) {
+    if (registered == kMaxCommands) {
+        std::fputs("quillhaven: too many commands registered\n", stderr);
+        std::abort();
+    }
+    registrations[registered++] = {name, installer};
     return true;
 }
 
-void Commands::installAll(CLI::App& app, Outcome& outcome) {
-    for (auto& installer : installers()) installer(app, outcome);
+void Commands::installFor(int argc, const char* const* argv, CLI::App& app, Outcome& outcome) {
+    std::string_view wanted = commandName(argc, argv);
+    bool named = false;
+    for (std::size_t i = 0; i < registered; ++i) named = named || (!wanted.empty() && registrations[i].name == wanted);
+    for (std::size_t i = 0; i < registered; ++i) {
+        const Registration& entry = registrations[i];
+        if (!named || entry.name.empty() || entry.name == wanted) entry.installer(app, outcome);
+    }
 }
 
 }  // namespace qhcli

@@ -108,7 +108,7 @@ int convertMany(const Arguments& arguments) {
     return allConverted ? 0 : 1;
 }
 
-const bool registered = Commands::add([](CLI::App& app, Outcome& outcome) {
+const bool registered = Commands::add("convert", [](CLI::App& app, Outcome& outcome) {
     auto arguments = std::make_shared<Arguments>();
     CLI::App* command = app.add_subcommand("convert", "Write FILE as a MIME message (.eml)");
     MessageSource::addOptions(*command, arguments->source);

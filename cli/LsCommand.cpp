@@ -36,7 +36,7 @@ int listEntries(const std::string& path) {
     return 0;
 }
 
-const bool registered = qhcli::Commands::add([](CLI::App& app, qhcli::Outcome& outcome) {
+const bool registered = qhcli::Commands::add("ls", [](CLI::App& app, qhcli::Outcome& outcome) {
     auto* command = app.add_subcommand("ls", "List the entries of a compound document (.msg)");
     auto file = std::make_shared<std::string>();
     command->add_option("FILE", *file, "The file, or - for standard input")->required();

@@ -80,7 +80,7 @@ int preview(const std::string& file, const std::string& contentType, bool asJson
     return 0;
 }
 
-const bool registered = Commands::add([](CLI::App& app, Outcome& outcome) {
+const bool registered = Commands::add("preview", [](CLI::App& app, Outcome& outcome) {
     auto* command = app.add_subcommand("preview", "Print the preview the plug-in makes of FILE (RTF or UTF-8 text)");
     auto contentType = std::make_shared<std::string>(qh::plugin::kMsgContentType);
     auto asJson = std::make_shared<bool>(false);

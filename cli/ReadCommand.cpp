@@ -5,7 +5,7 @@
 namespace qhcli {
 namespace {
 
-const bool registered = Commands::add([](CLI::App& app, Outcome& outcome) {
+const bool registered = Commands::add("read", [](CLI::App& app, Outcome& outcome) {
     DocumentPrinter::install(app, outcome, "read",
                              "Print the message dictionary of FILE as JSON (several FILEs: JSON Lines)",
                              MessageSource::Want::dictionary);

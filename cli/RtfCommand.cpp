@@ -39,7 +39,7 @@ int printRTF(const std::string& path, Form form) {
     return 0;
 }
 
-const bool registered = qhcli::Commands::add([](CLI::App& app, qhcli::Outcome& outcome) {
+const bool registered = qhcli::Commands::add("rtf", [](CLI::App& app, qhcli::Outcome& outcome) {
     auto* command = app.add_subcommand("rtf", "Decode a compressed-RTF stream and print the RTF, its text or its HTML");
     auto file = std::make_shared<std::string>();
     auto text = std::make_shared<bool>(false);

@@ -5,7 +5,7 @@
 namespace qhcli {
 namespace {
 
-const bool registered = Commands::add([](CLI::App& app, Outcome& outcome) {
+const bool registered = Commands::add("summary", [](CLI::App& app, Outcome& outcome) {
     DocumentPrinter::install(app, outcome, "summary",
                              "Print the reader's short summary of FILE as JSON (several FILEs: JSON Lines)",
                              MessageSource::Want::summary);

@@ -17,7 +17,7 @@ int main(int argc, char** argv) {
     app.fallthrough();
 
     qhcli::Outcome outcome;
-    qhcli::Commands::installAll(app, outcome);
+    qhcli::Commands::installFor(argc, argv, app, outcome);
     app.parse_complete_callback([&] { qh::Log::setMirrorToStandardError(verbose); });
 
     try {
