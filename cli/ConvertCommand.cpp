@@ -1,5 +1,8 @@
-// quillhaven convert [--as K] [--whole-sectors] [-o OUT] FILE
-// quillhaven convert [--as K] [--whole-sectors] [-j N] -d DIR FILE...
+// quillhaven convert [--as K] [--classic|--whole-sectors] [-o OUT] FILE
+// quillhaven convert [--as K] [--classic|--whole-sectors] [-j N] -d DIR FILE...
+// quillhaven convert [--as K] [--classic|--whole-sectors] [-j N] --mbox OUT FILE...
+// The complete reading is written as standards-conformant MIME (MimeWriter),
+// the classic one as the library's classic text (WriteEML).
 #include <filesystem>
 #include <fstream>
 #include <memory>
@@ -10,6 +13,9 @@
 #include "MessageSource.h"
 #include "Output.h"
 #include "SafeNames.h"
+#include "readers/MessageReader.h"
+#include "writers/MboxWriter.h"
+#include "writers/MimeWriter.h"
 #include "writers/WriteEML.h"
 
 namespace qhcli {
@@ -20,14 +26,33 @@ struct Arguments {
     unsigned jobs = 0;
     std::string out;
     std::string dir;
+    std::string mbox;
     std::vector<std::string> files;
 };
 
+// Attached messages are read and written again, so that what is embedded is
+// as well-formed as the message around it. Real mail nests forwards a few
+// levels deep; past this depth the bytes are embedded as they are.
+constexpr int kAttachedMessageDepth = 8;
+
+std::string mimeText(const qh::Dict& message, int depth) {
+    qh::MimeWriter::Options options;
+    if (depth < kAttachedMessageDepth) {
+        options.attachedMessage = [depth](qh::ByteView bytes) -> std::optional<std::string> {
+            std::optional<qh::Dict> attached = qh::MessageReader::read(bytes, qh::ReadOptions::complete());
+            if (!attached) return std::nullopt;
+            return mimeText(*attached, depth + 1);
+        };
+    }
+    return qh::MimeWriter(message, std::move(options)).write();
+}
+
 // The MIME text of one input, or std::nullopt when its reader yields no dictionary.
-std::optional<std::string> convertOne(const LoadedMessage& loaded) {
-    auto writer = qh::WriteEML::initWithDictionary(MessageSource::dictionary(loaded));
-    if (!writer) return std::nullopt;
-    return writer->formatOutputFile();
+std::optional<std::string> convertOne(const LoadedMessage& loaded, const SourceOptions& source) {
+    const qh::Dict* message = MessageSource::dictionary(loaded);
+    if (!message) return std::nullopt;
+    if (source.read().isComplete()) return mimeText(*message, 0);
+    return qh::WriteEML(*message).formatOutputFile();
 }
 
 int convertSingle(const Arguments& arguments) {
@@ -37,7 +62,7 @@ int convertSingle(const Arguments& arguments) {
         Output::complain(loaded.problem);
         return 2;
     }
-    std::optional<std::string> text = convertOne(loaded);
+    std::optional<std::string> text = convertOne(loaded, arguments.source);
     if (!text) {
         Output::complain("no message in " + file);
         return 1;
@@ -64,8 +89,16 @@ std::string outputName(const std::string& input) {
 
 int convertMany(const Arguments& arguments) {
     std::string problem;
-    std::optional<OutputFolder> folder = OutputFolder::open(arguments.dir, problem);
-    if (!folder) {
+    std::optional<OutputFolder> folder;
+    std::ofstream mbox;
+    const bool toMbox = !arguments.mbox.empty();
+    if (!arguments.mbox.empty()) {
+        mbox.open(arguments.mbox, std::ios::binary | std::ios::trunc);
+        if (!mbox) {
+            Output::complain("cannot write " + arguments.mbox);
+            return 2;
+        }
+    } else if (!(folder = OutputFolder::open(arguments.dir, problem))) {
         Output::complain(problem);
         return 2;
     }
@@ -80,7 +113,9 @@ int convertMany(const Arguments& arguments) {
         files.size(), arguments.jobs,
         [&](std::size_t i) {
             LoadedMessage loaded = MessageSource::load(files[i], arguments.source, MessageSource::Want::dictionary);
-            slots[i] = Slot{convertOne(loaded), loaded.problem};
+            std::optional<std::string> text = convertOne(loaded, arguments.source);
+            if (text && toMbox) text = qh::MboxWriter::entry(*text, *MessageSource::dictionary(loaded));
+            slots[i] = Slot{std::move(text), loaded.problem};
         },
         // Names are taken here, in input order, so that clashes number the same way on every run.
         [&](std::size_t i) {
@@ -93,18 +128,29 @@ int convertMany(const Arguments& arguments) {
                 Output::complain(slot->problem);
             } else if (!slot->text) {
                 Output::complain("no message in " + files[i]);
+            } else if (toMbox) {
+                mbox.write(slot->text->data(), static_cast<std::streamsize>(slot->text->size()));
+                mbox.flush();
+                if (mbox) written = arguments.mbox;
+                else Output::complain("cannot write " + arguments.mbox);
             } else {
                 std::string writeProblem;
                 written = folder->write(outputName(files[i]), qh::asBytes(*slot->text), writeProblem);
-                if (!written) Output::complain(writeProblem);
+                if (written) written = (folder->path() / *written).string();
+                else Output::complain(writeProblem);
             }
             if (!written) {
                 allConverted = false;
                 Output::out("none\t" + files[i] + "\t\n");
                 return;
             }
-            Output::out("ok\t" + files[i] + "\t" + (folder->path() / *written).string() + "\n");
+            Output::out("ok\t" + files[i] + "\t" + *written + "\n");
         });
+    mbox.close();
+    if (mbox.fail() && !arguments.mbox.empty()) {
+        Output::complain("cannot write " + arguments.mbox);
+        return 2;
+    }
     return allConverted ? 0 : 1;
 }
 
@@ -115,15 +161,18 @@ const bool registered = Commands::add("convert", [](CLI::App& app, Outcome& outc
     auto* out = command->add_option("-o,--output", arguments->out, "Write the message to OUT instead of standard output");
     auto* dir = command->add_option("-d,--dir", arguments->dir,
                                     "Write each FILE to DIR/<name without extension>.eml and list what was written");
+    auto* mbox = command->add_option("--mbox", arguments->mbox,
+                                     "Write every FILE's message into the one mbox file OUT (mboxrd), in the order given");
     out->excludes(dir);
+    out->excludes(mbox);
+    dir->excludes(mbox);
     BatchRunner::addJobsOption(*command, arguments->jobs);
     command->add_option("FILE", arguments->files, "Message files (\"-\": standard input)")->required();
     command->callback([arguments, &outcome] {
-        if (arguments->dir.empty() && arguments->files.size() != 1)
-            throw CLI::ValidationError("FILE", "several files need -d DIR");
-        outcome.exitCode = Output::guard([&] {
-            return arguments->dir.empty() ? convertSingle(*arguments) : convertMany(*arguments);
-        });
+        bool many = !arguments->dir.empty() || !arguments->mbox.empty();
+        if (!many && arguments->files.size() != 1)
+            throw CLI::ValidationError("FILE", "several files need -d DIR or --mbox OUT");
+        outcome.exitCode = Output::guard([&] { return many ? convertMany(*arguments) : convertSingle(*arguments); });
     });
 });
 

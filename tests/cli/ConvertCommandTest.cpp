@@ -35,8 +35,8 @@ TEST(Convert, WritesTheMessageToStandardOutputOrOut) {
     ASSERT_EQ(written.exitCode, 0) << written.err;
     EXPECT_TRUE(written.out.empty());
     std::string saved = qhclitest::readText(out);
-    // The writer stamps each message with fresh boundaries; compare the header lines before them.
-    EXPECT_EQ(saved.substr(0, saved.find("boundary")), printed.out.substr(0, printed.out.find("boundary")));
+    // The writer stamps each message with a fresh Message-ID and boundaries; compare the header lines before them.
+    EXPECT_EQ(saved.substr(0, saved.find("Message-ID")), printed.out.substr(0, printed.out.find("Message-ID")));
     EXPECT_EQ(lines(saved).size(), lines(printed.out).size());
 }
 

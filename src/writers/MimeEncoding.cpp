@@ -1,0 +1,432 @@
+#include "writers/MimeEncoding.h"
+
+#include <algorithm>
+
+#include "core/Base64.h"
+#include "core/TextEncoding.h"
+#include "writers/Format.h"
+
+namespace qh::mime {
+
+namespace {
+
+constexpr char kHex[] = "0123456789ABCDEF";
+
+void appendHex(std::string& out, unsigned char byte, char escape) {
+    out.push_back(escape);
+    out.push_back(kHex[byte >> 4]);
+    out.push_back(kHex[byte & 0x0F]);
+}
+
+// The length of the UTF-8 sequence that starts with `lead` (the text is valid UTF-8).
+std::size_t sequenceLength(unsigned char lead) {
+    if (lead < 0x80) return 1;
+    if ((lead & 0xE0) == 0xC0) return 2;
+    if ((lead & 0xF0) == 0xE0) return 3;
+    return 4;
+}
+
+// The characters of valid UTF-8 text, one sequence each.
+std::vector<std::string_view> characters(std::string_view text) {
+    std::vector<std::string_view> out;
+    out.reserve(text.size());
+    for (std::size_t at = 0; at < text.size();) {
+        std::size_t length = std::min(sequenceLength(static_cast<unsigned char>(text[at])), text.size() - at);
+        out.push_back(text.substr(at, length));
+        at += length;
+    }
+    return out;
+}
+
+// RFC 5322 3.2.3 atext.
+bool isAtext(char c) {
+    if ((c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || (c >= '0' && c <= '9')) return true;
+    return std::string_view("!#$%&'*+-/=?^_`{|}~").find(c) != std::string_view::npos;
+}
+
+// RFC 2047 5(3): the characters a Q word may hold as they are in a phrase.
+bool isQSafe(unsigned char c) {
+    return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || (c >= '0' && c <= '9') || c == '!' || c == '*' ||
+           c == '+' || c == '-' || c == '/';
+}
+
+// RFC 2231 7 attribute-char: what an extended value may hold without a percent escape.
+bool isAttributeChar(unsigned char c) {
+    if ((c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || (c >= '0' && c <= '9')) return true;
+    return std::string_view("!#$&+-.^_`|~").find(static_cast<char>(c)) != std::string_view::npos;
+}
+
+bool isPrintableASCII(std::string_view text) {
+    return std::all_of(text.begin(), text.end(), [](char c) { return c >= 0x20 && c <= 0x7E; });
+}
+
+std::vector<std::string> encodeQ(std::string_view text) {
+    constexpr std::size_t kPayload = kEncodedWordLength - (std::string_view("=?UTF-8?Q?").size() + 2);
+    std::vector<std::string> words;
+    std::string payload;
+    for (std::string_view character : characters(text)) {
+        std::string piece;
+        for (unsigned char byte : character) {
+            if (byte == ' ') piece.push_back('_');
+            else if (isQSafe(byte)) piece.push_back(static_cast<char>(byte));
+            else appendHex(piece, byte, '=');
+        }
+        if (!payload.empty() && payload.size() + piece.size() > kPayload) {
+            words.push_back("=?UTF-8?Q?" + payload + "?=");
+            payload.clear();
+        }
+        payload += piece;
+    }
+    if (!payload.empty()) words.push_back("=?UTF-8?Q?" + payload + "?=");
+    return words;
+}
+
+std::size_t qLength(std::string_view text) {
+    std::size_t length = 0;
+    for (unsigned char byte : text) length += (byte == ' ' || isQSafe(byte)) ? 1 : 3;
+    return length;
+}
+
+}  // namespace
+
+FieldWriter::FieldWriter(std::string_view name) : text_(std::string(name) + ":") {}
+
+void FieldWriter::add(std::string_view word, std::string_view space) {
+    std::size_t lineLength = text_.size() - lineStart_;
+    if (!space.empty() && words_ > 0 && (foldNext_ || lineLength + space.size() + word.size() > kFoldWidth)) {
+        text_.append(kCRLF);
+        lineStart_ = text_.size();
+    }
+    if (!space.empty()) foldNext_ = false;
+    text_.append(space).append(word);
+    ++words_;
+}
+
+void FieldWriter::keepTogether(std::size_t length) {
+    foldNext_ = words_ > 0 && text_.size() - lineStart_ + length > kFoldWidth;
+}
+
+std::string FieldWriter::finish() const { return text_ + std::string(kCRLF); }
+
+std::string cleanText(std::string_view text) {
+    std::string valid = TextEncoding::sanitizeUTF8(text);
+    std::string out;
+    out.reserve(valid.size());
+    for (std::size_t at = 0; at < valid.size(); ++at) {
+        unsigned char c = static_cast<unsigned char>(valid[at]);
+        // C1 controls (U+0080 to U+009F) are two bytes, C2 80 to C2 9F.
+        if (c == 0xC2 && at + 1 < valid.size() && static_cast<unsigned char>(valid[at + 1]) < 0xA0) {
+            out.push_back(' ');
+            ++at;
+        } else if (c < 0x20 || c == 0x7F) {
+            out.push_back(' ');
+        } else {
+            out.push_back(static_cast<char>(c));
+        }
+    }
+    std::size_t first = out.find_first_not_of(' ');
+    if (first == std::string::npos) return {};
+    return out.substr(first, out.find_last_not_of(' ') - first + 1);
+}
+
+bool isASCII(std::string_view text) {
+    return std::all_of(text.begin(), text.end(), [](char c) { return static_cast<unsigned char>(c) < 0x80; });
+}
+
+std::vector<std::string> encodedWordsB(std::string_view text) {
+    constexpr std::size_t kPayload = kEncodedWordLength - (std::string_view("=?UTF-8?B?").size() + 2);
+    constexpr std::size_t kBytes = kPayload / 4 * 3;
+    std::vector<std::string> words;
+    std::string chunk;
+    auto flush = [&] {
+        words.push_back("=?UTF-8?B?" + Base64::encode(asBytes(chunk)) + "?=");
+        chunk.clear();
+    };
+    for (std::string_view character : characters(text)) {
+        if (!chunk.empty() && chunk.size() + character.size() > kBytes) flush();
+        chunk += character;
+    }
+    if (!chunk.empty()) flush();
+    return words;
+}
+
+std::vector<std::string> encodedWords(std::string_view text) {
+    // Q keeps mostly-Latin text readable in raw form; B is shorter for other scripts.
+    if (qLength(text) * 2 <= (text.size() + 2) / 3 * 4 * 3) return encodeQ(text);
+    return encodedWordsB(text);
+}
+
+std::vector<Word> unstructuredWords(std::string_view text) {
+    std::string clean = cleanText(text);
+    // Split into white space and words.
+    std::vector<Word> split;
+    for (std::size_t at = 0; at < clean.size();) {
+        std::size_t wordStart = clean.find_first_not_of(' ', at);
+        if (wordStart == std::string::npos) break;
+        std::size_t wordEnd = std::min(clean.find(' ', wordStart), clean.size());
+        split.push_back({clean.substr(at, wordStart - at), clean.substr(wordStart, wordEnd - wordStart)});
+        at = wordEnd;
+    }
+    // A reader would decode a word that looks like an encoded word, and
+    // cannot fold one longer than a line: both go out encoded.
+    auto needsEncoding = [](const std::string& word) {
+        return !isASCII(word) || word.find("=?") != std::string::npos || word.size() > kLongestPlainWord;
+    };
+    std::vector<Word> out;
+    for (std::size_t i = 0; i < split.size();) {
+        if (!needsEncoding(split[i].word)) {
+            out.push_back(split[i++]);
+            continue;
+        }
+        // Adjacent encoded words are joined without the white space between
+        // them (RFC 2047 6.2), so a run of such words carries its inner blanks.
+        std::string run = split[i].word;
+        std::string space = split[i].space;
+        for (++i; i < split.size() && needsEncoding(split[i].word); ++i) run += split[i].space + split[i].word;
+        for (std::string& word : encodedWords(run)) {
+            out.push_back({space, std::move(word)});
+            space = " ";
+        }
+    }
+    if (!out.empty()) out.front().space = " ";
+    return out;
+}
+
+std::string quotedString(std::string_view text) {
+    std::string out = "\"";
+    for (char c : text) {
+        if (c == '"' || c == '\\') out.push_back('\\');
+        out.push_back(c);
+    }
+    out.push_back('"');
+    return out;
+}
+
+std::vector<Word> phraseWords(std::string_view name) {
+    std::string clean = cleanText(name);
+    std::vector<Word> out;
+    if (clean.empty()) return out;
+    if (isASCII(clean) && clean.find("=?") == std::string::npos) {
+        bool atoms = true;
+        for (char c : clean) atoms = atoms && (c == ' ' || isAtext(c));
+        if (atoms && clean.find("  ") == std::string::npos) {
+            for (std::size_t at = 0; at < clean.size();) {
+                std::size_t end = std::min(clean.find(' ', at), clean.size());
+                out.push_back({" ", clean.substr(at, end - at)});
+                at = end + 1;
+            }
+            bool foldable = std::all_of(out.begin(), out.end(), [](const Word& w) { return w.word.size() <= kLongestPlainWord; });
+            if (foldable) return out;
+            out.clear();
+        } else if (clean.size() <= kLongestPlainWord) {
+            out.push_back({" ", quotedString(clean)});
+            return out;
+        }
+    }
+    for (std::string& word : encodedWords(clean)) out.push_back({" ", std::move(word)});
+    return out;
+}
+
+bool isDotAtomText(std::string_view text) {
+    if (text.empty() || text.front() == '.' || text.back() == '.' || text.find("..") != std::string_view::npos)
+        return false;
+    return std::all_of(text.begin(), text.end(), [](char c) { return c == '.' || isAtext(c); });
+}
+
+bool isAddrSpec(std::string_view text) {
+    // RFC 5321 4.5.3.1.3: no path holds more than 256 octets.
+    if (text.size() > 254) return false;
+    std::size_t at = text.rfind('@');
+    if (at == std::string_view::npos) return false;
+    std::string_view local = text.substr(0, at), domain = text.substr(at + 1);
+    bool localValid = isDotAtomText(local);
+    if (!localValid && local.size() >= 2 && local.front() == '"' && local.back() == '"') {
+        // quoted-string: qtext and quoted-pairs of printable ASCII.
+        localValid = isPrintableASCII(local);
+        for (std::size_t i = 1; localValid && i + 1 < local.size(); ++i) {
+            if (local[i] == '\\') ++i;
+            else if (local[i] == '"') localValid = false;
+        }
+        if (localValid && local.size() >= 3 && local[local.size() - 2] == '\\') {
+            std::size_t slashes = 0;
+            for (std::size_t i = local.size() - 2; i > 0 && local[i] == '\\'; --i) ++slashes;
+            localValid = slashes % 2 == 0;
+        }
+    }
+    if (!localValid) return false;
+    if (isDotAtomText(domain)) return true;
+    // domain-literal: "[" *dtext "]", dtext being printable ASCII but "[", "]", "\".
+    if (domain.size() < 2 || domain.front() != '[' || domain.back() != ']') return false;
+    std::string_view inner = domain.substr(1, domain.size() - 2);
+    return std::all_of(inner.begin(), inner.end(),
+                       [](char c) { return c > 0x20 && c < 0x7F && c != '[' && c != ']' && c != '\\'; });
+}
+
+bool isMsgIdContent(std::string_view text) {
+    if (text.size() > 250) return false;
+    std::size_t at = text.rfind('@');
+    if (at == std::string_view::npos || !isDotAtomText(text.substr(0, at))) return false;
+    std::string_view right = text.substr(at + 1);
+    if (isDotAtomText(right)) return true;
+    if (right.size() < 2 || right.front() != '[' || right.back() != ']') return false;
+    std::string_view inner = right.substr(1, right.size() - 2);
+    return std::all_of(inner.begin(), inner.end(),
+                       [](char c) { return c > 0x20 && c < 0x7F && c != '[' && c != ']' && c != '\\'; });
+}
+
+std::vector<std::string> parameter(std::string_view attribute, std::string_view value) {
+    std::string clean = cleanText(value);
+    std::string name(attribute);
+    if (isASCII(clean)) {
+        if (clean.size() <= kParameterSegment) return {name + "=" + quotedString(clean)};
+        std::vector<std::string> pieces;
+        for (std::size_t at = 0, n = 0; at < clean.size(); at += kParameterSegment, ++n)
+            pieces.push_back(name + "*" + std::to_string(n) + "=" +
+                             quotedString(std::string_view(clean).substr(at, kParameterSegment)));
+        return pieces;
+    }
+    // Percent escapes never split a character, so that a client decoding
+    // each segment on its own still reads whole characters.
+    std::vector<std::string> segments(1);
+    for (std::string_view character : characters(clean)) {
+        std::string piece;
+        for (unsigned char byte : character) {
+            if (isAttributeChar(byte)) piece.push_back(static_cast<char>(byte));
+            else appendHex(piece, byte, '%');
+        }
+        if (!segments.back().empty() && segments.back().size() + piece.size() > kParameterSegment)
+            segments.emplace_back();
+        segments.back() += piece;
+    }
+    if (segments.size() == 1) return {name + "*=utf-8''" + segments.front()};
+    std::vector<std::string> pieces;
+    for (std::size_t n = 0; n < segments.size(); ++n)
+        pieces.push_back(name + "*" + std::to_string(n) + "*=" + (n == 0 ? "utf-8''" : "") + segments[n]);
+    return pieces;
+}
+
+std::string encodedWordParameter(std::string_view attribute, std::string_view value) {
+    std::string clean = cleanText(value);
+    if (isASCII(clean)) return {};
+    std::string words;
+    for (const std::string& word : encodedWordsB(clean)) words += (words.empty() ? "" : " ") + word;
+    // Such a value cannot be folded; one that would not fit a line is left to the RFC 2231 form.
+    if (words.size() + attribute.size() + 8 > kMaxLineLength) return {};
+    return std::string(attribute) + "=\"" + words + "\"";
+}
+
+std::string crlfLineEnds(std::string_view text) {
+    std::string out;
+    out.reserve(text.size() + text.size() / 32 + 2);
+    for (std::size_t i = 0; i < text.size(); ++i) {
+        char c = text[i];
+        if (c == '\r') {
+            out.append(kCRLF);
+            if (i + 1 < text.size() && text[i + 1] == '\n') ++i;
+        } else if (c == '\n') {
+            out.append(kCRLF);
+        } else {
+            out.push_back(c);
+        }
+    }
+    return out;
+}
+
+std::string_view transferEncodingName(TransferEncoding encoding) {
+    switch (encoding) {
+    case TransferEncoding::sevenBit: return "7bit";
+    case TransferEncoding::quotedPrintable: return "quoted-printable";
+    case TransferEncoding::base64: return "base64";
+    }
+    return "base64";
+}
+
+TransferEncoding chooseTextEncoding(std::string_view text) {
+    std::size_t escaped = 0, lineLength = 0;
+    bool sevenBit = true;
+    for (std::size_t i = 0; i < text.size(); ++i) {
+        unsigned char c = static_cast<unsigned char>(text[i]);
+        if (c == '\r' && i + 1 < text.size() && text[i + 1] == '\n') {
+            // Trailing blanks may be stripped in transport (RFC 2045 6.7 (3)).
+            if (lineLength > 0 && (text[i - 1] == ' ' || text[i - 1] == '\t')) sevenBit = false;
+            lineLength = 0;
+            ++i;
+            continue;
+        }
+        if (lineLength == 0 && text.substr(i, 5) == "From ") sevenBit = false;
+        ++lineLength;
+        if (lineLength > kBodyLineLength) sevenBit = false;
+        if (c == '=' || c >= 0x7F || (c < 0x20 && c != '\t')) {
+            ++escaped;
+            if (c != '=') sevenBit = false;
+        }
+    }
+    if (lineLength > 0 && (text.back() == ' ' || text.back() == '\t')) sevenBit = false;
+    if (sevenBit) return TransferEncoding::sevenBit;
+    // Each escape costs two more characters; base64 costs a third of everything.
+    return escaped * 2 <= text.size() / 3 ? TransferEncoding::quotedPrintable : TransferEncoding::base64;
+}
+
+std::string quotedPrintable(std::string_view text) {
+    std::string out;
+    out.reserve(text.size() + text.size() / 8 + 16);
+    std::size_t column = 0;
+    for (std::size_t i = 0; i < text.size(); ++i) {
+        unsigned char c = static_cast<unsigned char>(text[i]);
+        if (c == '\r' && i + 1 < text.size() && text[i + 1] == '\n') {
+            out.append(kCRLF);
+            column = 0;
+            ++i;
+            continue;
+        }
+        bool lineEnds = i + 1 == text.size() || (text[i + 1] == '\r' && i + 2 < text.size() && text[i + 2] == '\n');
+        auto piece = [&](std::size_t atColumn) {
+            std::string p;
+            bool literal = (c >= 33 && c <= 126 && c != '=') || ((c == ' ' || c == '\t') && !lineEnds);
+            if (literal && atColumn == 0 && text.substr(i, 5) == "From ") literal = false;
+            if (literal) p.push_back(static_cast<char>(c));
+            else appendHex(p, c, '=');
+            return p;
+        };
+        std::string p = piece(column);
+        // The last character of a line may use column 76; any other leaves room for the soft break "=".
+        std::size_t limit = lineEnds ? kBodyLineLength : kBodyLineLength - 1;
+        if (column + p.size() > limit) {
+            out.append("=").append(kCRLF);
+            column = 0;
+            p = piece(0);
+        }
+        out += p;
+        column += p.size();
+    }
+    return out;
+}
+
+std::string base64Lines(ByteView data) {
+    static constexpr char kAlphabet[] = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+/";
+    std::string out;
+    out.reserve((data.size() + 2) / 3 * 4 + data.size() / kBase64LineBytes * 2 + 2);
+    for (std::size_t at = 0; at < data.size(); at += 3) {
+        if (at > 0 && at % kBase64LineBytes == 0) out.append(kCRLF);
+        std::size_t left = data.size() - at;
+        std::uint32_t group = std::uint32_t(data[at]) << 16;
+        if (left > 1) group |= std::uint32_t(data[at + 1]) << 8;
+        if (left > 2) group |= data[at + 2];
+        out.push_back(kAlphabet[(group >> 18) & 63]);
+        out.push_back(kAlphabet[(group >> 12) & 63]);
+        out.push_back(left > 1 ? kAlphabet[(group >> 6) & 63] : '=');
+        out.push_back(left > 2 ? kAlphabet[group & 63] : '=');
+    }
+    return out;
+}
+
+std::string encodeText(std::string_view crlfText, TransferEncoding encoding) {
+    switch (encoding) {
+    case TransferEncoding::sevenBit: return std::string(crlfText);
+    case TransferEncoding::quotedPrintable: return quotedPrintable(crlfText);
+    case TransferEncoding::base64: return base64Lines(asBytes(crlfText));
+    }
+    return base64Lines(asBytes(crlfText));
+}
+
+}  // namespace qh::mime
