@@ -13,4 +13,4 @@ apt_install \
   pybind11-dev python3-dev python3-pytest python3-dask python3-distributed \
   python3 python3-olefile tnef libemail-outlook-message-perl libemail-address-perl \
   python3-icalendar python3-vobject \
-  media-types chromium neomutt tmux help2man linux-perf ltrace strace time
+  media-types chromium neomutt tmux help2man linux-perf ltrace strace time valgrind
