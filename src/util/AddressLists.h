@@ -4,6 +4,8 @@
 #include <optional>
 #include <string>
 #include <string_view>
+#include <utility>
+#include <vector>
 
 #include "core/Bytes.h"
 #include "core/Value.h"
@@ -12,6 +14,9 @@ namespace qh {
 
 // Splits a header at its quoted names (or at every "," when there are none).
 Array processEmailAddresses(std::string_view header);
+// The quoted names processEmailAddresses splits at: {offset, length} of each,
+// left to right, as the pattern "(\([^)]*\)|[^"])*" finds them.
+std::vector<std::pair<std::size_t, std::size_t>> findQuotedNames(std::string_view text);
 // One "Name <address>" or bare address as a record.
 Dict createEmailDictionary(std::string_view text);
 // A record from a name and an address; either may be absent.

@@ -3,11 +3,13 @@
 
 #include <filesystem>
 #include <fstream>
+#include <random>
 
 #include <unistd.h>
 
 #include "support/EnvironmentGuard.h"
 #include "core/Log.h"
+#include "core/Regex.h"
 #include "util/AddressLists.h"
 
 using namespace qh;
@@ -54,6 +56,23 @@ TEST(ProcessEmailAddresses, SplitsHeaders) {
         {"angle address only", "<solo@x.org>", {{"solo@x.org", "solo@x.org"}}},
     };
     for (const auto& c : cases) EXPECT_EQ(pairs(processEmailAddresses(c.header)), c.expected) << c.name;
+}
+
+TEST(ProcessEmailAddresses, QuotedNamesAsThePatternFindsThem) {
+    // Texts made of the characters the pattern cares about, so that quotes
+    // inside parentheses, unclosed parentheses and unclosed quotes abound.
+    const auto pattern = Regex::compile("\"(\\([^)]*\\)|[^\"])*\"", Regex::CaseInsensitive);
+    ASSERT_TRUE(pattern);
+    std::mt19937 random(20261123);
+    const char alphabet[] = {'"', '(', ')', 'a', ',', '<'};
+    for (int round = 0; round < 3000; ++round) {
+        std::string text(random() % 24, ' ');
+        for (char& c : text) c = alphabet[random() % sizeof alphabet];
+        std::vector<std::pair<std::size_t, std::size_t>> expected;
+        for (const Regex::Match& match : pattern->findAll(text))
+            expected.emplace_back(match.range.location, match.range.length);
+        ASSERT_EQ(findQuotedNames(text), expected) << text;
+    }
 }
 
 TEST(ProcessEmailAddresses, HostileQuotingEndsInTime) {
