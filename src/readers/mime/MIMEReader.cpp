@@ -9,6 +9,7 @@
 #include "core/TextEncoding.h"
 #include "readers/mime/MIMEText.h"
 #include "util/AddressLists.h"
+#include "util/Rfc2231.h"
 #include "util/WindowsCodePageWangers.h"
 
 namespace qh {
@@ -107,6 +108,33 @@ TextCheck canonicalText(ByteView data, std::string& out) {
     return TextCheck::Rewritten;
 }
 
+// The same for bytes that are not UTF-8 (8-bit mail in a local code page):
+// CR LF, lone CR, VT and FF become LF, every other byte stays as it is.
+void canonicalBytes(ByteView data, std::string& out) {
+    out.clear();
+    out.reserve(data.size());
+    for (std::size_t i = 0; i < data.size(); ++i) {
+        std::uint8_t b = data[i];
+        if (b == '\r') {
+            if (i + 1 < data.size() && data[i + 1] == '\n') ++i;
+            out.push_back('\n');
+        } else if (b == 0x0B || b == 0x0C) {
+            out.push_back('\n');
+        } else {
+            out.push_back(static_cast<char>(b));
+        }
+    }
+}
+
+// Whether `line` is the delimiter: exactly (classic), or (RFC 2046) followed
+// by transport padding or, for the closing one, by "--".
+bool isDelimiterLine(std::string_view line, std::string_view delimiter, const MimeRules& rules) {
+    if (line == delimiter) return true;
+    if (rules.nesting != MimeRules::Nesting::ByRfc2046 || line.substr(0, delimiter.size()) != delimiter) return false;
+    std::string_view rest = line.substr(delimiter.size());
+    return rest.find_first_not_of(" \t") == std::string_view::npos;
+}
+
 // Walks the LF-separated lines of a text forwards, by index.
 class LineCursor {
 public:
@@ -149,8 +177,9 @@ std::size_t recordTextSize(const Value& record) {
 
 // The state of one part while its lines are read.
 struct MIMEReader::Part {
-    explicit Part(Budget& limits) : budget(limits) {}
+    Part(Budget& limits, const MimeRules& readingRules) : budget(limits), rules(readingRules) {}
     Budget& budget;
+    const MimeRules& rules;
     Dict record;
     Dict parameters;
     std::string boundary;  // the delimiter line, "--" and the boundary value; "" when none
@@ -196,6 +225,15 @@ void MIMEReader::Part::handleHeader() {
                                MIMEText::removeAll(MIMEText::lowercase(MIMEText::trim(parameterValue)), '"'));
                 }
             }
+            if (rules.parameters == MimeRules::Parameters::Rfc2231) {
+                rfc2231::ContentValue type = rfc2231::parseContentValue(text);
+                if (const std::string* value = type.parameter("boundary"); value && !value->empty()) {
+                    boundary = "--" + *value;
+                    hasBoundary = true;
+                }
+                if (const std::string* value = type.parameter("charset")) record.set("charset", *value);
+                if (const std::string* value = type.parameter("name")) record.set("typeName", *value);
+            }
         } else if (header == "From" || header == "To" || header == "CC" || header == "BCC") {
             record.set(header, processEmailAddresses(text));
         } else if (MIMEText::equalsASCIIIgnoringCase(header, "content-transfer-encoding")) {
@@ -207,6 +245,20 @@ void MIMEReader::Part::handleHeader() {
                 kind = "quoted-printable";
             }
             record.set("encodingType", kind);
+        } else if (MIMEText::equalsASCIIIgnoringCase(header, "content-description") &&
+                   rules.parameters == MimeRules::Parameters::Rfc2231) {
+            // A description is a description, not a file name.
+            record.set("Content-Description", std::move(text));
+        } else if (MIMEText::equalsASCIIIgnoringCase(header, "content-disposition") &&
+                   rules.parameters == MimeRules::Parameters::Rfc2231) {
+            rfc2231::ContentValue disposition = rfc2231::parseContentValue(text);
+            record.set("disposition", disposition.value);
+            if (const std::string* name = disposition.parameter("filename")) record.set("fileName", *name);
+        } else if (MIMEText::equalsASCIIIgnoringCase(header, "content-id") &&
+                   rules.parameters == MimeRules::Parameters::Rfc2231) {
+            std::string id(MIMEText::trim(text));
+            if (id.size() >= 2 && id.front() == '<' && id.back() == '>') id = id.substr(1, id.size() - 2);
+            record.set("Content-Id", std::move(id));
         } else if (MIMEText::equalsASCIIIgnoringCase(header, "content-description")) {
             // A name from the description is only a fallback. It is lower-cased
             // before the encoded words are decoded, so base64 words in it come
@@ -247,8 +299,13 @@ void MIMEReader::Part::handleHeader() {
 }
 
 std::unique_ptr<MIMEReader> MIMEReader::initWithData(ByteView data) {
+    return initWithData(data, MimeRules::of(Reading::classic));
+}
+
+std::unique_ptr<MIMEReader> MIMEReader::initWithData(ByteView data, const MimeRules& rules) {
     if (data.empty()) return nullptr;
     auto reader = std::make_unique<MIMEReader>();
+    reader->rules_ = rules;
     reader->globalContentArray_.clear();
     if (auto record = reader->readMIMEMail(data)) reader->mimeContentDictionary_ = std::move(*record);
     return reader;
@@ -272,6 +329,11 @@ std::optional<Dict> MIMEReader::readMIMEMail(ByteView data) {
         text = rewritten;
         break;
     case TextCheck::Invalid: {
+        if (rules_.eightBit == MimeRules::EightBit::BytesAsTheyAre) {
+            canonicalBytes(data, rewritten);
+            text = rewritten;
+            break;
+        }
         // Not UTF-8; the ASCII reading only differs where the platform's
         // ASCII conversion accepts what UTF-8 does not.
         std::optional<std::string> converted = TextEncoding::decode(data, StringEncoding::ASCII);
@@ -284,7 +346,7 @@ std::optional<Dict> MIMEReader::readMIMEMail(ByteView data) {
     }
     }
     startBudget(text.size());
-    std::int64_t lineIndex = 0;
+    std::int64_t lineIndex = rules_.firstLine == MimeRules::FirstLine::Read ? -1 : 0;
     Dict record = interpretPart(text, std::nullopt, lineIndex, 0);
     if (!globalContentArray_.empty()) record.set("MailContent", globalContentArray_);
     return record;
@@ -328,7 +390,9 @@ Dict MIMEReader::setContentParameters(std::string_view contentType) {
 Dict MIMEReader::interpretPart(std::string_view text, std::optional<std::string_view> endLine,
                                std::int64_t& lineIndex, int depth) {
     Budget& budget = *budget_;
-    Part part(budget);
+    const MimeRules& rules = rules_;
+    const bool byRfc2046 = rules.nesting == MimeRules::Nesting::ByRfc2046;
+    Part part(budget, rules);
     bool headersDone = false;
     LineCursor lines(text);
     const std::int64_t lastLine = lines.count() - 1;
@@ -386,10 +450,22 @@ Dict MIMEReader::interpretPart(std::string_view text, std::optional<std::string_
         }
         budget.scanLeft -= cost;
         Expansion expansion{std::string(delimiter), globalContentArray_.size(), 0, 0};
-        std::size_t at = MIMEText::find(text, delimiter);
+        // RFC 2046: a delimiter begins a line, and "--" after it closes the multipart.
+        auto nextDelimiter = [&](std::size_t from) {
+            std::size_t found = MIMEText::find(text, delimiter, from);
+            while (byRfc2046 && found != std::string_view::npos && found > 0 && text[found - 1] != '\n') {
+                found = MIMEText::find(text, delimiter, found + 1);
+            }
+            return found;
+        };
+        auto closes = [&](std::size_t found) {
+            return byRfc2046 && text.substr(found + delimiter.size(), 2) == "--";
+        };
+        std::size_t at = nextDelimiter(0);
         while (at != std::string_view::npos) {
+            if (closes(at)) break;  // the epilogue is no part
             std::size_t pieceStart = at + delimiter.size();
-            std::size_t next = MIMEText::find(text, delimiter, pieceStart);
+            std::size_t next = nextDelimiter(pieceStart);
             std::size_t pieceEnd = next == std::string_view::npos ? text.size() : next;
             std::int64_t innerIndex = 0;
             Dict record = interpretPart(text.substr(pieceStart, pieceEnd - pieceStart), std::nullopt, innerIndex,
@@ -422,9 +498,12 @@ Dict MIMEReader::interpretPart(std::string_view text, std::optional<std::string_
     // line, for a nested part the rest of its delimiter line), nor is the last
     // line of the text.
     std::int64_t index = lineIndex + 1;
-    while (index < lastLine) {
+    const std::int64_t linesToRead = rules.lastLine == MimeRules::LastLine::Read ? lastLine + 1 : lastLine;
+    while (index < linesToRead) {
         std::string_view line = lines.line(index);
         if (endLine && line == *endLine) break;
+        // The line break that ends the text (before the next delimiter) opens no line.
+        if (index == lastLine && line.empty()) break;
         if (line.empty()) {
             if (!headersDone) {
                 part.handleHeader();
@@ -432,7 +511,14 @@ Dict MIMEReader::interpretPart(std::string_view text, std::optional<std::string_
             }
             if (budget.store(1)) part.uaContent.push_back('\n');
         } else if (std::optional<std::int64_t> linesRead;
-                   part.hasBoundary && line == part.boundary && (linesRead = expand(part.boundary))) {
+                   part.hasBoundary && isDelimiterLine(line, part.boundary, rules) &&
+                   (linesRead = expand(part.boundary))) {
+            if (byRfc2046) {
+                // The nested parts are the rest of this part.
+                part.record.set("expanded", true);
+                index = linesToRead;
+                break;
+            }
             index += *linesRead;
             // Lines after the nested parts are read as header lines again.
             headersDone = false;
@@ -465,7 +551,9 @@ Dict MIMEReader::interpretPart(std::string_view text, std::optional<std::string_
         }
         ++index;
     }
-    // A header still pending here, with no empty line after it, is never handled.
+    // A header still pending here, with no empty line after it, is never
+    // handled in the classic reading.
+    if (rules.lastLine == MimeRules::LastLine::Read && part.name) part.handleHeader();
     if (!part.content.empty()) {
         for (std::string* kept : {&part.content, &part.uaContent}) {
             if (kept->capacity() > kept->size() + kept->size() / 2 + 4096) kept->shrink_to_fit();

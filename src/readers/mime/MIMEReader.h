@@ -13,6 +13,7 @@
 
 #include "core/Bytes.h"
 #include "core/Value.h"
+#include "readers/mime/MimeRules.h"
 
 namespace qh {
 
@@ -27,6 +28,8 @@ public:
     // Null for no bytes; otherwise parses at once (an unreadable message gives
     // an empty record).
     static std::unique_ptr<MIMEReader> initWithData(ByteView data);
+    // The same, reading as `rules` say (the classic rules above).
+    static std::unique_ptr<MIMEReader> initWithData(ByteView data, const MimeRules& rules);
 
     // The message's header record, with the part list under "MailContent".
     const Dict& getDictionary() const { return mimeContentDictionary_; }
@@ -54,6 +57,7 @@ private:
                        int depth);
     void startBudget(std::size_t inputSize);
 
+    MimeRules rules_ = MimeRules::of(Reading::classic);
     Dict mimeContentDictionary_;
     Array globalContentArray_;
     std::shared_ptr<Budget> budget_;

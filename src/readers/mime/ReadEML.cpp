@@ -1,5 +1,6 @@
 #include "readers/mime/ReadEML.h"
 
+#include <algorithm>
 #include <cstdio>
 #include <cstring>
 #include <unordered_map>
@@ -7,11 +8,18 @@
 
 #include "core/Base64.h"
 #include "core/Log.h"
+#include "core/MessageKeys.h"
 #include "core/TextEncoding.h"
 #include "readers/mime/MIMEReader.h"
 #include "readers/mime/MIMEText.h"
+#include "util/Base64Codec.h"
 #include "util/BitWangers.h"
 #include "util/DataWangers.h"
+#include "util/MediaTypes.h"
+#include "util/MimeCharset.h"
+#include "util/Rfc2045.h"
+#include "util/Rfc2047.h"
+#include "util/Rfc5322.h"
 #include "util/StringWangers.h"
 #include "util/WebWangers.h"
 #include "util/WindowsCodePageWangers.h"
@@ -22,6 +30,10 @@ namespace qh {
 // inline-image pass only runs when it can change something and the duplicate
 // check does not walk the attachment list.
 struct ReadEML::DecodeState {
+    MimeRules rules = MimeRules::of(Reading::classic);
+    std::string lineBreak = "\n";  // of the message: text parts' bytes are given back with it
+    bool haveBody = false;          // the plain body is chosen
+    bool haveHTML = false;          // the HTML body is chosen
     std::unordered_map<std::string, std::size_t> attachmentIndex;  // name -> position in "AttachmentList"
     // File names that cid: references wait for; an attachment of another name
     // cannot change the HTML.
@@ -133,32 +145,58 @@ std::optional<std::string> nameForPart(const Dict& part) {
 }  // namespace
 
 std::unique_ptr<ReadEML> ReadEML::initWithData(ByteView data) {
+    return initWithData(data, ReadOptions::classic());
+}
+
+std::unique_ptr<ReadEML> ReadEML::initWithData(ByteView data, const ReadOptions& options) {
     if (data.empty()) return nullptr;
+    const MimeRules rules = MimeRules::of(options.reading);
     auto reader = std::make_unique<ReadEML>();
     Dict& mail = reader->mailContent_;
-    std::unique_ptr<MIMEReader> mime = MIMEReader::initWithData(data);
+    std::unique_ptr<MIMEReader> mime = MIMEReader::initWithData(data, rules);
     const Dict& record = mime->getDictionary();
 
-    for (std::string_view key : {"From", "To", "CC", "BCC", "Date"}) {
-        if (const Value* value = record.find(key)) mail.set(std::string(key), *value);
+    if (rules.headers == MimeRules::Headers::Rfc5322) {
+        readHeaderFields(data, mail);
+    } else {
+        for (std::string_view key : {keys::kFrom, keys::kTo, keys::kCC, keys::kBCC, keys::kDate}) {
+            if (const Value* value = record.find(key)) mail.set(std::string(key), *value);
+        }
+        // classic: only UTF-8 "B" words are decoded in the subject; summaries
+        // of the family were made from this text.
+        if (const std::string* subject = record.findString(keys::kSubject)) {
+            mail.set(std::string(keys::kSubject), WebWangers::decodeUTF8B(*subject));
+        }
     }
-    // Only UTF-8 "B" words are decoded in the subject.
-    if (const std::string* subject = record.findString("Subject")) {
-        mail.set("Subject", WebWangers::decodeUTF8B(*subject));
-    }
-    // Only the "X-" headers are kept; the standard ones are not.
     std::string header;
-    for (const auto& [key, value] : record) {
-        if (key.rfind("X-", 0) != 0) continue;
-        header.append(key);
-        header.append(": ");
-        if (const std::string* text = value.string()) header.append(*text);
-        header.push_back('\n');
+    if (rules.headerText == MimeRules::HeaderText::WholeBlock) {
+        // The header block as it stands, up to the empty line that ends it.
+        std::string_view text = asText(data);
+        std::size_t end = text.find("\n\n");
+        std::size_t endCRLF = text.find("\r\n\r\n");
+        if (endCRLF != std::string_view::npos && (end == std::string_view::npos || endCRLF < end)) end = endCRLF;
+        header = MimeCharset::utf8OrWindows1252(text.substr(0, end == std::string_view::npos ? text.size() : end));
+    } else {
+        // classic: only the "X-" headers are kept; the standard ones are not
+        // (hosts of the family show "Header" as the extra fields).
+        for (const auto& [key, value] : record) {
+            if (key.rfind("X-", 0) != 0) continue;
+            header.append(key);
+            header.append(": ");
+            if (const std::string* text = value.string()) header.append(*text);
+            header.push_back('\n');
+        }
     }
-    mail.set("Header", std::move(header));
+    mail.set(std::string(keys::kHeader), std::move(header));
 
     DecodeState state;
+    state.rules = rules;
     state.inlineBudget = kInlineFactor * data.size() + kInlineAllowance;
+    {
+        std::string_view text = asText(data);
+        std::size_t lf = text.find('\n');
+        if (lf != std::string_view::npos && lf > 0 && text[lf - 1] == '\r') state.lineBreak = "\r\n";
+    }
     if (const Array* parts = record.findArray("MailContent")) {
         for (const Value& part : *parts) {
             if (const Dict* partRecord = part.dict()) decodeContent(*partRecord, mail, state);
@@ -167,6 +205,63 @@ std::unique_ptr<ReadEML> ReadEML::initWithData(ByteView data) {
         decodeContent(record, mail, state);
     }
     return reader;
+}
+
+// The RFC 5322 fields of the message's own header block, names in any case;
+// fields that occur more than once (two "To" lines) are read together.
+void ReadEML::readHeaderFields(ByteView data, Dict& dictionary) {
+    std::vector<rfc5322::Field> fields = rfc5322::parseFields(asText(data));
+    auto all = [&](std::string_view name) {
+        std::string joined;
+        bool found = false;
+        for (const rfc5322::Field& field : fields) {
+            if (!MIMEText::equalsASCIIIgnoringCase(field.name, name)) continue;
+            if (found) joined += ", ";
+            joined += field.value;
+            found = true;
+        }
+        return found ? std::optional<std::string>(std::move(joined)) : std::nullopt;
+    };
+    auto first = [&](std::string_view name) -> std::optional<std::string> {
+        for (const rfc5322::Field& field : fields) {
+            if (MIMEText::equalsASCIIIgnoringCase(field.name, name)) return field.value;
+        }
+        return std::nullopt;
+    };
+    static const std::pair<std::string_view, std::string_view> kAddressFields[] = {
+        {"From", keys::kFrom}, {"To", keys::kTo}, {"Cc", keys::kCC}, {"Bcc", keys::kBCC},
+        {"Reply-To", keys::kReplyTo}};
+    for (const auto& [field, key] : kAddressFields) {
+        std::optional<std::string> value = all(field);
+        if (!value) continue;
+        Array list;
+        for (rfc5322::Mailbox& mailbox : rfc5322::parseAddressList(*value)) {
+            // As every reader of the family does: a mailbox without a name shows its address.
+            std::string name = mailbox.name.empty() ? mailbox.address : mailbox.name;
+            list.push_back(Value(Dict{{std::string(keys::kName), std::move(name)},
+                                      {std::string(keys::kAddress), std::move(mailbox.address)}}));
+        }
+        dictionary.set(std::string(key), std::move(list));
+    }
+    if (std::optional<std::string> date = first("Date")) {
+        dictionary.set(std::string(keys::kDate), rfc2047::decodeText(*date));
+        if (std::optional<Date> stamp = rfc5322::parseDateTime(*date)) dictionary.set(std::string(keys::kTimeStamp), *stamp);
+    }
+    if (std::optional<std::string> subject = first("Subject")) {
+        dictionary.set(std::string(keys::kSubject), rfc2047::decodeText(*subject));
+    }
+    if (std::optional<std::string> id = first("Message-ID")) {
+        std::string_view cursor = *id;
+        std::string parsed;
+        dictionary.set(std::string(keys::kMessageID),
+                       rfc5322::parseMsgId(cursor, parsed) ? parsed : MimeCharset::utf8OrWindows1252(*id));
+    }
+    if (std::optional<std::string> ids = first("In-Reply-To")) {
+        dictionary.set(std::string(keys::kInReplyTo), rfc5322::msgIdList(*ids));
+    }
+    if (std::optional<std::string> ids = all("References")) {
+        dictionary.set(std::string(keys::kReferences), rfc5322::msgIdList(*ids));
+    }
 }
 
 void ReadEML::decodeContent(const Dict& part, Dict& dictionary) {
@@ -187,6 +282,10 @@ void ReadEML::decodeContent(const Dict& part, Dict& dictionary) {
 }
 
 void ReadEML::decodeContent(const Dict& part, Dict& dictionary, DecodeState& state) {
+    if (state.rules.attachments == MimeRules::Attachments::EveryLeaf) {
+        decodeLeaf(part, dictionary, state);
+        return;
+    }
     const bool isBase64 = stringEquals(part, "encodingType", "base64");
     // "quoted-printable" as a content type never occurs; it is accepted all the same.
     bool isText = stringEquals(part, "contentType", "text") || stringEquals(part, "contentType", "quoted-printable");
@@ -295,11 +394,111 @@ void ReadEML::decodeContent(const Dict& part, Dict& dictionary, DecodeState& sta
         }
     }
 
-    if (dictionary.contains("HTML") && (state.alwaysEmbed || state.htmlChanged || state.addedPendingImage)) {
+    if (state.rules.inlineImages == MimeRules::InlineImages::DataAddresses && dictionary.contains("HTML") &&
+        (state.alwaysEmbed || state.htmlChanged || state.addedPendingImage)) {
         embedInlineImages(dictionary, state);
     }
     state.htmlChanged = false;
     state.addedPendingImage = false;
+}
+
+// One leaf part as the bytes that were sent, then either the chosen plain or
+// HTML body or an attachment item.
+void ReadEML::decodeLeaf(const Dict& part, Dict& dictionary, DecodeState& state) {
+    const MimeRules& rules = state.rules;
+    if (part.contains("expanded")) return;  // a multipart whose parts were read
+    const std::string* type = part.findString("contentType");
+    const std::string* format = part.findString("contentFormat");
+    std::string mediaType = "text/plain";  // RFC 2045: what a part without a type is
+    if (type && !type->empty()) mediaType = *type + "/" + (format && !format->empty() ? *format : "octet-stream");
+    const std::string* fileName = part.findString("fileName");
+    if (!fileName || fileName->empty()) fileName = part.findString("typeName");
+    if (fileName && fileName->empty()) fileName = nullptr;
+    const std::string* disposition = part.findString("disposition");
+    const std::string* transfer = part.findString("encodingType");
+    const std::string* contentId = part.findString("Content-Id");
+    const std::string* uaContent = part.findString("uaContent");
+    // "uaContent" is the line that ended the headers, then LF and each body line.
+    std::string_view body = uaContent ? std::string_view(*uaContent).substr(std::min<std::size_t>(2, uaContent->size()))
+                                      : std::string_view();
+    auto payload = [&](std::string_view lineBreak) -> Bytes {
+        if (transfer && *transfer == "base64") return NewBase64Decode(asBytes(body));
+        if (transfer && *transfer == "quoted-printable") return rfc2045::decodeQuotedPrintable(body, lineBreak);
+        return rfc2045::withLineBreaks(body, lineBreak);
+    };
+
+    const bool isPlain = mediaType == "text/plain", isHTML = mediaType == "text/html";
+    const bool bodyCandidate = (isPlain || isHTML) && !fileName && !(disposition && *disposition == "attachment");
+    if (bodyCandidate && ((isPlain && !state.haveBody) || (isHTML && !state.haveHTML))) {
+        (isPlain ? state.haveBody : state.haveHTML) = true;
+        Bytes bytes = payload("\n");
+        std::string text;
+        if (rules.charsets == MimeRules::Charsets::AnyIcu) {
+            const std::string* charset = part.findString("charset");
+            text = MimeCharset::decode(bytes, charset ? *charset : std::string_view());
+        } else {
+            text = TextEncoding::decode(bytes, encodingForPart(part)).value_or(std::string());
+        }
+        if (rules.bodies == MimeRules::Bodies::Rewritten) {
+            text = MIMEText::replaceAll(MIMEText::trim(text), "http:", "https:");
+        }
+        if (!text.empty()) dictionary.set(std::string(isPlain ? keys::kBody : keys::kHTML), std::move(text));
+        return;
+    }
+
+    if (!uaContent && !fileName) return;  // an empty part without a name holds nothing
+    Bytes data = payload(state.lineBreak);
+    std::string name;
+    if (fileName) {
+        name = *fileName;
+    } else if (mediaType == "message/rfc822") {
+        // An attached message is named after its subject.
+        std::string subject;
+        for (const rfc5322::Field& field : rfc5322::parseFields(asText(data), 256)) {
+            if (MIMEText::equalsASCIIIgnoringCase(field.name, "Subject")) {
+                subject = rfc2047::decodeText(field.value);
+                break;
+            }
+        }
+        // Outlook writes the subject on the part itself too.
+        for (const auto& [key, value] : part) {
+            if (!subject.empty()) break;
+            if (MIMEText::equalsASCIIIgnoringCase(key, "Subject") && value.string()) {
+                subject = rfc2047::decodeText(*value.string());
+            }
+        }
+        if (!subject.empty()) name = subject + ".eml";
+    }
+    if (name.empty()) {
+        const Array* list = dictionary.findArray(keys::kAttachmentList);
+        name = "attachment-" + std::to_string((list ? list->size() : 0) + 1) + "." +
+               MediaTypes::extensionFor(mediaType);
+    }
+    Dict item;
+    const std::size_t length = data.size();
+    item.set(std::string(keys::kAttachName), std::move(name));
+    item.set(std::string(keys::kAttachData), Value(std::move(data)));
+    item.set(std::string(keys::kAttachSize), static_cast<std::uint64_t>(length));
+    item.set(std::string(keys::kAttachSizeString), BitWangers::formatSize(static_cast<double>(length)));
+    item.set(std::string(keys::kAttachMimeType), mediaType);
+    if (contentId && !contentId->empty()) item.set(std::string(keys::kAttachContentID), *contentId);
+    std::string shownAs = disposition && (*disposition == "inline" || *disposition == "attachment")
+                              ? *disposition
+                              : std::string(contentId && !contentId->empty() ? "inline" : "attachment");
+    item.set(std::string(keys::kAttachDisposition), std::move(shownAs));
+    addAttachment(std::move(item), dictionary, state);
+}
+
+void ReadEML::addAttachment(Dict item, Dict& dictionary, DecodeState& state) {
+    Value* list = dictionary.find(keys::kAttachmentList);
+    if (!list || !list->array()) {
+        dictionary.set(std::string(keys::kAttachmentList), Array());
+        list = dictionary.find(keys::kAttachmentList);
+    }
+    if (const std::string* name = item.findString(keys::kAttachName)) {
+        state.attachmentIndex.emplace(*name, list->array()->size());
+    }
+    list->array()->push_back(Value(std::move(item)));
 }
 
 // <img src="cid:image001.png@01D2..."> becomes <img src="data:image/png;base64,...">
@@ -397,7 +596,11 @@ std::string ReadEML::trimMIMEStrings(std::string_view text) {
 }
 
 std::optional<Dict> ReadEML::getSummaryForMessage(ByteView data) {
-    std::unique_ptr<ReadEML> reader = initWithData(data);
+    return getSummaryForMessage(data, ReadOptions::classic());
+}
+
+std::optional<Dict> ReadEML::getSummaryForMessage(ByteView data, const ReadOptions& options) {
+    std::unique_ptr<ReadEML> reader = initWithData(data, options);
     const Dict* mail = reader ? reader->returnFullDictionary() : nullptr;
     Dict summary;
 

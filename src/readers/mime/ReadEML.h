@@ -12,6 +12,7 @@
 #include "core/Bytes.h"
 #include "core/Reading.h"
 #include "core/Value.h"
+#include "readers/mime/MimeRules.h"
 
 namespace qh {
 
@@ -20,7 +21,7 @@ public:
     // Null when no bytes are given; otherwise builds the dictionary at once.
     static std::unique_ptr<ReadEML> initWithData(ByteView data);
     // The same in the reading `options` chooses.
-    static std::unique_ptr<ReadEML> initWithData(ByteView data, const ReadOptions&) { return initWithData(data); }
+    static std::unique_ptr<ReadEML> initWithData(ByteView data, const ReadOptions& options);
 
     const Dict* returnFullDictionary() const { return &mailContent_; }
     // The dictionary's value for `key`, or null.
@@ -40,14 +41,15 @@ public:
 
     // {"Subject", "Body", "From"} of a message, each "-" when empty.
     static std::optional<Dict> getSummaryForMessage(ByteView data);
-    static std::optional<Dict> getSummaryForMessage(ByteView data, const ReadOptions&) {
-        return getSummaryForMessage(data);
-    }
+    static std::optional<Dict> getSummaryForMessage(ByteView data, const ReadOptions& options);
 
 private:
     struct DecodeState;
     static void decodeContent(const Dict& part, Dict& dictionary, DecodeState& state);
     static void embedInlineImages(Dict& dictionary, DecodeState& state);
+    static void readHeaderFields(ByteView data, Dict& dictionary);
+    static void decodeLeaf(const Dict& part, Dict& dictionary, DecodeState& state);
+    static void addAttachment(Dict item, Dict& dictionary, DecodeState& state);
 
     Dict mailContent_;
 };
