@@ -405,15 +405,17 @@ std::string HtmlSanitizer::sanitizeCss(std::string_view css, Result& result) {
         out.append(decoded, i, url - i);
         std::size_t j = url + 4;
         while (j < decoded.size() && isHtmlSpace(decoded[j])) ++j;
-        std::size_t argumentStart = j;
-        if (j < decoded.size() && (decoded[j] == '"' || decoded[j] == '\'')) {
-            std::size_t close = decoded.find(decoded[j], j + 1);
+        std::size_t argumentStart = j, argumentEnd = 0;
+        bool quoted = j < decoded.size() && (decoded[j] == '"' || decoded[j] == '\'');
+        if (quoted) {
+            std::size_t quote = decoded.find(decoded[j], j + 1);
             argumentStart = j + 1;
-            j = close == std::string::npos ? decoded.size() : close;
+            j = argumentEnd = quote == std::string::npos ? decoded.size() : quote;
         }
         std::size_t close = decoded.find(')', j);
         std::size_t end = close == std::string::npos ? decoded.size() : close + 1;
-        std::string argument = cleanUrl(std::string_view(decoded).substr(argumentStart, j - argumentStart));
+        if (!quoted) argumentEnd = close == std::string::npos ? decoded.size() : close;
+        std::string argument = cleanUrl(std::string_view(decoded).substr(argumentStart, argumentEnd - argumentStart));
         if (startsWithIgnoringCase(argument, "data:")) {
             out.append(decoded, url, end - url);
         } else {

@@ -177,10 +177,16 @@ std::string joined(const std::vector<std::string>& parts, std::string_view separ
 std::optional<std::string> dateText(const Dict& message, std::string_view dateKey, std::string_view textKey) {
     if (const Value* value = message.find(dateKey); value && value->date())
         return DateFormatting::displayString(*value->date());
-    if (!textKey.empty())
-        if (const std::string* text = message.findString(textKey); text && !text->empty())
-            return TextEncoding::sanitizeUTF8(*text);
-    return std::nullopt;
+    if (textKey.empty()) return std::nullopt;
+    const std::string* text = message.findString(textKey);
+    if (!text || text->empty()) return std::nullopt;
+    // A MIME date ("Tue, 5 Mar 2024 10:02:03 +0000") is shown in the reader's
+    // locale and zone too; any other text as it is.
+    std::string trimmed = TextEncoding::trimWhitespaceAndNewlines(*text);
+    for (std::string_view pattern : {"E, d MMM yyyy HH:mm:ss Z", "d MMM yyyy HH:mm:ss Z", "E, d MMM yyyy HH:mm Z"})
+        if (std::optional<Date> parsed = DateFormatting::parse(trimmed, pattern, "UTC"))
+            return DateFormatting::displayString(*parsed);
+    return TextEncoding::sanitizeUTF8(*text);
 }
 
 bool isEncapsulatedHtml(ByteView rtf) {
