@@ -1,25 +1,21 @@
 #include "richtext/RTFCodePages.h"
 
+#include <optional>
 #include <string>
 
 #include <unicode/ucnv.h>
+
+#include "util/CodePages.h"
 
 namespace qh {
 namespace {
 
 UConverter* openConverter(std::uint16_t codePage) {
-    std::string name;
-    switch (codePage) {
-        case 437: name = "cp437"; break;
-        case 850: name = "cp850"; break;
-        case 10000: name = "macintosh"; break;
-        case 65001: name = "UTF-8"; break;
-        // Johab has no converter; its Hangul overlaps Unified Hangul Code the least badly.
-        case 1361: name = "windows-949"; break;
-        default: name = "windows-" + std::to_string(codePage); break;
-    }
+    // Every code page a document may name (\ansicpg, \cpg, \fcharset), double-byte ones included.
+    std::optional<std::string> name = CodePages::converterName(codePage);
+    if (!name) return nullptr;
     UErrorCode status = U_ZERO_ERROR;
-    UConverter* converter = ucnv_open(name.c_str(), &status);
+    UConverter* converter = ucnv_open(name->c_str(), &status);
     if (U_FAILURE(status)) {
         if (converter) ucnv_close(converter);
         return nullptr;

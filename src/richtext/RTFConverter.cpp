@@ -202,6 +202,14 @@ std::optional<std::string> RTFConverter::convert(ByteView rtf) {
             else textBytes(ByteView(&token.byte, 1));
             continue;
         }
+        if (token.kind == RTFToken::Kind::ControlSymbol &&
+            (token.byte == '\\' || token.byte == '{' || token.byte == '}')) {
+            // An escaped backslash or brace may be the trail byte of a
+            // double-byte character whose lead byte is pending (Shift-JIS
+            // 0x95 0x5C is written \'95\\): it joins the pending bytes.
+            controlSymbol(token.byte);
+            continue;
+        }
         flushPending();
         if (token.kind == RTFToken::Kind::GroupOpen) {
             groupOpen();

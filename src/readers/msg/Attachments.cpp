@@ -5,6 +5,7 @@
 #include <string>
 
 #include "core/Log.h"
+#include "core/MessageKeys.h"
 #include "core/Messages.h"
 #include "core/TextEncoding.h"
 #include "readers/msg/Format.h"
@@ -55,9 +56,9 @@ std::optional<std::string> readText(const Dict& storage, std::uint32_t element, 
 }
 
 void setSizeAndData(Dict& item, const Blob& data) {
-    item.set("size", Value(static_cast<std::uint64_t>(data.size())));
-    item.set("sizeString", Value(BitWangers::formatSize(static_cast<double>(data.size()))));
-    item.set("data", Value(data));
+    setKey(item, keys::kAttachSize, Value(static_cast<std::uint64_t>(data.size())));
+    setKey(item, keys::kAttachSizeString, Value(BitWangers::formatSize(static_cast<double>(data.size()))));
+    setKey(item, keys::kAttachData, Value(data));
 }
 
 bool containsText(ByteView bytes, std::string_view needle) {
@@ -67,18 +68,100 @@ bool containsText(ByteView bytes, std::string_view needle) {
 // What the writers will make of a message: its bodies and its attachments in base64.
 std::size_t convertedSizeEstimate(const Dict& message) {
     std::size_t size = 0;
-    for (const char* key : {"Body", "HTML"}) {
+    for (std::string_view key : {keys::kBody, keys::kHTML}) {
         if (const std::string* text = message.findString(key)) size += text->size();
     }
-    if (const Blob* rtf = message.findBytes("RTF")) size += rtf->size() * 2;
-    if (const Array* list = message.findArray("AttachmentList")) {
+    if (const Blob* rtf = message.findBytes(keys::kRTF)) size += rtf->size() * 2;
+    if (const Array* list = message.findArray(keys::kAttachmentList)) {
         for (const Value& entry : *list) {
             const Dict* attachment = entry.dict();
-            const Blob* data = attachment ? attachment->findBytes("data") : nullptr;
+            const Blob* data = attachment ? attachment->findBytes(keys::kAttachData) : nullptr;
             if (data) size += data->size() / 3 * 4 + data->size() / 38 + 256;
         }
     }
     return size;
+}
+
+
+// The three name texts of an attachment storage, and the encoding the
+// classic reading converts its other texts with.
+struct Names {
+    NameRead display, longName, shortName;
+    StringEncoding textEncoding = StringEncoding::UTF16LE;
+};
+
+Names readNames(const Dict& storage, const MsgText& text, std::int32_t index) {
+    Names names;
+    if (text.rules().attachments == MsgRules::AttachmentTexts::OwnTypeAndTrueSuffix) {
+        // complete: each name in whichever string type the file wrote it.
+        names.display.text = text.find(kDisplayName, kTypeUnicode, &storage);
+        names.longName.text = text.find(kAttachLongFilename, kTypeUnicode, &storage);
+        if (!names.longName.text) names.shortName.text = text.find(kAttachShortFilename, kTypeUnicode, &storage);
+        return names;
+    }
+    names.display = readName(storage, kDisplayName,
+                             hasStream(storage, kDisplayName, kTypeUnicode) ? kTypeUnicode : kTypeString8,
+                             "getAttachmentsForMessage:a", index);
+    names.longName = readName(storage, kAttachLongFilename,
+                              hasStream(storage, kAttachLongFilename, kTypeUnicode) ? kTypeUnicode : kTypeString8,
+                              "getAttachmentsForMessage:b", index);
+    names.textEncoding = names.longName.encoding;
+    if (!names.longName.text || names.longName.text->empty()) {
+        // classic: the short name is probed in the long name's type but read
+        // in UTF-16 when found there, so an 8-bit message never uses its
+        // short name; attachment lists of the family depend on it.
+        std::uint32_t type = hasStream(storage, kAttachShortFilename, names.longName.type) ? kTypeUnicode
+                                                                                           : kTypeString8;
+        names.shortName = readName(storage, kAttachShortFilename, type, "getAttachmentsForMessage:c", index);
+        names.textEncoding = names.shortName.encoding;
+    }
+    return names;
+}
+
+// One optional text of an attachment: complete in its own string type and
+// cleaned; classic in the stream type the family reads, converted with the
+// name's encoding whatever the stream holds.
+std::optional<std::string> optionalText(const Dict& storage, const MsgText& text, const Names& names,
+                                        std::uint32_t element, std::uint32_t classicType, const char* functionName,
+                                        std::int32_t index) {
+    if (text.rules().attachments == MsgRules::AttachmentTexts::OwnTypeAndTrueSuffix) {
+        return text.find(element, kTypeUnicode, &storage);
+    }
+    std::optional<std::string> found =
+        readText(storage, element, classicType, names.textEncoding, functionName, index);
+    if (!found || found->empty()) return std::nullopt;
+    return found;
+}
+
+// The complete reading's name of an embedded item: its whole display or
+// file name (without a ".msg" that no longer fits), else the message's own
+// subject, with the extension of what the converted text is.
+std::string embeddedName(const Names& names, const Dict& message, const std::string& unnamed) {
+    std::string base;
+    for (const NameRead* read : {&names.longName, &names.shortName, &names.display}) {
+        if (read->text && !read->text->empty()) {
+            base = *read->text;
+            break;
+        }
+    }
+    if (base.size() > 4 && TextEncoding::equalsIgnoringCase(std::string_view(base).substr(base.size() - 4), ".msg")) {
+        base.resize(base.size() - 4);
+    }
+    if (base.empty()) {
+        if (const std::string* subject = message.findString(keys::kSubject)) base = *subject;
+    }
+    if (base.empty()) base = unnamed;
+    const std::string* type = message.findString(keys::kMessageType);
+    if (type && *type == "Contact") return base + ".vcf";
+    if (type && *type == "Calendar") return base + ".ics";
+    return base + ".eml";
+}
+
+std::string embeddedMimeType(const Dict& message) {
+    const std::string* type = message.findString(keys::kMessageType);
+    if (type && *type == "Contact") return "text/vcard";
+    if (type && *type == "Calendar") return "text/calendar";
+    return "message/rfc822";
 }
 
 }  // namespace
@@ -90,7 +173,8 @@ bool MsgAttachments::hasPathExtension(std::string_view name) {
     return dot != std::string_view::npos && dot != 0 && dot + 1 < last.size();
 }
 
-Array MsgAttachments::getAttachmentsForMessage(const Dict& root, MsgReadBudget& budget) {
+Array MsgAttachments::getAttachmentsForMessage(const Dict& root, MsgReadBudget& budget, const MsgText& text) {
+    const bool trueSuffix = text.rules().attachments == MsgRules::AttachmentTexts::OwnTypeAndTrueSuffix;
     Array items;
     const std::string unnamed = Messages::localizedString("unnamedName");
     std::int32_t index = -1;
@@ -117,7 +201,7 @@ Array MsgAttachments::getAttachmentsForMessage(const Dict& root, MsgReadBudget& 
         }
         std::uint32_t method = kAttachMethodUnread;
         try {
-            if (auto found = MsgPropertyAccess::getPropertyElement(kAttachMethod, kTypeInteger32, properties)) {
+            if (auto found = text.fixed(kAttachMethod, kTypeInteger32, properties, 0)) {
                 method = MsgPropertyAccess::integerOf(*found);
             }
         } catch (const std::exception& error) {
@@ -126,62 +210,45 @@ Array MsgAttachments::getAttachmentsForMessage(const Dict& root, MsgReadBudget& 
             continue;
         }
 
-        // 2. The three names.
-        NameRead a = readName(storage, kDisplayName,
-                              hasStream(storage, kDisplayName, kTypeUnicode) ? kTypeUnicode : kTypeString8,
-                              "getAttachmentsForMessage:a", index);
-        NameRead b = readName(storage, kAttachLongFilename,
-                              hasStream(storage, kAttachLongFilename, kTypeUnicode) ? kTypeUnicode : kTypeString8,
-                              "getAttachmentsForMessage:b", index);
-        StringEncoding nameEncoding = b.encoding;
-        NameRead c;
-        if (!b.text || b.text->empty()) {
-            // The short name is probed in the long name's type but read in
-            // UTF-16 when found there: an 8-bit message never uses its short name.
-            std::uint32_t type = hasStream(storage, kAttachShortFilename, b.type) ? kTypeUnicode : kTypeString8;
-            c = readName(storage, kAttachShortFilename, type, "getAttachmentsForMessage:c", index);
-            nameEncoding = c.encoding;
-        }
-
-        // 3. Long name, short name, display name, the unnamed text.
+        // 2-3. Long name, short name, display name, the unnamed text.
+        const Names names = readNames(storage, text, index);
         std::string name;
-        if (b.text && !b.text->empty()) {
-            name = *b.text;
-        } else if (c.text && !c.text->empty()) {
-            name = *c.text;
-        } else if (a.text && !a.text->empty()) {
-            name = *a.text;
+        if (names.longName.text && !names.longName.text->empty()) {
+            name = *names.longName.text;
+        } else if (names.shortName.text && !names.shortName.text->empty()) {
+            name = *names.shortName.text;
+        } else if (names.display.text && !names.display.text->empty()) {
+            name = *names.display.text;
         } else {
             name = unnamed;
         }
-        if (!name.empty()) item.set("name", Value(name));
+        if (!name.empty()) setKey(item, keys::kAttachName, Value(name));
 
-        // 4. Optional texts, all converted with the name's encoding whatever their stream type.
-        if (auto text = readText(storage, kAttachMimeTag, kTypeUnicode, nameEncoding, "getAttachmentsForMessage:d",
-                                 index);
-            text && !text->empty()) {
-            item.set("mimeType", Value(*text));
+        // 4. Optional texts.
+        if (auto found = optionalText(storage, text, names, kAttachMimeTag, kTypeUnicode,
+                                      "getAttachmentsForMessage:d", index)) {
+            setKey(item, keys::kAttachMimeType, Value(*found));
         }
-        if (auto text = readText(storage, kAttachDisposition, kTypeUnicode, nameEncoding,
-                                 "getAttachmentsForMessage:e", index);
-            text && !text->empty()) {
-            item.set("attachDisposition", Value(*text));
+        if (auto found = optionalText(storage, text, names, kAttachDisposition, kTypeUnicode,
+                                      "getAttachmentsForMessage:e", index)) {
+            setKey(item, keys::kAttachDisposition, Value(*found));
         }
         if (auto bytes = MsgPropertyAccess::getDataFromRoot(kSubstgPrefix, kAttachAdditionalInfo, kTypeBinary,
                                                             &storage)) {
-            item.set("attachmentMetaData", Value(*bytes));
+            setKey(item, keys::kAttachMetaData, Value(*bytes));
         }
-        if (auto text = readText(storage, kAttachContentLocation, kTypeString8, nameEncoding,
-                                 "getAttachmentsForMessage:f", index);
-            text && !text->empty()) {
-            item.set("AttachContentLocation", Value(*text));
+        if (auto found = optionalText(storage, text, names, kAttachContentLocation, kTypeString8,
+                                      "getAttachmentsForMessage:f", index)) {
+            setKey(item, keys::kAttachContentLocation, Value(*found));
         }
-        if (auto text = readText(storage, kAttachContentId, kTypeUnicode, nameEncoding,
-                                 "getAttachmentsForMessage:f", index);
-            text && !text->empty()) {
-            if (auto cleaned = StringWangers::zapGremlins(*text); cleaned && !cleaned->empty()) {
-                item.set("AttachContentID", Value(*cleaned));
+        if (auto found = optionalText(storage, text, names, kAttachContentId, kTypeUnicode,
+                                      "getAttachmentsForMessage:f", index)) {
+            std::optional<std::string> cleaned = text.clean(*found);
+            // complete: the id without the <> that MIME's Content-ID puts around it.
+            if (cleaned && trueSuffix && cleaned->size() > 2 && cleaned->front() == '<' && cleaned->back() == '>') {
+                cleaned = text.clean(cleaned->substr(1, cleaned->size() - 2));
             }
+            if (cleaned) setKey(item, keys::kAttachContentID, Value(*cleaned));
         }
 
         if (method != kAttachMethodEmbeddedMessage) {
@@ -189,7 +256,7 @@ Array MsgAttachments::getAttachmentsForMessage(const Dict& root, MsgReadBudget& 
             if (auto data = MsgPropertyAccess::getDataFromRoot(kSubstgPrefix, kAttachData, kTypeBinary, &storage)) {
                 if (name == unnamed && containsText(data->view(), "MIME-Version: 1.0")) {
                     name = unnamed + ".eml";
-                    item.set("name", Value(name));
+                    setKey(item, keys::kAttachName, Value(name));
                 }
                 setSizeAndData(item, *data);
             }
@@ -197,10 +264,11 @@ Array MsgAttachments::getAttachmentsForMessage(const Dict& root, MsgReadBudget& 
                        MsgPropertyAccess::getStorageFromRoot(kSubstgPrefix, kAttachData, kTypeObject, &storage)) {
             // 6-7. An embedded message, read the whole way down and converted.
             std::optional<Blob> converted;
+            Dict message;
             if (budget.depth + 1 > kMaxEmbeddingDepth) {
                 Log::line("Embedded message nested too deeply - not read");
             } else {
-                Dict message = ReadMSG::buildEmbeddedMessage(*embedded, budget);
+                message = ReadMSG::buildEmbeddedMessage(*embedded, budget, text);
                 // The text carries every attachment in base64: stop before
                 // making it when all levels together would pass the budget.
                 std::size_t estimate = convertedSizeEstimate(message);
@@ -214,12 +282,19 @@ Array MsgAttachments::getAttachmentsForMessage(const Dict& root, MsgReadBudget& 
             if (converted) {
                 setSizeAndData(item, *converted);
                 std::string newName = name;
-                if (name.empty() && a.text && !a.text->empty()) {
-                    newName = StringWangers::zapGremlins(*a.text).value_or("") + ".msg";
+                if (trueSuffix) {
+                    newName = embeddedName(names, message, unnamed);
+                    if (!item.contains(keys::kAttachMimeType)) {
+                        setKey(item, keys::kAttachMimeType, Value(embeddedMimeType(message)));
+                    }
+                } else if (name.empty() && names.display.text && !names.display.text->empty()) {
+                    // classic: "<name>.msg" although the data is MIME, vCard
+                    // or iCalendar text; the host's attachment lists depend on it.
+                    newName = StringWangers::zapGremlins(*names.display.text).value_or("") + ".msg";
                 } else if (!name.empty() && !hasPathExtension(name)) {
                     newName = StringWangers::zapGremlins(name).value_or("") + ".msg";
                 }
-                item.set("name", Value(newName));
+                setKey(item, keys::kAttachName, Value(newName));
                 name = newName;
             }
         }
@@ -233,7 +308,7 @@ Array MsgAttachments::getAttachmentsForMessage(const Dict& root, MsgReadBudget& 
 std::optional<Blob> MsgAttachments::generateAttachedMessageData(const Dict& message) {
     std::unique_ptr<WriteEML> writer = WriteEML::initWithDictionary(&message);
     if (!writer) return std::nullopt;
-    const std::string* type = message.findString("MessageType");
+    const std::string* type = message.findString(keys::kMessageType);
     std::string text;
     if (type && *type == "Contact") {
         text = writer->exportContacts();
@@ -250,7 +325,7 @@ Array MsgAttachments::retrieveVoiceNotesForMessage(const Dict& root) {
     Array items;
     if (auto data = MsgPropertyAccess::getDataFromRoot(kSubstgPrefix, kVoiceNoteSound, kTypeBinary, &root)) {
         Dict item;
-        item.set("name", Value("Windows CE VoiceNote.wav"));
+        setKey(item, keys::kAttachName, Value("Windows CE VoiceNote.wav"));
         setSizeAndData(item, *data);
         items.push_back(Value(std::move(item)));
     }

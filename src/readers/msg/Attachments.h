@@ -5,14 +5,19 @@
 #include <optional>
 
 #include "core/Value.h"
+#include "readers/msg/MsgText.h"
 #include "readers/msg/ReadBudget.h"
 
 namespace qh {
 
 class MsgAttachments {
 public:
-    // Never none: empty when there is nothing to list.
-    static Array getAttachmentsForMessage(const Dict& root, MsgReadBudget& budget);
+    // Never none: empty when there is nothing to list. `text` is the reading
+    // and the code pages of the message that holds them.
+    static Array getAttachmentsForMessage(const Dict& root, MsgReadBudget& budget, const MsgText& text);
+    static Array getAttachmentsForMessage(const Dict& root, MsgReadBudget& budget) {
+        return getAttachmentsForMessage(root, budget, MsgText(MsgRules::classic()));
+    }
     // The MIME, vCard or iCalendar text of a message dictionary, or none when empty.
     static std::optional<Blob> generateAttachedMessageData(const Dict& message);
     // Zero or one "Windows CE VoiceNote.wav" item from the root's 0x6803 stream.

@@ -19,8 +19,12 @@ inline constexpr std::string_view kAttachmentPrefix = "__attach";
 inline constexpr std::size_t kPropertyRecordSize = 16;
 inline constexpr std::size_t kPropertyValueOffset = 8;
 inline constexpr std::size_t kPropertyValueSize = 8;
-// An attachment's property stream starts with an 8-byte header.
+// Property stream headers: 32 bytes for the file's message, 24 for an
+// embedded one, 8 for an attachment or a recipient.
+inline constexpr std::size_t kTopPropertyHeaderSize = 32;
+inline constexpr std::size_t kEmbeddedPropertyHeaderSize = 24;
 inline constexpr std::size_t kAttachmentPropertyHeaderSize = 8;
+inline constexpr std::size_t kRecipientPropertyHeaderSize = 8;
 
 // Property types.
 inline constexpr std::uint32_t kTypeInteger32 = 0x0003;
@@ -35,12 +39,17 @@ inline constexpr std::uint32_t kTypeMultipleUnicode = 0x101F;
 // Message properties.
 inline constexpr std::uint32_t kMessageClass = 0x001A;
 inline constexpr std::uint32_t kSubject = 0x0037;
+inline constexpr std::uint32_t kClientSubmitTime = 0x0039;
 inline constexpr std::uint32_t kSentRepresentingName = 0x0042;
 inline constexpr std::uint32_t kSubmissionIdentifier = 0x0047;
+inline constexpr std::uint32_t kSentRepresentingAddressType = 0x0064;
 inline constexpr std::uint32_t kSentRepresentingEmail = 0x0065;
 inline constexpr std::uint32_t kTransportHeaders = 0x007D;
 inline constexpr std::uint32_t kSenderName = 0x0C1A;
+inline constexpr std::uint32_t kSenderAddressType = 0x0C1E;
 inline constexpr std::uint32_t kSenderEmail = 0x0C1F;
+inline constexpr std::uint32_t kDisplayBcc = 0x0E02;
+inline constexpr std::uint32_t kDisplayCc = 0x0E03;
 inline constexpr std::uint32_t kDisplayTo = 0x0E04;
 inline constexpr std::uint32_t kDeliveryTime = 0x0E06;
 inline constexpr std::uint32_t kAttachNumber = 0x0E21;
@@ -48,6 +57,11 @@ inline constexpr std::uint32_t kBody = 0x1000;
 inline constexpr std::uint32_t kRtfSyncBody = 0x1008;
 inline constexpr std::uint32_t kRtfCompressed = 0x1009;
 inline constexpr std::uint32_t kBodyHtml = 0x1013;
+inline constexpr std::uint32_t kInternetMessageId = 0x1035;
+inline constexpr std::uint32_t kInternetReferences = 0x1039;
+inline constexpr std::uint32_t kInReplyToId = 0x1042;
+inline constexpr std::uint32_t kInternetCodepage = 0x3FDE;
+inline constexpr std::uint32_t kMessageCodepage = 0x3FFD;
 inline constexpr std::uint32_t kSenderSmtp = 0x5D01;
 inline constexpr std::uint32_t kSentRepresentingSmtp = 0x5D02;
 inline constexpr std::uint32_t kFirstNamedString = 0x8000;
@@ -58,7 +72,11 @@ inline constexpr std::array<std::uint32_t, 8> kSenderAddressCandidates = {
     0x0065, 0x0C1F, 0x801C, 0x8083, 0x8011, 0x802B, 0x5D01, 0x5D02};
 
 // Recipient properties.
+inline constexpr std::uint32_t kRecipientType = 0x0C15;  // 1 To, 2 Cc, 3 Bcc (low byte)
+inline constexpr std::uint32_t kRecipientTypeCc = 2;
+inline constexpr std::uint32_t kRecipientTypeBcc = 3;
 inline constexpr std::uint32_t kDisplayName = 0x3001;
+inline constexpr std::uint32_t kAddressType = 0x3002;
 inline constexpr std::uint32_t kEmailAddress = 0x3003;
 inline constexpr std::uint32_t kSmtpAddress = 0x39FE;
 
@@ -74,6 +92,11 @@ inline constexpr std::uint32_t kAttachContentLocation = 0x3713;
 inline constexpr std::uint32_t kAttachDisposition = 0x3716;
 inline constexpr std::uint32_t kAttachMethodEmbeddedMessage = 5;
 inline constexpr std::uint32_t kAttachMethodUnread = 0xBEEFCAFE;
+
+// RTF header words that the MSG reader looks for in the decompressed body.
+inline constexpr std::string_view kRtfAnsiCodePage = "\\ansicpg";
+inline constexpr std::string_view kRtfFromHtml = "\\fromhtml1";
+inline constexpr std::size_t kRtfHeaderScan = 4096;
 
 // Named-property mapping streams (binary) inside "__nameid_version1.0".
 inline constexpr std::uint32_t kNameIdGuidStream = 0x0002;

@@ -1,5 +1,6 @@
 #include "readers/msg/ItemProperties.h"
 
+#include "readers/msg/Format.h"
 #include "readers/msg/PropertyAccess.h"
 #include "util/TimeWangers.h"
 
@@ -7,14 +8,8 @@ namespace qh {
 
 using namespace msgformat;
 
-namespace {
-// Property stream headers: 32 bytes for the file's message, 24 for an embedded one.
-constexpr std::size_t kTopLevelHeaderSize = 32;
-constexpr std::size_t kEmbeddedHeaderSize = 24;
-}  // namespace
-
 MsgItemProperties::MsgItemProperties(const Dict& root, bool embedded)
-    : root_(root), headerSize_(embedded ? kEmbeddedHeaderSize : kTopLevelHeaderSize), resolver_(root) {}
+    : root_(root), headerSize_(embedded ? kEmbeddedPropertyHeaderSize : kTopPropertyHeaderSize), resolver_(root) {}
 
 std::optional<std::string> MsgItemProperties::string(std::uint32_t tag) const {
     std::string text = MsgPropertyAccess::decodeElement(tag, kTypeUnicode, &root_);

@@ -5,8 +5,7 @@
 #include "core/ByteCursor.h"
 #include "core/TextEncoding.h"
 #include "readers/msg/Format.h"
-#include "util/DataWangers.h"
-#include "util/StringWangers.h"
+#include "readers/msg/MsgText.h"
 #include "util/TimeWangers.h"
 
 namespace qh {
@@ -46,23 +45,7 @@ const Dict* MsgPropertyAccess::getStorageFromRoot(std::string_view prefix, std::
 
 std::string MsgPropertyAccess::decodeElement(std::uint32_t element, std::uint32_t elementType,
                                              const Dict* container) {
-    StringEncoding encoding = elementType == kTypeUnicode ? StringEncoding::UTF16LE : StringEncoding::ASCII;
-    std::optional<Blob> data = getDataFromRoot(kSubstgPrefix, element, elementType, container);
-    if (!data) {
-        // Files write a string property in one of the two string types; take the other.
-        if (elementType == kTypeUnicode) {
-            data = getDataFromRoot(kSubstgPrefix, element, kTypeString8, container);
-            encoding = StringEncoding::ASCII;
-        } else {
-            data = getDataFromRoot(kSubstgPrefix, element, kTypeUnicode, container);
-            encoding = StringEncoding::UTF16LE;
-        }
-    }
-    if (!data) return "";
-    // 8-bit text that is not ASCII comes back as Windows-1252 through the fallback chain.
-    std::optional<std::string> text = DataWangers::getStringFromData(data->view(), encoding);
-    if (!text) return "";
-    return StringWangers::zapGremlins(*text).value_or("");
+    return MsgText(MsgRules::classic()).property(element, elementType, container);
 }
 
 namespace {

@@ -11,6 +11,8 @@
 
 #include "core/Reading.h"
 #include "core/Value.h"
+#include "readers/msg/MsgRules.h"
+#include "readers/msg/MsgText.h"
 #include "readers/msg/NamedProperties.h"
 #include "readers/msg/PropertyAccess.h"
 #include "readers/msg/ReadBudget.h"
@@ -21,25 +23,29 @@ class ReadMSG {
 public:
     // None when the bytes are no compound document. `exactStreams` cuts every
     // stream to its directory size before anything is read from it.
-    static std::unique_ptr<ReadMSG> initWithData(ByteView data, bool exactStreams = false);
-    // The same in the reading `options` chooses.
-    static std::unique_ptr<ReadMSG> initWithData(ByteView data, const ReadOptions& options) {
-        return initWithData(data, options.exactStreams);
+    // The classic reading.
+    static std::unique_ptr<ReadMSG> initWithData(ByteView data, bool exactStreams = false) {
+        return initWithData(data, ReadOptions::classic(exactStreams));
     }
+    // The same in the reading `options` chooses (MsgRules tells where the
+    // readings differ).
+    static std::unique_ptr<ReadMSG> initWithData(ByteView data, const ReadOptions& options);
 
     // The same from an entry dictionary already taken from a compound
     // document; `inputSize` scales what embedded messages may take.
-    static std::unique_ptr<ReadMSG> initWithEntryDictionary(const Dict& root, std::size_t inputSize = 0);
+    static std::unique_ptr<ReadMSG> initWithEntryDictionary(const Dict& root, std::size_t inputSize = 0,
+                                                            Reading reading = Reading::classic);
 
     const Dict* returnFullDictionary() const { return &mailContent_; }
     const Value* getContent(std::string_view key) const { return mailContent_.find(key); }
     // Does nothing: the dictionary is built by initWithData.
     void buildDictionary(ByteView data);
-    // {"Subject", "Body", "From"}, "-" for what is missing.
-    static std::optional<Dict> getSummaryForMessage(ByteView data, bool exactStreams = false);
-    static std::optional<Dict> getSummaryForMessage(ByteView data, const ReadOptions& options) {
-        return getSummaryForMessage(data, options.exactStreams);
+    // {"Subject", "Body", "From"}, "-" for what is missing; the classic reading.
+    static std::optional<Dict> getSummaryForMessage(ByteView data, bool exactStreams = false) {
+        return getSummaryForMessage(data, ReadOptions::classic(exactStreams));
     }
+    // The same in the reading `options` chooses.
+    static std::optional<Dict> getSummaryForMessage(ByteView data, const ReadOptions& options);
 
     // The message dictionary of one message storage, and the header dictionary
     // of its transport header (which also sets fullHeader()).
@@ -47,8 +53,9 @@ public:
     Dict buildHeaderForMessage(const Dict& root);
     const std::optional<std::string>& fullHeader() const { return fullHeader_; }
 
-    // An embedded message's dictionary, one level below `budget`'s.
-    static Dict buildEmbeddedMessage(const Dict& storage, MsgReadBudget& budget);
+    // An embedded message's dictionary, one level below `budget`'s, read as
+    // `outer` (the message holding it) reads.
+    static Dict buildEmbeddedMessage(const Dict& storage, MsgReadBudget& budget, const MsgText& outer);
 
     // Class operations.
     static std::string getHexFromElement(std::uint32_t element, std::uint32_t elementType) {
@@ -74,6 +81,7 @@ public:
     }
     static Array getRecipientsForMessage(const Dict& root);
     static Array getAttachmentsForMessage(const Dict& root, MsgReadBudget& budget);
+    static Array getAttachmentsForMessage(const Dict& root, MsgReadBudget& budget, const MsgText& text);
     static Array retrieveVoiceNotesForMessage(const Dict& root);
     static std::optional<Blob> generateAttachedMessageData(const Dict& message);
     // Contact and appointment keys (core/ItemKeys.h); `embedded` tells the
@@ -85,7 +93,9 @@ public:
     ReadMSG& operator=(const ReadMSG&) = delete;
 
 private:
-    explicit ReadMSG(MsgReadBudget* budget) : budget_(budget) {}
+    Dict buildHeaderForMessage(const Dict& root, const MsgText& text);
+    ReadMSG(MsgReadBudget* budget, const MsgRules& rules, const MsgText* outer)
+        : budget_(budget), rules_(&rules), outer_(outer) {}
 
     Dict mailContent_;
     std::optional<std::string> fullHeader_;
@@ -94,6 +104,8 @@ private:
     std::string toURL_;
     MsgReadBudget ownBudget_;
     MsgReadBudget* budget_;
+    const MsgRules* rules_;
+    const MsgText* outer_;  // the message this one is embedded in, or null
 };
 
 }  // namespace qh

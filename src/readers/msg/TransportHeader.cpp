@@ -63,10 +63,21 @@ std::string MsgTransportHeader::decodeSubject(const std::string& value) {
     return WebWangers::decodeQuotedPrintableString(joined, "quoted-printable");
 }
 
-Dict MsgTransportHeader::parse(std::string_view header) {
-    Dict fields;
+Dict MsgTransportHeader::parse(std::string_view header, MsgRules::HeaderFields fields) {
+    Dict parsed;
     std::string pendingName;
     std::string pendingValue;
+    auto file = [&] {
+        if (pendingName.empty() || pendingValue.empty()) return;
+        std::string name = upper(pendingName);
+        if (name == "TO" || name == "FROM" || name == "CC" || name == "BCC") {
+            parsed.set(name, Value(processEmailAddresses(pendingValue)));
+        } else if (pendingName == "Date") {
+            parsed.set("Date", Value(pendingValue));
+        } else if (pendingName == "Subject") {
+            parsed.set("Subject", Value(decodeSubject(pendingValue)));
+        }
+    };
     for (std::string_view line : split(header, "\n")) {
         std::string firstWord = TextEncoding::trimWhitespaceAndNewlines(line.substr(0, line.find(' ')));
         if (firstWord.empty() || firstWord.back() != ':') {
@@ -75,23 +86,15 @@ Dict MsgTransportHeader::parse(std::string_view header) {
             pendingValue += line;
             continue;
         }
-        if (!pendingName.empty() && !pendingValue.empty()) {
-            std::string name = upper(pendingName);
-            if (name == "TO" || name == "FROM" || name == "CC" || name == "BCC") {
-                fields.set(name, Value(processEmailAddresses(pendingValue)));
-            } else if (pendingName == "Date") {
-                fields.set("Date", Value(pendingValue));
-            } else if (pendingName == "Subject") {
-                fields.set("Subject", Value(decodeSubject(pendingValue)));
-            }
-        }
+        file();
         std::size_t colon = line.find(':');
         pendingName = std::string(line.substr(0, colon));
         pendingValue = TextEncoding::trimWhitespaceAndNewlines(line.substr(colon + 1));
     }
-    // The field still pending here is not filed: a header ending in
-    // "Subject:" yields no subject, and readers of these dictionaries rely on it.
-    return fields;
+    // classic: the field still pending here is not filed, so a header ending
+    // in "Subject:" yields no subject; readers of these dictionaries rely on it.
+    if (fields == MsgRules::HeaderFields::EveryField) file();
+    return parsed;
 }
 
 }  // namespace qh

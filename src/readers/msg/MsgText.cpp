@@ -1,0 +1,166 @@
+#include "readers/msg/MsgText.h"
+
+#include <algorithm>
+
+#include <unicode/utf8.h>
+
+#include "core/TextEncoding.h"
+#include "readers/msg/Format.h"
+#include "util/CodePages.h"
+#include "util/DataWangers.h"
+#include "util/StringWangers.h"
+
+namespace qh {
+
+using namespace msgformat;
+
+namespace {
+// UTF-16LE without failing: an unpaired surrogate becomes U+FFFD and an odd
+// last byte is dropped, so the rest of the text is never lost.
+std::string lenientUTF16(ByteView bytes) {
+    if (auto text = TextEncoding::decode(bytes, StringEncoding::UTF16LE)) return std::move(*text);
+    std::u16string units(bytes.size() / 2, u'\0');
+    for (std::size_t i = 0; i < units.size(); ++i) {
+        units[i] = static_cast<char16_t>(bytes[2 * i] | (bytes[2 * i + 1] << 8));
+    }
+    return TextEncoding::fromUTF16(units);
+}
+
+std::uint32_t codePageValue(const std::optional<MsgPropertyAccess::PropertyValue>& value) {
+    return value ? MsgPropertyAccess::integerOf(*value) : 0;
+}
+}  // namespace
+
+MsgText MsgText::forMessage(const MsgRules& rules, ByteView properties, std::size_t headerSize, ByteView rtf,
+                            const MsgText* outer) {
+    MsgText text(rules);
+    if (rules.eightBit == MsgRules::EightBitText::Windows1252) return text;
+    text.messageCodePage_ =
+        codePageValue(text.fixed(kMessageCodepage, kTypeInteger32, properties, headerSize));
+    text.internetCodePage_ =
+        codePageValue(text.fixed(kInternetCodepage, kTypeInteger32, properties, headerSize));
+    text.rtfCodePage_ = rtfAnsiCodePage(rtf);
+    if (outer) {
+        if (!text.messageCodePage_) text.messageCodePage_ = outer->messageCodePage_;
+        if (!text.internetCodePage_) text.internetCodePage_ = outer->internetCodePage_;
+        if (!text.rtfCodePage_) text.rtfCodePage_ = outer->rtfCodePage_;
+    }
+    return text;
+}
+
+std::optional<std::string> MsgText::decode(ByteView bytes, std::uint32_t type, Use use) const {
+    if (bytes.empty()) return std::nullopt;
+    if (rules_->eightBit == MsgRules::EightBitText::Windows1252) {
+        // classic: 8-bit text that is not ASCII comes back as Windows-1252
+        // through the fallback chain; the family's dictionaries hold that.
+        return DataWangers::getStringFromData(bytes, type == kTypeUnicode ? StringEncoding::UTF16LE
+                                                                         : StringEncoding::ASCII);
+    }
+    if (type == kTypeUnicode) return lenientUTF16(bytes);
+    if (use == Use::Body) {
+        return CodePages::decodeWithFallback(bytes, {internetCodePage_, messageCodePage_, rtfCodePage_});
+    }
+    return CodePages::decodeWithFallback(bytes, {messageCodePage_, internetCodePage_, rtfCodePage_});
+}
+
+std::string MsgText::decodeHtml(ByteView bytes) const {
+    if (rules_->eightBit == MsgRules::EightBitText::Windows1252) {
+        return DataWangers::getStringFromData(bytes, StringEncoding::UTF8, "buildDictionaryForMessage", 0).value_or("");
+    }
+    return CodePages::decodeWithFallback(bytes, {internetCodePage_, messageCodePage_, 65001, rtfCodePage_});
+}
+
+std::optional<std::string> MsgText::find(std::uint32_t element, std::uint32_t preferredType, const Dict* container,
+                                         Use use) const {
+    std::uint32_t type = preferredType;
+    std::optional<Blob> data = MsgPropertyAccess::getDataFromRoot(kSubstgPrefix, element, type, container);
+    if (!data) {
+        // Files write a string property in one of the two string types; take the other.
+        type = preferredType == kTypeUnicode ? kTypeString8 : kTypeUnicode;
+        data = MsgPropertyAccess::getDataFromRoot(kSubstgPrefix, element, type, container);
+    }
+    if (!data) return std::nullopt;
+    std::optional<std::string> text = decode(data->view(), type, use);
+    if (!text) return std::nullopt;
+    std::optional<std::string> cleaned = clean(*text);
+    if (!cleaned || cleaned->empty()) return std::nullopt;
+    return cleaned;
+}
+
+std::optional<std::string> MsgText::clean(std::string_view text) const {
+    if (rules_->strings == MsgRules::StringCleaning::CutAtWideRun) {
+        // classic: the plug-in host and scripts diffing the dictionary expect the cut.
+        return StringWangers::zapGremlins(text);
+    }
+    std::string kept = keepWhole(text);
+    if (kept.empty()) return std::nullopt;
+    return kept;
+}
+
+std::optional<std::string> MsgText::oneLine(std::string_view text) const {
+    if (rules_->strings == MsgRules::StringCleaning::CutAtWideRun) {
+        // classic: the first line only (U+2028, U+2029 and U+0085 end it too).
+        std::size_t end = text.find_first_of("\n\r\v\f");
+        for (std::string_view mark : {"\xE2\x80\xA8", "\xE2\x80\xA9", "\xC2\x85"}) {
+            std::size_t found = text.find(mark);
+            if (found < end) end = found;
+        }
+        return clean(text.substr(0, end));
+    }
+    std::string joined;
+    joined.reserve(text.size());
+    bool inBreak = false;
+    for (char c : text) {
+        if (c == '\r' || c == '\n') {
+            inBreak = true;
+            continue;
+        }
+        if (inBreak && !joined.empty() && joined.back() != ' ' && c != ' ' && c != '\t') joined += ' ';
+        inBreak = false;
+        joined += c;
+    }
+    return clean(joined);
+}
+
+std::optional<MsgPropertyAccess::PropertyValue> MsgText::fixed(std::uint32_t element, std::uint32_t elementType,
+                                                               ByteView properties, std::size_t headerSize) const {
+    if (rules_->records == MsgRules::FixedRecords::SkipLastUnaligned) {
+        // classic: scanned from the first byte, the last record never examined.
+        return MsgPropertyAccess::getPropertyElement(element, elementType, properties);
+    }
+    return MsgPropertyAccess::findFixedProperty(element, elementType, properties, headerSize);
+}
+
+std::string MsgText::keepWhole(std::string_view text) {
+    std::size_t terminator = text.find('\0');
+    if (terminator != std::string_view::npos) text = text.substr(0, terminator);
+    const std::string sane = TextEncoding::sanitizeUTF8(text);
+    std::string kept;
+    kept.reserve(sane.size());
+    const auto* s = reinterpret_cast<const std::uint8_t*>(sane.data());
+    const auto length = static_cast<std::int32_t>(sane.size());
+    std::int32_t i = 0;
+    while (i < length) {
+        const std::int32_t start = i;
+        UChar32 c;
+        U8_NEXT_OR_FFFD(s, i, length, c);
+        const bool control = (c < 0x20 && c != '\t' && c != '\r' && c != '\n') || (c >= 0x7F && c <= 0x9F);
+        if (!control) kept.append(sane, std::size_t(start), std::size_t(i - start));
+    }
+    return TextEncoding::trimWhitespaceAndNewlines(kept);
+}
+
+std::uint32_t MsgText::rtfAnsiCodePage(ByteView rtf) {
+    std::string_view header = asText(rtf.first(std::min(rtf.size(), kRtfHeaderScan)));
+    std::size_t found = header.find(kRtfAnsiCodePage);
+    if (found == std::string_view::npos) return 0;
+    std::uint32_t codePage = 0;
+    for (std::size_t i = found + kRtfAnsiCodePage.size(); i < header.size() && header[i] >= '0' && header[i] <= '9';
+         ++i) {
+        codePage = codePage * 10 + static_cast<std::uint32_t>(header[i] - '0');
+        if (codePage > 0xFFFF) return 0;
+    }
+    return codePage;
+}
+
+}  // namespace qh
