@@ -1,5 +1,6 @@
-// The MSG reader on any bytes, in both stream modes, followed by the writers
-// it feeds: the MIME text of the message, and its vCard or iCalendar text.
+// The MSG reader on any bytes, in both readings (the classic one in both
+// stream modes), followed by the writers it feeds: the MIME text of the
+// message, and its vCard or iCalendar text; and the summary in both readings.
 #include <cstddef>
 #include <cstdint>
 
@@ -14,8 +15,9 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     }();
     (void)quiet;
     qh::ByteView bytes(data, size);
-    for (bool exactStreams : {false, true}) {
-        std::unique_ptr<qh::ReadMSG> reader = qh::ReadMSG::initWithData(bytes, exactStreams);
+    for (const qh::ReadOptions& options :
+         {qh::ReadOptions::classic(false), qh::ReadOptions::classic(true), qh::ReadOptions::complete()}) {
+        std::unique_ptr<qh::ReadMSG> reader = qh::ReadMSG::initWithData(bytes, options);
         if (!reader) return 0;
         const qh::Dict* message = reader->returnFullDictionary();
         if (!message) continue;
@@ -26,6 +28,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
         if (type && *type == "Contact") (void)writer->exportContacts();
         if (type && *type == "Calendar") (void)writer->exportAppointment();
     }
-    (void)qh::ReadMSG::getSummaryForMessage(bytes, true);
+    (void)qh::ReadMSG::getSummaryForMessage(bytes, qh::ReadOptions::classic(true));
+    (void)qh::ReadMSG::getSummaryForMessage(bytes, qh::ReadOptions::complete());
     return 0;
 }

@@ -315,3 +315,202 @@ TEST(ReadMSG, EmbeddingDeeperThanTheLimitIsNotFollowed) {
 }
 
 }  // namespace
+
+namespace readings {
+
+using qh::ReadOptions;
+
+Dict readAs(const MsgFixture& fixture, const ReadOptions& options) {
+    auto reader = ReadMSG::initWithData(fixture.build(), options);
+    EXPECT_TRUE(reader);
+    return reader ? *reader->returnFullDictionary() : Dict();
+}
+
+// "Name <address>; ..." of an address list, "<absent>" without one.
+std::string addresses(const Dict& message, std::string_view key) {
+    const qh::Array* list = message.findArray(key);
+    if (!list) return "<absent>";
+    std::string out;
+    for (const auto& record : *list) {
+        if (!out.empty()) out += "; ";
+        out += stringOf(*record.dict(), "Name") + " <" + stringOf(*record.dict(), "Address") + ">";
+    }
+    return out;
+}
+
+constexpr std::uint16_t kCodePageRecord = 0x3FFD;
+constexpr std::uint16_t kInternetCodePageRecord = 0x3FDE;
+
+MsgFixture note() { return std::move(MsgFixture().ansi("", 0x001A, "IPM.Note")); }
+MsgFixture withCodePage(std::uint32_t codePage) {
+    return std::move(note().properties("", MsgFixture::kTopHeader, {{0x0003, kCodePageRecord, codePage}}));
+}
+
+// Each row: a message, the key looked at, what the classic and the complete
+// readings make of it.
+TEST(ReadMSGReadings, WhereTheReadingsDiffer) {
+    struct Case {
+        const char* what;
+        MsgFixture fixture;
+        std::string key;
+        std::string classic;
+        std::string complete;
+    };
+    Bytes htmlRtf = qhtest::RtfCompressor::compress(
+        "{\\rtf1\\ansi\\ansicpg1252\\fromhtml1 {\\*\\htmltag64 <p>}Hi {\\*\\htmltag72 </p>}\\par}");
+    Bytes plainRtf = qhtest::RtfCompressor::compress("{\\rtf1\\ansi\\ansicpg1251 Hello \\'e4\\'e0 RTF\\par}");
+    std::vector<Case> cases;
+    cases.push_back({"CJK after four Latin characters", std::move(note().unicode("", 0x1000, "Hello\r\nC 你好\r\nJ こんにちは")),
+                     "Body", "Hello\r\nC", "Hello\r\nC 你好\r\nJ こんにちは"});
+    cases.push_back({"CJK subject", std::move(note().unicode("", 0x0037, "The subject having “畑㵲応イ” text.")),
+                     "Subject", "The subject having “", "The subject having “畑㵲応イ” text."});
+    cases.push_back({"percent escapes", std::move(note().unicode("", 0x1000, "http://x/?a%3Db")), "Body",
+                     "http://x/?a=b", "http://x/?a%3Db"});
+    cases.push_back({"control characters", std::move(note().unicode("", 0x1000, "a\x01" "b\tc\x7f")), "Body",
+                     "a\x01" "b\tc\x7f", "ab\tc"});
+    cases.push_back({"subject lines", std::move(note().unicode("", 0x0037, "first\r\n second")), "Subject", "first",
+                     "first second"});
+    cases.push_back({"Shift-JIS subject, code page 932",
+                     std::move(withCodePage(932).ansi("", 0x0037, "\x93\xfa\x96\x7b")), "Subject", "“ú–{", "日本"});
+    cases.push_back({"Windows-1251 subject", std::move(withCodePage(1251).ansi("", 0x0037, "\xe4\xe0")), "Subject",
+                     "äà", "да"});
+    cases.push_back({"65001 over ANSI bytes falls back", std::move(withCodePage(65001).ansi("", 0x0037, "caf\xe9")),
+                     "Subject", "café", "café"});
+    cases.push_back({"unknown code page falls back", std::move(withCodePage(12345).ansi("", 0x0037, "caf\xe9")),
+                     "Subject", "café", "café"});
+    cases.push_back({"no code page: the RTF's \\ansicpg",
+                     std::move(note().ansi("", 0x0037, "\xe4\xe0").binary("", 0x1009, plainRtf)), "Subject", "äà",
+                     "да"});
+    cases.push_back({"RTF-only body", std::move(note().binary("", 0x1009, plainRtf)), "Body", "<absent>",
+                     "Hello да RTF"});
+    cases.push_back({"HTML in the internet code page",
+                     std::move(note()
+                                   .properties("", MsgFixture::kTopHeader, {{0x0003, kInternetCodePageRecord, 1251}})
+                                   .binary("", 0x1013, qh::asBytes("<p>\xe4\xe0</p>"))),
+                     "HTML", "<p>äà</p>", "<p>да</p>"});
+    cases.push_back({"HTML encapsulated in the RTF", std::move(note().binary("", 0x1009, htmlRtf)), "HTML", "<absent>",
+                     "<p>Hi </p>\r\n"});
+    cases.push_back({"HTML document in the plain body stays plain",
+                     std::move(note().unicode("", 0x1000, "<html><b>x</b></html>")), "HTML", "<html><b>x</b></html>",
+                     "<absent>"});
+    cases.push_back({"threading keys",
+                     std::move(note().unicode("", 0x1035, "<id@host>").unicode("", 0x1042, "<up@host>").ansi("", 0x1039, "<a@h> <b@h>")),
+                     "MessageID", "<absent>", "<id@host>"});
+    cases.push_back({"references", std::move(note().ansi("", 0x1039, "<a@h> <b@h>")), "References", "<absent>",
+                     "<a@h> <b@h>"});
+    cases.push_back({"submit time without delivery time",
+                     std::move(note().properties("", MsgFixture::kTopHeader, {{0x0040, 0x0039, qhtest::filetime(1700000000)}})),
+                     "TimeStamp", "<absent>", "1700000000"});
+    cases.push_back({"header's last field", std::move(note().unicode("", 0x007D, "Date: Tue, 2 Jan 2024\r\nSubject: Last")),
+                     "Subject", "<absent>", "Last"});
+    for (Case& c : cases) {
+        for (bool complete : {false, true}) {
+            Dict message = readAs(c.fixture, complete ? ReadOptions::complete() : ReadOptions::classic(true));
+            std::string got = stringOf(message, c.key);
+            if (const qh::Value* value = message.find(c.key); value && value->date()) {
+                got = std::to_string(static_cast<std::int64_t>(value->date()->unixSeconds));
+            }
+            EXPECT_EQ(got, complete ? c.complete : c.classic) << c.what << (complete ? " (complete)" : " (classic)");
+        }
+    }
+}
+
+TEST(ReadMSGReadings, RecipientsByTypeAndTheSender) {
+    struct Case {
+        const char* what;
+        MsgFixture fixture;
+        std::string to, cc, bcc, from;
+    };
+    const std::string r0 = MsgFixture::recipient(0), r1 = MsgFixture::recipient(1), r2 = MsgFixture::recipient(2);
+    auto typed = [](MsgFixture& f, const std::string& storage, std::uint64_t type) -> MsgFixture& {
+        return f.properties(storage, MsgFixture::kAttachmentHeader, {{0x0003, 0x0C15, type}});
+    };
+    std::vector<Case> cases;
+    {
+        MsgFixture f = note();
+        f.unicode(r0, 0x3001, "Ann").unicode(r0, 0x3002, "EX").unicode(r0, 0x3003, "/O=ORG/CN=ANN")
+            .unicode(r0, 0x39FE, "ann@example.com");
+        typed(f, r1, 2).ansi(r1, 0x3001, "Bob").ansi(r1, 0x3002, "SMTP").ansi(r1, 0x3003, "bob@example.com");
+        typed(f, r2, 0x10000003).unicode(r2, 0x3001, "Carl").unicode(r2, 0x3002, "EX").unicode(r2, 0x3003, "/O=ORG/CN=CARL");
+        cases.push_back({"types, 8-bit strings, SMTP first, never a DN", std::move(f), "Ann <ann@example.com>",
+                         "Bob <bob@example.com>", "Carl <>", " <>"});
+    }
+    {
+        MsgFixture f = withCodePage(1251);
+        f.ansi(r0, 0x3001, "\xc8\xe2\xe0\xed").ansi(r0, 0x3003, "ivan@example.ru");
+        f.ansi("", 0x0042, "\xc8\xe2\xe0\xed").ansi("", 0x0064, "SMTP").ansi("", 0x0065, "ivan@example.ru");
+        cases.push_back({"8-bit names in the message's code page; sent-representing sender", std::move(f),
+                         "Иван <ivan@example.ru>", "<absent>", "<absent>", "Иван <ivan@example.ru>"});
+    }
+    cases.push_back({"Exchange sender: the SMTP property",
+                     std::move(note().unicode("", 0x0C1A, "Ann").unicode("", 0x0C1E, "EX")
+                                   .unicode("", 0x0C1F, "/O=ORG/CN=ANN").unicode("", 0x5D01, "ann@example.com")),
+                     "", "<absent>", "<absent>", "Ann <ann@example.com>"});
+    cases.push_back({"sender from the transport header",
+                     std::move(note().unicode("", 0x0C1A, "Ann").unicode("", 0x0C1E, "EX").unicode("", 0x0C1F, "/O=ORG/CN=ANN")
+                                   .unicode("", 0x007D, "From: Ann <ann@example.com>\r\nX: y\r\n")),
+                     "", "<absent>", "<absent>", "Ann <ann@example.com>"});
+    cases.push_back({"no recipient storages: the display lists",
+                     std::move(note().unicode("", 0x0E04, "Ann; Bob").unicode("", 0x0E03, "Carl")),
+                     "Ann <>; Bob <>", "Carl <>", "<absent>", " <>"});
+    for (Case& c : cases) {
+        Dict message = readAs(c.fixture, ReadOptions::complete());
+        EXPECT_EQ(addresses(message, "To"), c.to) << c.what;
+        EXPECT_EQ(addresses(message, "CC"), c.cc) << c.what;
+        EXPECT_EQ(addresses(message, "BCC"), c.bcc) << c.what;
+        EXPECT_EQ(addresses(message, "From"), c.from) << c.what;
+    }
+}
+
+TEST(ReadMSGReadings, AttachmentsAndEmbeddedItems) {
+    std::string a = MsgFixture::attachment(0);
+    struct Case {
+        const char* displayName;
+        const char* messageClass;
+        std::string name, mimeType;
+    } cases[] = {
+        {"Microsoft Outlook テスト メッセージ", "IPM.Note", "Microsoft Outlook テスト メッセージ.eml", "message/rfc822"},
+        {"notes.msg", "IPM.Note", "notes.eml", "message/rfc822"},
+        {"notes.eml", "IPM.Note", "notes.eml", "message/rfc822"},
+        {"", "IPM.Note", "Inner subject.eml", "message/rfc822"},
+        {"A person", "IPM.Contact", "A person.vcf", "text/vcard"},
+        {"A meeting", "IPM.Appointment", "A meeting.ics", "text/calendar"},
+    };
+    for (const Case& c : cases) {
+        Dict message = readAs(embeddedMessage(a, c.displayName, c.messageClass), ReadOptions::complete());
+        EXPECT_EQ(stringOf(item(message, 0), "name"), c.name) << c.displayName;
+        EXPECT_EQ(stringOf(item(message, 0), "mimeType"), c.mimeType) << c.displayName;
+    }
+    // Every text in its own string type, the content id without brackets.
+    Dict message = readAs(withCodePage(1251)
+                              .ansi(a, 0x3707, "\xf4\xe0\xe9\xeb.txt")
+                              .ansi(a, 0x370E, "text/plain")
+                              .unicode(a, 0x3712, "<cid@example>")
+                              .binary(a, 0x3701, qh::asBytes("payload")),
+                          ReadOptions::complete());
+    EXPECT_EQ(stringOf(item(message, 0), "name"), "файл.txt");
+    EXPECT_EQ(stringOf(item(message, 0), "mimeType"), "text/plain");
+    EXPECT_EQ(stringOf(item(message, 0), "AttachContentID"), "cid@example");
+}
+
+TEST(ReadMSGReadings, SummaryFollowsTheReading) {
+    Bytes rtf = qhtest::RtfCompressor::compress("{\\rtf1\\ansi From RTF\\par}");
+    Bytes file = note()
+                     .unicode("", 0x0037, "Hello 你好 there")
+                     .unicode("", 0x0C1E, "EX")
+                     .unicode("", 0x0C1F, "/O=ORG/CN=ANN")
+                     .unicode("", 0x5D01, "ann@example.com")
+                     .binary("", 0x1009, rtf)
+                     .build();
+    auto classic = ReadMSG::getSummaryForMessage(file, ReadOptions::classic(true));
+    auto complete = ReadMSG::getSummaryForMessage(file, ReadOptions::complete());
+    ASSERT_TRUE(classic && complete);
+    EXPECT_EQ(stringOf(*classic, "Subject"), "Hello");
+    EXPECT_EQ(stringOf(*classic, "Body"), "-");
+    EXPECT_EQ(stringOf(*classic, "From"), "");
+    EXPECT_EQ(stringOf(*complete, "Subject"), "Hello 你好 there");
+    EXPECT_EQ(stringOf(*complete, "Body"), "From RTF");
+    EXPECT_EQ(stringOf(*complete, "From"), "ann@example.com");
+}
+
+}  // namespace readings

@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include "core/Log.h"
+#include "util/CodePages.h"
 #include "util/Base64Codec.h"
 #include "util/DataWangers.h"
 #include "util/WebWangers.h"
@@ -300,4 +301,43 @@ TEST(PercentDecoding, FailsOnBadEscapesAndInvalidUtf8) {
     EXPECT_FALSE(WebWangers::removePercentEncodingFromString("%zz"));
     EXPECT_FALSE(WebWangers::removePercentEncodingFromString("%E9"));
     EXPECT_EQ(WebWangers::removePercentEncodingFromString("plain"), "plain");
+}
+
+// 8-bit text by Windows code page, and the fallback that keeps every byte.
+TEST(CodePages, DecodeByNumberWithWindows1252Fallback) {
+    struct Case {
+        std::uint32_t codePage;
+        std::string bytes;
+        std::string expected;
+    } cases[] = {
+        {932, "\x93\xfa\x96\x7b\x8c\xea", "日本語"},
+        {936, "\xc4\xe3\xba\xc3", "你好"},
+        {949, "\xbe\xc8\xb3\xe7", "안녕"},
+        {950, "\xa7\x41\xa6\x6e", "你好"},
+        {874, "\xca\xc7\xd1\xca", "สวัส"},
+        {1251, "\xcf\xf0\xe8", "При"},
+        {1253, "\xe1\xe2", "αβ"},
+        {1258, "Vi\xd2t", "Vi\u0309t"},
+        {20127, "plain", "plain"},
+        {20866, "\xf0\xd2\xc9", "При"},
+        {28592, "\xb1", "ą"},
+        {28605, "\xa4", "€"},
+        {50220, "\x1b$B$\"\x1b(B", "あ"},
+        {51932, "\xa4\xa2", "あ"},
+        {65001, "caf\xc3\xa9", "café"},
+        // A lying or unknown code page falls back to Windows-1252.
+        {65001, "caf\xe9", "café"},
+        {20127, "caf\xe9", "café"},
+        {12345, "caf\xe9", "café"},
+        {1200, "caf\xe9", "café"},
+        {0, "\x80", "€"},
+        // Bytes Windows-1252 leaves unmapped stand for themselves.
+        {0, "a\x81" "b", "a\u0081b"},
+    };
+    for (const Case& c : cases) {
+        EXPECT_EQ(qh::CodePages::decodeWithFallback(qh::asBytes(c.bytes), {c.codePage}), c.expected) << c.codePage;
+    }
+    EXPECT_FALSE(qh::CodePages::converterName(1200));
+    EXPECT_FALSE(qh::CodePages::decode(qh::asBytes("caf\xe9"), 65001));
+    EXPECT_EQ(qh::CodePages::decodeWithFallback(qh::asBytes("\xe4\xe0"), {0, 65001, 1251}), "да");
 }

@@ -137,6 +137,10 @@ std::optional<std::string> optionalText(const Dict& storage, const MsgText& text
 // file name (without a ".msg" that no longer fits), else the message's own
 // subject, with the extension of what the converted text is.
 std::string embeddedName(const Names& names, const Dict& message, const std::string& unnamed) {
+    auto endsWith = [](std::string_view text, std::string_view suffix) {
+        return text.size() > suffix.size() &&
+               TextEncoding::equalsIgnoringCase(text.substr(text.size() - suffix.size()), suffix);
+    };
     std::string base;
     for (const NameRead* read : {&names.longName, &names.shortName, &names.display}) {
         if (read->text && !read->text->empty()) {
@@ -144,17 +148,17 @@ std::string embeddedName(const Names& names, const Dict& message, const std::str
             break;
         }
     }
-    if (base.size() > 4 && TextEncoding::equalsIgnoringCase(std::string_view(base).substr(base.size() - 4), ".msg")) {
-        base.resize(base.size() - 4);
-    }
+    if (endsWith(base, ".msg")) base.resize(base.size() - 4);
     if (base.empty()) {
         if (const std::string* subject = message.findString(keys::kSubject)) base = *subject;
     }
     if (base.empty()) base = unnamed;
     const std::string* type = message.findString(keys::kMessageType);
-    if (type && *type == "Contact") return base + ".vcf";
-    if (type && *type == "Calendar") return base + ".ics";
-    return base + ".eml";
+    std::string_view extension = ".eml";
+    if (type && *type == "Contact") extension = ".vcf";
+    if (type && *type == "Calendar") extension = ".ics";
+    if (!endsWith(base, extension)) base += extension;
+    return base;
 }
 
 std::string embeddedMimeType(const Dict& message) {
