@@ -15,6 +15,7 @@
 #include "util/BitWangers.h"
 #include "util/DataWangers.h"
 #include "util/StringWangers.h"
+#include "writers/MimeWriter.h"
 #include "writers/WriteEML.h"
 
 namespace qh {
@@ -279,7 +280,7 @@ Array MsgAttachments::getAttachmentsForMessage(const Dict& root, MsgReadBudget& 
                 if (estimate > budget.convertedLimit || budget.convertedBytes > budget.convertedLimit - estimate) {
                     Log::line("Embedded messages too large - not converted");
                 } else {
-                    converted = generateAttachedMessageData(message);
+                    converted = generateAttachedMessageData(message, text.rules());
                     if (converted) budget.convertedBytes += converted->size();
                 }
             }
@@ -309,7 +310,7 @@ Array MsgAttachments::getAttachmentsForMessage(const Dict& root, MsgReadBudget& 
     return items;
 }
 
-std::optional<Blob> MsgAttachments::generateAttachedMessageData(const Dict& message) {
+std::optional<Blob> MsgAttachments::generateAttachedMessageData(const Dict& message, const MsgRules& rules) {
     std::unique_ptr<WriteEML> writer = WriteEML::initWithDictionary(&message);
     if (!writer) return std::nullopt;
     const std::string* type = message.findString(keys::kMessageType);
@@ -318,6 +319,8 @@ std::optional<Blob> MsgAttachments::generateAttachedMessageData(const Dict& mess
         text = writer->exportContacts();
     } else if (type && *type == "Calendar") {
         text = writer->exportAppointment();
+    } else if (rules.embeddedText == MsgRules::EmbeddedText::StandardsMime) {
+        text = MimeWriter::write(message, {});
     } else {
         text = writer->formatOutputFile();
     }

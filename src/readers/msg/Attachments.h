@@ -19,7 +19,11 @@ public:
         return getAttachmentsForMessage(root, budget, MsgText(MsgRules::classic()));
     }
     // The MIME, vCard or iCalendar text of a message dictionary, or none when empty.
-    static std::optional<Blob> generateAttachedMessageData(const Dict& message);
+    static std::optional<Blob> generateAttachedMessageData(const Dict& message) {
+        return generateAttachedMessageData(message, MsgRules::classic());
+    }
+    // The same with the writer `rules` choose for a message.
+    static std::optional<Blob> generateAttachedMessageData(const Dict& message, const MsgRules& rules);
     // Zero or one "Windows CE VoiceNote.wav" item from the root's 0x6803 stream.
     static Array retrieveVoiceNotesForMessage(const Dict& root);
     // Has the last path component of `name` an extension?

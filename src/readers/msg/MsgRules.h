@@ -51,6 +51,11 @@ struct MsgRules {
     // from its whole subject with the extension of what it holds (".eml",
     // ".vcf", ".ics"), content ids without angle brackets.
     enum class AttachmentTexts { NameTypeAndMsgSuffix, OwnTypeAndTrueSuffix };
+    // classic: an embedded message becomes the EML writer's text (the
+    // family's attachment consumers parse that text); complete: standards
+    // MIME (MimeWriter), since the classic text is not RFC 5322 conformant.
+    // Contacts and appointments are vCard and iCalendar text in both.
+    enum class EmbeddedText { ClassicWriter, StandardsMime };
     // classic: a transport header's last field is never filed (readers of
     // these dictionaries rely on it); complete: it is, like every other.
     enum class HeaderFields { LastNeverFiled, EveryField };
@@ -66,6 +71,7 @@ struct MsgRules {
     Bodies bodies;
     Envelope envelope;
     AttachmentTexts attachments;
+    EmbeddedText embeddedText;
     HeaderFields header;
     DisplayTo displayTo;
 
@@ -74,12 +80,12 @@ struct MsgRules {
                                            FixedRecords::SkipLastUnaligned, Recipients::AllUnderToUnicodeOnly,
                                            Sender::FirstValidCandidate, Bodies::AsStored,
                                            Envelope::DeliveryTimeOnly, AttachmentTexts::NameTypeAndMsgSuffix,
-                                           HeaderFields::LastNeverFiled, DisplayTo::Unused};
+                                           EmbeddedText::ClassicWriter, HeaderFields::LastNeverFiled, DisplayTo::Unused};
         static constexpr MsgRules kComplete{StringCleaning::KeepWhole, EightBitText::MessageCodePage,
                                             FixedRecords::EveryRecordAligned, Recipients::ByTypeEitherString,
                                             Sender::SmtpFirst, Bodies::WholeWithRtfFallback,
                                             Envelope::ThreadingAndSubmitTime, AttachmentTexts::OwnTypeAndTrueSuffix,
-                                            HeaderFields::EveryField, DisplayTo::WhenNoRecipients};
+                                            EmbeddedText::StandardsMime, HeaderFields::EveryField, DisplayTo::WhenNoRecipients};
         return reading == Reading::complete ? kComplete : kClassic;
     }
     static const MsgRules& classic() { return of(Reading::classic); }

@@ -29,17 +29,20 @@ MsgNamedProperties::Mapping MsgNamedProperties::getNamedPropertiesForMessage(con
 std::vector<MsgNamedProperties::Guid> MsgNamedProperties::calculateGuids(const std::optional<Blob>& stream) {
     std::vector<Guid> guids;
     if (!stream || stream->size() < kGuidSize + 1) return guids;
-    ByteView bytes = stream->view();
-    const std::size_t length = bytes.size();
-    for (std::size_t offset = 0;; offset += kGuidSize) {
+    const std::size_t length = stream->size();
+    ByteCursor cursor(stream->view());
+    while (true) {
+        ByteView stored = cursor.bytes(kGuidSize);
+        if (cursor.isShort()) break;
         Guid guid{};
         // Data1 reversed, then Data2 and Data3 reversed together as one number.
-        for (int i = 0; i < 4; ++i) guid[i] = bytes[offset + 3 - i];
-        for (int i = 0; i < 4; ++i) guid[4 + i] = bytes[offset + 7 - i];
-        std::copy_n(bytes.begin() + static_cast<std::ptrdiff_t>(offset + 8), 8, guid.begin() + 8);
+        std::reverse_copy(stored.begin(), stored.begin() + 4, guid.begin());
+        std::reverse_copy(stored.begin() + 4, stored.begin() + 8, guid.begin() + 4);
+        std::copy(stored.begin() + 8, stored.end(), guid.begin() + 8);
         guids.push_back(guid);
-        // Stops one GUID early: the last GUID of the stream is never read.
-        if (!(length > offset + 2 * kGuidSize)) break;
+        // classic: stops one GUID early, the last GUID of the stream is never
+        // read; the contact and appointment builders of the family expect it.
+        if (!(length > cursor.position() + kGuidSize)) break;
     }
     return guids;
 }
@@ -48,13 +51,16 @@ std::map<std::int64_t, std::uint32_t> MsgNamedProperties::calculateEntryStreamIn
     const std::optional<Blob>& stream) {
     std::map<std::int64_t, std::uint32_t> result;
     if (!stream || stream->size() < kNameIdEntrySize + 1) return result;
-    ByteView bytes = stream->view();
-    const std::size_t length = bytes.size();
-    for (std::size_t offset = 0;; offset += kNameIdEntrySize) {
-        std::int32_t id = ByteCursor(bytes, offset).i32le();
+    const std::size_t length = stream->size();
+    ByteCursor cursor(stream->view());
+    while (true) {
+        const std::size_t offset = cursor.position();
+        std::int32_t id = cursor.i32le();
+        cursor.skip(kNameIdEntrySize - 4);
+        if (cursor.isShort()) break;
         result[id] = kFirstNamedPropertyId + static_cast<std::uint32_t>(offset / kNameIdEntrySize);
-        // As with the GUIDs, the last record is never read.
-        if (!(length > offset + 2 * kNameIdEntrySize)) break;
+        // classic: as with the GUIDs, the last record is never read.
+        if (!(length > cursor.position() + kNameIdEntrySize)) break;
     }
     return result;
 }
@@ -66,25 +72,21 @@ std::vector<std::string> MsgNamedProperties::generateStringStream(const std::opt
     const std::size_t length = bytes.size();
     std::size_t pos = 0;
     std::size_t start = 4;
-    Bytes name;
     while (true) {
         std::int32_t declared = ByteCursor(bytes, pos).i32le();
-        name.clear();
-        // Two bytes at a time; a name whose last unit ends exactly at the
-        // stream's end loses it. A negative length copies nothing.
-        std::size_t read = start;
-        while (declared > 0 && name.size() < static_cast<std::size_t>(declared)) {
-            if (length <= read + 2) break;
-            name.push_back(bytes[read]);
-            name.push_back(bytes[read + 1]);
-            read += 2;
-        }
+        // Two bytes at a time up to the declared length (a negative one copies
+        // nothing). classic: a unit is copied only when two more bytes follow
+        // its start, so a name whose last unit ends exactly at the stream's
+        // end loses it; the family's named-property lists depend on it.
+        const std::size_t wanted = declared > 0 ? (static_cast<std::size_t>(declared) + 1) / 2 * 2 : 0;
+        const std::size_t copyable = length > start + 2 ? ((length - 3 - start) / 2 + 1) * 2 : 0;
+        ByteView name = ByteCursor(bytes, start).upTo(std::min(wanted, copyable));
         if (std::optional<std::string> text = TextEncoding::decode(name, StringEncoding::UTF16LE);
             text && !text->empty()) {
             strings.push_back(std::move(*text));
         }
-        // The step to the next entry is len + 2 bytes past the name's start,
-        // not the format's 4-byte alignment.
+        // classic: the step to the next entry is len + 2 bytes past the
+        // name's start, not the format's 4-byte alignment.
         std::int64_t next = static_cast<std::int64_t>(start) + declared + 2;
         if (next <= static_cast<std::int64_t>(pos)) break;  // a negative length would walk backwards
         pos = static_cast<std::size_t>(next);
@@ -107,18 +109,22 @@ std::optional<std::uint32_t> MsgNamedProperties::Resolver::find(const GuidBytes&
     // Which GUID index stands for the set in this file: the GUID stream's
     // position + 3 (indexes 1 and 2 are the two well-known sets, never ours).
     std::optional<std::uint32_t> wantedIndex;
-    for (std::size_t offset = 0; fits(offset, kGuidSize, guidStream_.size()); offset += kGuidSize) {
-        if (std::equal(propertySet.begin(), propertySet.end(), guidStream_.begin() + static_cast<std::ptrdiff_t>(offset))) {
-            wantedIndex = kGuidIndexFirstStream + static_cast<std::uint32_t>(offset / kGuidSize);
+    ByteCursor guids(guidStream_);
+    for (std::uint32_t index = kGuidIndexFirstStream;; ++index) {
+        ByteView guid = guids.bytes(kGuidSize);
+        if (guids.isShort()) break;
+        if (std::equal(propertySet.begin(), propertySet.end(), guid.begin())) {
+            wantedIndex = index;
             break;
         }
     }
     if (!wantedIndex) return std::nullopt;
-    for (std::size_t offset = 0; fits(offset, kNameIdEntrySize, entryStream_.size()); offset += kNameIdEntrySize) {
-        ByteCursor record(entryStream_, offset);
-        std::uint32_t nameId = record.u32le();
-        std::uint16_t indexAndKind = record.u16le();
-        std::uint16_t propertyIndex = record.u16le();
+    ByteCursor entries(entryStream_);
+    while (true) {
+        std::uint32_t nameId = entries.u32le();
+        std::uint16_t indexAndKind = entries.u16le();
+        std::uint16_t propertyIndex = entries.u16le();
+        if (entries.isShort()) break;
         bool isString = (indexAndKind & 1) != 0;
         std::uint32_t guidIndex = indexAndKind >> 1;
         if (!isString && guidIndex == *wantedIndex && nameId == name) {
