@@ -1,6 +1,7 @@
 #pragma once
 // Wire constants of TNEF streams (MS-OXTNEF) and of the MAPI property
 // encoding inside them. Nothing but constants lives here.
+#include <cstddef>
 #include <cstdint>
 
 namespace qh::tnef {
@@ -37,6 +38,7 @@ inline constexpr std::uint32_t kAttDateStart = 0x00030006;
 inline constexpr std::uint32_t kAttDateEnd = 0x00030007;
 
 // MAPI property types (the low 16 bits of a property tag).
+inline constexpr std::uint16_t kTypeNull = 0x0001;
 inline constexpr std::uint16_t kTypeShort = 0x0002;
 inline constexpr std::uint16_t kTypeLong = 0x0003;
 inline constexpr std::uint16_t kTypeFloat = 0x0004;
@@ -63,6 +65,46 @@ inline constexpr std::uint16_t kIdSubject = 0x0037;
 inline constexpr std::uint16_t kIdConversationTopic = 0x0070;
 inline constexpr std::uint32_t kTagAttachLongFilename = 0x3707001E;
 inline constexpr std::uint32_t kTagDisplayName = 0x3001001E;
+
+// Property ids the complete reading takes (type chosen by the value found).
+inline constexpr std::uint16_t kIdSenderName = 0x0C1A;
+inline constexpr std::uint16_t kIdSenderEmail = 0x0C1F;
+inline constexpr std::uint16_t kIdSenderAddressType = 0x0C1E;
+inline constexpr std::uint16_t kIdSenderSmtp = 0x5D01;
+inline constexpr std::uint16_t kIdSentRepresentingName = 0x0042;
+inline constexpr std::uint16_t kIdSentRepresentingEmail = 0x0065;
+inline constexpr std::uint16_t kIdSentRepresentingAddressType = 0x0064;
+inline constexpr std::uint16_t kIdSentRepresentingSmtp = 0x5D02;
+inline constexpr std::uint16_t kIdClientSubmitTime = 0x0039;
+inline constexpr std::uint16_t kIdDeliveryTime = 0x0E06;
+inline constexpr std::uint16_t kIdBody = 0x1000;
+inline constexpr std::uint16_t kIdHtml = 0x1013;
+inline constexpr std::uint16_t kIdRtfCompressed = 0x1009;
+inline constexpr std::uint16_t kIdInternetMessageId = 0x1035;
+inline constexpr std::uint16_t kIdMessageCodePage = 0x3FFD;
+inline constexpr std::uint16_t kIdInternetCodePage = 0x3FDE;
+inline constexpr std::uint16_t kIdRecipientType = 0x0C15;
+inline constexpr std::uint16_t kIdDisplayName = 0x3001;
+inline constexpr std::uint16_t kIdAddressType = 0x3002;
+inline constexpr std::uint16_t kIdEmailAddress = 0x3003;
+inline constexpr std::uint16_t kIdSmtpAddress = 0x39FE;
+inline constexpr std::uint16_t kIdAttachData = 0x3701;
+inline constexpr std::uint16_t kIdAttachFilename = 0x3704;
+inline constexpr std::uint16_t kIdAttachMethod = 0x3705;
+inline constexpr std::uint16_t kIdAttachLongFilename = 0x3707;
+inline constexpr std::uint16_t kIdAttachMimeTag = 0x370E;
+inline constexpr std::uint16_t kIdAttachContentId = 0x3712;
+
+// Recipient types (PR_RECIPIENT_TYPE) and the attachment method of an
+// attached message (PR_ATTACH_METHOD).
+inline constexpr std::uint32_t kRecipientTo = 1;
+inline constexpr std::uint32_t kRecipientCc = 2;
+inline constexpr std::uint32_t kRecipientBcc = 3;
+inline constexpr std::uint32_t kAttachEmbeddedMessage = 5;
+// PR_ATTACH_DATA_OBJ starts with the 16-byte interface id of what follows.
+inline constexpr std::size_t kObjectInterfaceIdSize = 16;
+// The first bytes of a compound document (an attached .msg).
+inline constexpr std::uint8_t kCompoundSignature[8] = {0xD0, 0xCF, 0x11, 0xE0, 0xA1, 0xB1, 0x1A, 0xE1};
 
 // Tags the search-based pass looks for inside a message property block.
 inline constexpr std::uint32_t kTagHtml = 0x10130102;

@@ -3,6 +3,7 @@
 #include <array>
 
 #include "core/Log.h"
+#include "core/MessageKeys.h"
 #include "core/TextEncoding.h"
 #include "readers/tnef/Attributes.h"
 #include "readers/tnef/TagScanner.h"
@@ -29,6 +30,11 @@ constexpr std::array<std::uint32_t, 9> kPropertySearchTags = {
 
 constexpr char kErrorReading[] = "** Error Reading Message **";
 
+// Converted attached messages may together take this much beside the input,
+// as for messages embedded in a .msg.
+constexpr std::size_t kConvertedFloor = 1u << 20;
+constexpr std::size_t kConvertedPerInputByte = 8;
+
 // Offset of the first match of the tag's four little-endian bytes, as the
 // shared byte search reports it; the not-found marker fails every bounds test.
 std::uint64_t searchTag(ByteView source, std::uint32_t tag) {
@@ -48,19 +54,31 @@ bool hasSignature(ByteView data) {
 }  // namespace
 
 std::unique_ptr<ReadTNEF> ReadTNEF::initWithData(ByteView data) {
-    auto reader = std::make_unique<ReadTNEF>();
-    if (!hasSignature(data)) return reader;
+    return initWithData(data, ReadOptions::classic());
+}
 
+std::unique_ptr<ReadTNEF> ReadTNEF::initWithData(ByteView data, const ReadOptions& options) {
+    auto reader = std::make_unique<ReadTNEF>();
+    MsgReadBudget budget;
+    budget.convertedLimit = kConvertedFloor + kConvertedPerInputByte * data.size();
+    TnefReadContext context{&TnefRules::of(options.reading), options, &budget};
+    reader->mailContent = readAttachedMessage(data, context);
+    return reader;
+}
+
+std::optional<Dict> ReadTNEF::readAttachedMessage(ByteView data, TnefReadContext& context) {
+    if (!hasSignature(data)) return std::nullopt;
     TNEFDecoder decoder;
-    Dict content = decoder.processTNEF(data).value_or(Dict{});
-    if (!content.empty()) {
-        if (const Blob* rtf = content.findBytes("RTF")) {
-            if (auto text = RTFReader::stringFromRTFData(rtf->view())) content.set("Body", std::move(*text));
+    Dict content = decoder.processTNEF(data, context).value_or(Dict{});
+    // The plain text of the RTF body where the stream has no plain body (the
+    // classic dictionary never has one at this point).
+    if (!content.empty() && !content.contains(keys::kBody)) {
+        if (const Blob* rtf = content.findBytes(keys::kRTF)) {
+            if (auto text = RTFReader::stringFromRTFData(rtf->view())) content.set(std::string(keys::kBody), std::move(*text));
         }
     }
-    buildTNEFDictionary(content, data, false);
-    reader->mailContent = std::move(content);
-    return reader;
+    if (context.rules->searchPass) buildTNEFDictionary(content, data, false);
+    return content;
 }
 
 const Dict* ReadTNEF::returnFullDictionary() const {
@@ -92,7 +110,7 @@ void ReadTNEF::buildTNEFDictionary(Dict& dictionary, ByteView data, bool ignoreA
     Array found = retrieveAttachments(data);
     // A single pair is left alone on purpose: the decoder's list (with sizes)
     // stands then; from two pairs on, the search pass's list replaces it.
-    if (found.size() >= 2) dictionary.set("AttachmentList", Value(std::move(found)));
+    if (found.size() >= 2) dictionary.set(std::string(keys::kAttachmentList), Value(std::move(found)));
 }
 
 bool ReadTNEF::decodePropertyStream(const std::uint8_t* bytes, std::size_t length, Dict& dictionary) {
@@ -122,13 +140,13 @@ bool ReadTNEF::decodePropertyStream(const std::uint8_t* bytes, std::size_t lengt
         const ByteView value = block.subspan(match + 12, valueLength);
         switch (row) {
             case 0:
-                if (auto html = utf8(value); html && !html->empty()) dictionary.set("HTML", std::move(*html));
+                if (auto html = utf8(value); html && !html->empty()) dictionary.set(std::string(keys::kHTML), std::move(*html));
                 break;
             case 1:
                 // Stored as UTF-16LE, decoded as UTF-8 all the same: the
                 // dictionaries built so far carry the subject in that form.
                 if (auto subject = utf8(value); subject && !subject->empty()) {
-                    dictionary.set("Subject", std::move(*subject));
+                    dictionary.set(std::string(keys::kSubject), std::move(*subject));
                 }
                 break;
             case 2:
@@ -144,13 +162,13 @@ bool ReadTNEF::decodePropertyStream(const std::uint8_t* bytes, std::size_t lengt
                 const std::uint64_t fileTime = byteReplaceDDWord(value, 0);
                 const Date date{double(TimeWangers::unixTimeFromWindows(static_cast<std::int64_t>(fileTime)))};
                 std::string text = TimeWangers::displayString(date);
-                if (!text.empty()) dictionary.set("Date", std::move(text));
+                if (!text.empty()) dictionary.set(std::string(keys::kDate), std::move(text));
                 break;
             }
             case 8:
                 if (RTFWangers::typeIsRTF(value)) {
                     if (auto rtf = RTFWangers::getRTFForData(value); rtf && !rtf->empty()) {
-                        dictionary.set("RTF", Value(std::move(*rtf)));
+                        dictionary.set(std::string(keys::kRTF), Value(std::move(*rtf)));
                     }
                 }
                 break;
@@ -159,7 +177,7 @@ bool ReadTNEF::decodePropertyStream(const std::uint8_t* bytes, std::size_t lengt
     if (!senderName || senderName->empty()) senderName = senderAddress;
     if (!senderAddress) return true;
     if (senderName && !senderName->empty() && !senderAddress->empty()) {
-        dictionary.set("From", Array{Value(buildAddressFromTags(*senderName, *senderAddress))});
+        dictionary.set(std::string(keys::kFrom), Array{Value(buildAddressFromTags(*senderName, *senderAddress))});
     }
     return true;
 }
@@ -204,30 +222,47 @@ Array ReadTNEF::retrieveAttachments(ByteView data) {
             offset += match + 8 + size;
         }
         if (name && content) {
-            attachments.push_back(Value(Dict{{"data", Value(Blob(*content))}, {"name", Value(std::move(*name))}}));
+            attachments.push_back(Value(Dict{{std::string(keys::kAttachData), Value(Blob(*content))}, {std::string(keys::kAttachName), Value(std::move(*name))}}));
         }
     }
     return attachments;
 }
 
 std::optional<Dict> ReadTNEF::getSummaryForMessage(ByteView data) {
+    return getSummaryForMessage(data, ReadOptions::classic());
+}
+
+std::optional<Dict> ReadTNEF::getSummaryForMessage(ByteView data, const ReadOptions& options) {
     if (data.size() < 4) return std::nullopt;
     if (!hasSignature(data)) {
-        return Dict{{"From", kErrorReading}, {"Subject", kErrorReading}, {"Body", kErrorReading}};
+        return Dict{{std::string(keys::kFrom), kErrorReading}, {std::string(keys::kSubject), kErrorReading}, {std::string(keys::kBody), kErrorReading}};
     }
+    // Attached messages are not read for a summary.
+    TnefReadContext context{&TnefRules::of(options.reading), options, nullptr};
     TNEFDecoder decoder;
-    const Dict content = decoder.processTNEF(data).value_or(Dict{});
+    const Dict content = decoder.processTNEF(data, context).value_or(Dict{});
 
     auto cleaned = [](const std::string* text) -> std::string {
-        if (text == nullptr) return "-";
+        if (text == nullptr || text->empty()) return "-";
         return StringWangers::zapGremlins(*text).value_or("-");
     };
+    // The sender's name, else its address (the classic decoder gives no sender).
+    const std::string* from = content.findString(keys::kFrom);
+    if (const Array* senders = content.findArray(keys::kFrom); senders && !senders->empty() && senders->front().dict()) {
+        const Dict& sender = *senders->front().dict();
+        from = sender.findString(keys::kName);
+        if (from == nullptr || from->empty()) from = sender.findString(keys::kAddress);
+    }
+    // The plain body, else the text of the RTF body (the classic decoder gives no plain body).
     std::optional<std::string> body;
-    if (const Blob* rtf = content.findBytes("RTF")) body = RTFReader::stringFromRTFData(rtf->view());
+    if (const std::string* plain = content.findString(keys::kBody)) body = *plain;
+    if (!body) {
+        if (const Blob* rtf = content.findBytes(keys::kRTF)) body = RTFReader::stringFromRTFData(rtf->view());
+    }
     return Dict{
-        {"From", cleaned(content.findString("From"))},
-        {"Subject", cleaned(content.findString("Subject"))},
-        {"Body", cleaned(body ? &*body : nullptr)},
+        {std::string(keys::kFrom), cleaned(from)},
+        {std::string(keys::kSubject), cleaned(content.findString(keys::kSubject))},
+        {std::string(keys::kBody), cleaned(body ? &*body : nullptr)},
     };
 }
 

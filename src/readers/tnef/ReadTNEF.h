@@ -11,6 +11,7 @@
 #include "core/Bytes.h"
 #include "core/Reading.h"
 #include "core/Value.h"
+#include "readers/tnef/TNEFContent.h"
 
 namespace qh {
 
@@ -20,7 +21,10 @@ public:
     // the TNEF signature.
     static std::unique_ptr<ReadTNEF> initWithData(ByteView data);
     // The same in the reading `options` chooses.
-    static std::unique_ptr<ReadTNEF> initWithData(ByteView data, const ReadOptions&) { return initWithData(data); }
+    static std::unique_ptr<ReadTNEF> initWithData(ByteView data, const ReadOptions& options);
+    // The dictionary of a TNEF stream attached inside another message, read
+    // in the reading and within the budget of `context`; none without the signature.
+    static std::optional<Dict> readAttachedMessage(ByteView data, TnefReadContext& context);
 
     // The message dictionary, or null when the data was no TNEF stream.
     const Dict* returnFullDictionary() const;
@@ -36,9 +40,7 @@ public:
     static Array retrieveAttachments(ByteView data);
     // {"From", "Subject", "Body"}, or none for fewer than 4 bytes.
     static std::optional<Dict> getSummaryForMessage(ByteView data);
-    static std::optional<Dict> getSummaryForMessage(ByteView data, const ReadOptions&) {
-        return getSummaryForMessage(data);
-    }
+    static std::optional<Dict> getSummaryForMessage(ByteView data, const ReadOptions& options);
 
 private:
     std::optional<Dict> mailContent;

@@ -4,9 +4,11 @@
 #include <cstring>
 
 #include "core/DateFormatting.h"
+#include "core/MessageKeys.h"
 #include "core/TextEncoding.h"
 #include "readers/tnef/Attributes.h"
 #include "readers/tnef/KnownProperties.h"
+#include "readers/tnef/TNEFContent.h"
 #include "readers/tnef/TNEFHandlers.h"
 #include "richtext/RTFWangers.h"
 #include "util/AddressLists.h"
@@ -58,7 +60,7 @@ Dict mapiDictionary(const TNEFPropertyList& list, const TNEFMessage& record) {
             switch (propertyType(property.tag)) {
                 case kTypeString8:
                     if (knownId == kIdSubject || knownId == kIdConversationTopic) {
-                        if (auto subject = zeroTerminatedUTF8(value.data)) dictionary.set("Subject", std::move(*subject));
+                        if (auto subject = zeroTerminatedUTF8(value.data)) dictionary.set(std::string(keys::kSubject), std::move(*subject));
                     }
                     break;
                 case kTypeBinary:
@@ -66,10 +68,10 @@ Dict mapiDictionary(const TNEFPropertyList& list, const TNEFMessage& record) {
                         std::uint32_t rawSize = 0;
                         std::optional<Bytes> rtf;
                         RTFWangers::getRTFFromBuffer(value.data, rawSize, rtf);
-                        if (rtf) dictionary.set("RTF", Value(std::move(*rtf)));
+                        if (rtf) dictionary.set(std::string(keys::kRTF), Value(std::move(*rtf)));
                     } else if (typeIsHTML(ByteView(value.data))) {
                         if (auto html = StringWangers::stringFromCString(ByteView(value.data))) {
-                            dictionary.set("HTML", std::move(*html));
+                            dictionary.set(std::string(keys::kHTML), std::move(*html));
                         }
                     }
                     break;
@@ -80,9 +82,9 @@ Dict mapiDictionary(const TNEFPropertyList& list, const TNEFMessage& record) {
     }
     // The Subject attribute wins over the subject property.
     if (!record.subject.empty()) {
-        if (auto subject = zeroTerminatedUTF8(record.subject.data.view())) dictionary.set("Subject", std::move(*subject));
+        if (auto subject = zeroTerminatedUTF8(record.subject.data.view())) dictionary.set(std::string(keys::kSubject), std::move(*subject));
     }
-    if (auto date = displayDate(record.dateSent)) dictionary.set("Date", std::move(*date));
+    if (auto date = displayDate(record.dateSent)) dictionary.set(std::string(keys::kDate), std::move(*date));
     return dictionary;
 }
 
@@ -123,9 +125,9 @@ Dict TNEFDecoder::buildTNEFDictionary(const TNEFMessage& message) const {
         if (attachment->fileData.empty()) continue;
         Dict item;
         const std::size_t size = attachment->fileData.size();
-        item.set("size", Value(std::uint64_t(size)));
-        item.set("sizeString", BitWangers::formatSize(double(size)));
-        item.set("data", Value(attachment->fileData.data));
+        item.set(std::string(keys::kAttachSize), Value(std::uint64_t(size)));
+        item.set(std::string(keys::kAttachSizeString), BitWangers::formatSize(double(size)));
+        item.set(std::string(keys::kAttachData), Value(attachment->fileData.data));
         const TNEFValue* name = GetProperty(&attachment->mapi, kTagAttachLongFilename);
         if (name == nullptr) name = GetProperty(&attachment->mapi, kTagDisplayName);
         std::optional<std::string> text;
@@ -134,10 +136,10 @@ Dict TNEFDecoder::buildTNEFDictionary(const TNEFMessage& message) const {
         } else {
             text = attachmentName(attachment->title.data.view());
         }
-        if (text) item.set("name", std::move(*text));
+        if (text) item.set(std::string(keys::kAttachName), std::move(*text));
         attachmentList.push_back(Value(std::move(item)));
     }
-    if (!attachmentList.empty()) dictionary.set("AttachmentList", Value(std::move(attachmentList)));
+    if (!attachmentList.empty()) dictionary.set(std::string(keys::kAttachmentList), Value(std::move(attachmentList)));
     return dictionary;
 }
 
@@ -184,13 +186,30 @@ int TNEFDecoder::parseTNEFData(TNEFMessage& message) {
         return -1;
     }
 
+    const TnefRules& rules = *message.rules;
+    // Attribute ids: the whole 32 bits, or (complete) the id half alone.
+    auto matches = [&](std::uint32_t rowId, std::uint32_t type) {
+        return rules.matchIdHalfOnly ? (rowId & 0xFFFF) == (type & 0xFFFF) : rowId == type;
+    };
     std::uint32_t type = 0;
     std::uint32_t size = 0;
     std::uint16_t storedChecksum = 0xCAFE;
     for (;;) {
         const std::size_t roundStart = reader.source.position;
-        if (GetTNEFHeader(message, type, size) != 0 || size == 0) {
-            // A zero-size attribute ends the stream as a success; what follows is ignored.
+        // Complete: bytes too few for a header, or an attribute whose data and
+        // checksum run past the end, are trailing bytes and end the stream.
+        if (rules.trailingBytesEndQuietly && !fits(roundStart, 9, reader.source.data.size())) {
+            closeReader(reader);
+            return 0;
+        }
+        if (GetTNEFHeader(message, type, size) != 0 || (size == 0 && rules.zeroSizeEndsStream)) {
+            // classic: a zero-size attribute ends the stream as a success and
+            // what follows is ignored; the stored dictionaries stop there.
+            closeReader(reader);
+            return 0;
+        }
+        if (rules.trailingBytesEndQuietly &&
+            !fits(reader.source.position, std::uint64_t(size) + 2, reader.source.data.size())) {
             closeReader(reader);
             return 0;
         }
@@ -212,17 +231,21 @@ int TNEFDecoder::parseTNEFData(TNEFMessage& message) {
             closeReader(reader);
             return 0;
         }
-        if (storedChecksum != computedChecksum) {
-            // Decoding stops at a damaged attribute; what came before is kept.
+        if (storedChecksum != computedChecksum && rules.checksumMismatchEndsStream) {
+            // classic: decoding stops at a damaged attribute; what came before is kept.
             closeReader(reader);
             return 0;
         }
         for (std::size_t row = 0; row < kTNEFHandlers.size(); ++row) {
-            if (kTNEFHandlers[row].id != type) continue;
+            if (!matches(kTNEFHandlers[row].id, type)) continue;
             if (kTNEFHandlers[row].handler(&message, row, data) < 0) {
                 closeReader(reader);
                 return -1;
             }
+        }
+        if (!rules.readEveryAttribute) continue;
+        for (std::size_t row = 0; row < kTNEFCompleteHandlers.size(); ++row) {
+            if (matches(kTNEFCompleteHandlers[row].id, type)) kTNEFCompleteHandlers[row].handler(&message, row, data);
         }
     }
 }
@@ -247,6 +270,7 @@ void TNEFDecoder::freeTNEFData(TNEFMessage& message) {
     message.from = {};
     message.subject = {};
     message.body = {};
+    message.recipients.clear();
     freeMapiProperties(message.mapi);
     for (auto& attachment : message.attachments) freeAttachment(*attachment);
     message.attachments.clear();
@@ -254,9 +278,15 @@ void TNEFDecoder::freeTNEFData(TNEFMessage& message) {
 }
 
 std::optional<Dict> TNEFDecoder::processTNEF(ByteView data) {
+    TnefReadContext context;
+    return processTNEF(data, context);
+}
+
+std::optional<Dict> TNEFDecoder::processTNEF(ByteView data, TnefReadContext& context) {
     TNEF = TNEFMessage{};
+    TNEF.rules = context.rules;
     if (parseMemory(data, TNEF) == -1) return std::nullopt;
-    Dict dictionary = buildTNEFDictionary(TNEF);
+    Dict dictionary = context.rules->completeDictionary ? TNEFContent::build(TNEF, context) : buildTNEFDictionary(TNEF);
     freeTNEFData(TNEF);
     return dictionary;
 }

@@ -8,6 +8,7 @@
 
 #include "core/Bytes.h"
 #include "core/Value.h"
+#include "readers/tnef/TNEFContent.h"
 #include "readers/tnef/TNEFRecords.h"
 
 namespace qh {
@@ -41,6 +42,9 @@ public:
 
     // The result dictionary, or none when the stream cannot be decoded.
     std::optional<Dict> processTNEF(ByteView data);
+    // The same in the reading of `context` (complete: the whole message
+    // dictionary, attached messages read within the context's budget).
+    std::optional<Dict> processTNEF(ByteView data, TnefReadContext& context);
 
 private:
     TNEFMessage TNEF;

@@ -3,6 +3,8 @@
 #include <algorithm>
 #include <cstring>
 
+#include "core/TextEncoding.h"
+#include "readers/msg/Format.h"
 #include "readers/tnef/Attributes.h"
 #include "util/AddressLists.h"
 
@@ -39,10 +41,30 @@ const std::array<TNEFHandlerRow, 12> kTNEFHandlers = {{
     {kAttDateEnd, "Date End", TNEFDateHandler},
 }};
 
+const std::array<TNEFHandlerRow, 5> kTNEFCompleteHandlers = {{
+    {kAttDateReceived, "Date Received", TNEFDateReceived},
+    {kAttAttachCreateDate, "Attachment Creation Date", TNEFAttachmentCreated},
+    {kAttAttachModifyDate, "Attachment Modification Date", TNEFAttachmentModified},
+    {kAttOemCodepage, "OEM Codepage", TNEFOemCodePage},
+    {kAttRecipTable, "Recipients", TNEFRecipientTable},
+}};
+
 namespace {
 
 TNEFBuffer copyOf(ByteView data) {
     return data.empty() ? TNEFBuffer{} : TNEFBuffer{Blob(data)};
+}
+
+// Seven words whatever the size says; words the data lacks read as zero.
+void copyDate(TNEFDate& target, ByteView data) {
+    ByteCursor cursor(data);
+    target.year = cursor.u16le();
+    target.month = cursor.u16le();
+    target.day = cursor.u16le();
+    target.hour = cursor.u16le();
+    target.minute = cursor.u16le();
+    target.second = cursor.u16le();
+    target.dayOfWeek = cursor.u16le();
 }
 
 }  // namespace
@@ -68,15 +90,43 @@ int TNEFDateHandler(TNEFMessage* message, std::size_t row, ByteView data) {
         case kAttAttachModifyDate: target = &message->lastAttachment().modificationDate; break;
         default: return -1;
     }
-    // Seven words whatever the size says; words the data lacks read as zero.
+    copyDate(*target, data);
+    return 0;
+}
+
+int TNEFDateReceived(TNEFMessage* message, std::size_t, ByteView data) {
+    copyDate(message->dateReceived, data);
+    return 0;
+}
+
+int TNEFAttachmentCreated(TNEFMessage* message, std::size_t, ByteView data) {
+    copyDate(message->lastAttachment().creationDate, data);
+    return 0;
+}
+
+int TNEFAttachmentModified(TNEFMessage* message, std::size_t, ByteView data) {
+    copyDate(message->lastAttachment().modificationDate, data);
+    return 0;
+}
+
+int TNEFOemCodePage(TNEFMessage* message, std::size_t, ByteView data) {
+    // The primary code page, then a secondary one nobody uses.
     ByteCursor cursor(data);
-    target->year = cursor.u16le();
-    target->month = cursor.u16le();
-    target->day = cursor.u16le();
-    target->hour = cursor.u16le();
-    target->minute = cursor.u16le();
-    target->second = cursor.u16le();
-    target->dayOfWeek = cursor.u16le();
+    const std::uint32_t codePage = cursor.u32le();
+    if (!cursor.isShort()) message->oemCodePage = codePage;
+    return 0;
+}
+
+int TNEFRecipientTable(TNEFMessage* message, std::size_t, ByteView data) {
+    // A row count, then per row a property count and that many properties.
+    ByteCursor cursor(data);
+    const std::uint32_t rows = cursor.u32le();
+    message->recipients.clear();
+    for (std::uint32_t row = 0; row < rows && !cursor.isShort() && !cursor.atEnd(); ++row) {
+        TNEFPropertyList list;
+        decodePropertyBlock(message, cursor, list);
+        message->recipients.push_back(std::move(list));
+    }
     return 0;
 }
 
@@ -93,7 +143,9 @@ int TNEFBody(TNEFMessage* message, std::size_t, ByteView data) {
 }
 
 int TNEFAttachmentSave(TNEFMessage* message, std::size_t, ByteView data) {
-    message->lastAttachment().fileData = copyOf(data);
+    TNEFAttachment& attachment = message->lastAttachment();
+    attachment.fileData = copyOf(data);
+    attachment.hasFileData = true;
     return 0;
 }
 
@@ -103,7 +155,11 @@ int TNEFAttachmentFilename(TNEFMessage* message, std::size_t, ByteView data) {
 }
 
 int TNEFRendData(TNEFMessage* message, std::size_t, ByteView) {
-    message->attachments.push_back(std::make_unique<TNEFAttachment>());
+    // Each record costs far more than the 11 bytes of the attribute that opens
+    // it; past the limit the attributes go to the last record.
+    if (message->attachments.size() < msgformat::kMaxAttachmentStorages) {
+        message->attachments.push_back(std::make_unique<TNEFAttachment>());
+    }
     return 0;
 }
 
@@ -117,10 +173,24 @@ int TNEFAttachmentMAPI(TNEFMessage* message, std::size_t, ByteView data) {
 
 namespace {
 
+// UTF-16LE text as UTF-8, up to its first NUL (complete reading).
+std::string wideText(ByteView bytes) {
+    std::u16string units;
+    units.reserve(bytes.size() / 2);
+    for (std::size_t i = 0; i + 1 < bytes.size(); i += 2) {
+        const char16_t unit = char16_t(bytes[i] | (bytes[i + 1] << 8));
+        if (unit == 0) break;
+        units.push_back(unit);
+    }
+    return TextEncoding::fromUTF16(units);
+}
+
 // Reads one value of `type` at the cursor. The cursor's short flag tells the
-// caller that the value ran past the block.
-TNEFValue readValue(ByteCursor& cursor, std::uint16_t type, bool multiValued) {
+// caller that the value ran past the block; `known` is cleared for a type
+// whose width the exact reading does not know.
+TNEFValue readValue(ByteCursor& cursor, std::uint16_t type, bool multiValued, bool exact, bool& known) {
     TNEFValue value;
+    known = true;
     auto fixed = [&](std::size_t consumed, std::size_t stored) {
         ByteView bytes = cursor.bytes(consumed);
         if (bytes.empty()) return;
@@ -131,12 +201,18 @@ TNEFValue readValue(ByteCursor& cursor, std::uint16_t type, bool multiValued) {
         case kTypeShort:
             fixed(4, 2);  // the 16-bit value, then two bytes of padding
             break;
-        // Currency and application time are 8 bytes wide in MS-OXTNEF; they are
-        // read as 4 here and everything after them in the block shifts.
-        case kTypeLong:
-        case kTypeFloat:
+        // classic: currency and application time are 8 bytes wide in
+        // MS-OXTNEF; they are read as 4 and everything after them in the
+        // block shifts (the stored dictionaries carry what that gives).
         case kTypeCurrency:
         case kTypeAppTime:
+            if (exact) {
+                fixed(8, 8);
+                break;
+            }
+            [[fallthrough]];
+        case kTypeLong:
+        case kTypeFloat:
         case kTypeError:
         case kTypeBoolean:
             fixed(4, 4);
@@ -157,7 +233,9 @@ TNEFValue readValue(ByteCursor& cursor, std::uint16_t type, bool multiValued) {
             if (cursor.isShort()) return value;
             value.size = length;
             if (type == kTypeUnicode) {
-                std::string text = makeUTF8(bytes);
+                // classic: the first byte of each pair makes the character;
+                // the stored texts of such properties depend on it.
+                std::string text = exact ? wideText(bytes) : makeUTF8(bytes);
                 value.data.assign(text.begin(), text.end());
             } else {
                 value.data.assign(bytes.begin(), bytes.end());
@@ -169,25 +247,26 @@ TNEFValue readValue(ByteCursor& cursor, std::uint16_t type, bool multiValued) {
             break;
         }
         default:
-            // Types without a row (0x0048 included) consume nothing: whatever
-            // follows is read as the next property.
+            if (exact && type == kTypeClsid) {
+                fixed(16, 16);
+            } else if (exact && type == kTypeNull) {
+                fixed(4, 0);
+            } else {
+                // classic: types without a row (0x0048 included) consume
+                // nothing, and whatever follows is read as the next property.
+                known = !exact;
+            }
             break;
     }
     return value;
 }
 
-}  // namespace
-
-int TNEFFillMapi(TNEFMessage*, ByteView data, TNEFPropertyList* list) {
-    tnefInitMapi(list);
-    ByteCursor cursor(data);
-    const std::uint32_t count = cursor.u32le();
-    // Every property takes at least its 4-byte tag, so the block cannot hold
-    // more than this many; the count itself is not trusted for allocation.
-    list->properties.reserve(std::min<std::size_t>(count, cursor.remaining() / 4));
-
+// The classic block: the loop counts values, not properties, and the value
+// index of a multi-valued property never advances.
+void decodeClassicBlock(ByteCursor& cursor, std::uint32_t count, TNEFPropertyList& list) {
     TNEFProperty* open = nullptr;  // a multi-valued property still taking values
     bool openIsMultiValued = false;
+    bool known = true;
     for (std::uint32_t iteration = 0; iteration < count; ++iteration) {
         const std::size_t start = cursor.position();
         if (open == nullptr) {
@@ -213,17 +292,17 @@ int TNEFFillMapi(TNEFMessage*, ByteView data, TNEFPropertyList* list) {
                 multiValued = true;
             }
             if (cursor.isShort()) break;
-            TNEFValue value = readValue(cursor, propertyType(property.tag), multiValued);
+            TNEFValue value = readValue(cursor, propertyType(property.tag), multiValued, false, known);
             if (cursor.isShort()) break;
             // Only the first slot is ever written; a count of 0 leaves none.
             if (property.valueCount > 0) property.firstValue = std::move(value);
-            list->properties.push_back(std::move(property));
-            open = &list->properties.back();
+            list.properties.push_back(std::move(property));
+            open = &list.properties.back();
             openIsMultiValued = multiValued;
         } else {
             // The value index never advances: each further value of a
             // multi-valued property lands in the first slot again.
-            TNEFValue value = readValue(cursor, propertyType(open->tag), true);
+            TNEFValue value = readValue(cursor, propertyType(open->tag), true, false, known);
             if (cursor.isShort()) break;
             if (open->firstValue) *open->firstValue = std::move(value);
         }
@@ -235,7 +314,69 @@ int TNEFFillMapi(TNEFMessage*, ByteView data, TNEFPropertyList* list) {
             break;  // nothing consumed: every further iteration would repeat this one
         }
     }
-    list->count = static_cast<std::uint32_t>(list->properties.size());
+}
+
+// The block as MS-OXTNEF writes it: `count` properties, each whole (string
+// names consumed, every value read, the first one kept). Ends at a type of
+// unknown width, since nothing after it can be placed.
+void decodeExactBlock(ByteCursor& cursor, std::uint32_t count, TNEFPropertyList& list) {
+    for (std::uint32_t index = 0; index < count && !cursor.isShort(); ++index) {
+        TNEFProperty property;
+        property.tag = cursor.u32le();
+        if (propertyId(property.tag) >= kFirstNamedId) {
+            ByteView guid = cursor.bytes(16);
+            if (!guid.empty()) std::copy(guid.begin(), guid.end(), property.guid.begin());
+            const std::uint32_t kind = cursor.u32le();
+            if (kind == 0) {
+                property.tag = propertyTag(propertyType(property.tag), cursor.u32le());
+            } else {
+                // The name: its byte length, UTF-16LE, padding to four.
+                const ByteView name = cursor.lengthPrefixed32();
+                cursor.skip(std::min<std::size_t>((4 - name.size() % 4) % 4, cursor.remaining()));
+                property.nameCount = 1;
+            }
+            property.custom = 1;
+        }
+        bool multiValued = false;
+        std::uint32_t values = 1;
+        if (propertyType(property.tag) & kMultiValueFlag) {
+            property.tag &= ~std::uint32_t(kMultiValueFlag);
+            values = cursor.u32le();
+            multiValued = true;
+        }
+        property.valueCount = values;
+        if (cursor.isShort()) break;
+        bool known = true;
+        // Every value takes four bytes or more, so a hostile count ends with the block.
+        for (std::uint32_t v = 0; v < values && !cursor.isShort(); ++v) {
+            TNEFValue value = readValue(cursor, propertyType(property.tag), multiValued, true, known);
+            if (!known || cursor.isShort()) break;
+            if (v == 0) property.firstValue = std::move(value);
+        }
+        if (!known || cursor.isShort()) break;
+        list.properties.push_back(std::move(property));
+    }
+}
+
+}  // namespace
+
+void decodePropertyBlock(TNEFMessage* message, ByteCursor& cursor, TNEFPropertyList& list) {
+    tnefInitMapi(&list);
+    const std::uint32_t count = cursor.u32le();
+    // Every property takes at least its 4-byte tag, so the block cannot hold
+    // more than this many; the count itself is not trusted for allocation.
+    list.properties.reserve(std::min<std::size_t>(count, cursor.remaining() / 4));
+    if (message != nullptr && message->rules->exactPropertyValues) {
+        decodeExactBlock(cursor, count, list);
+    } else {
+        decodeClassicBlock(cursor, count, list);
+    }
+    list.count = static_cast<std::uint32_t>(list.properties.size());
+}
+
+int TNEFFillMapi(TNEFMessage* message, ByteView data, TNEFPropertyList* list) {
+    ByteCursor cursor(data);
+    decodePropertyBlock(message, cursor, *list);
     return 0;
 }
 

@@ -6,6 +6,7 @@
 #include <cstdint>
 #include <vector>
 
+#include "core/ByteCursor.h"
 #include "core/Bytes.h"
 #include "readers/tnef/TNEFRecords.h"
 
@@ -32,6 +33,8 @@ struct TNEFHandlerRow {
 
 // The twelve attributes the decoder acts on, in dispatch order.
 extern const std::array<TNEFHandlerRow, 12> kTNEFHandlers;
+// The further attributes the complete reading acts on.
+extern const std::array<TNEFHandlerRow, 5> kTNEFCompleteHandlers;
 
 int TNEFFromHandler(TNEFMessage* message, std::size_t row, ByteView data);
 int TNEFSubjectHandler(TNEFMessage* message, std::size_t row, ByteView data);
@@ -45,10 +48,21 @@ int TNEFAttachmentFilename(TNEFMessage* message, std::size_t row, ByteView data)
 int TNEFRendData(TNEFMessage* message, std::size_t row, ByteView data);
 int TNEFMapiProperties(TNEFMessage* message, std::size_t row, ByteView data);
 int TNEFAttachmentMAPI(TNEFMessage* message, std::size_t row, ByteView data);
+int TNEFDateReceived(TNEFMessage* message, std::size_t row, ByteView data);
+int TNEFAttachmentCreated(TNEFMessage* message, std::size_t row, ByteView data);
+int TNEFAttachmentModified(TNEFMessage* message, std::size_t row, ByteView data);
+// The primary code page of the 8-bit strings.
+int TNEFOemCodePage(TNEFMessage* message, std::size_t row, ByteView data);
+// One property list per recipient row.
+int TNEFRecipientTable(TNEFMessage* message, std::size_t row, ByteView data);
 
 // Decodes a MAPI property block into `list` (replacing what it held). Never
 // reads outside `data`: a value that runs past it ends the block.
 int TNEFFillMapi(TNEFMessage* message, ByteView data, TNEFPropertyList* list);
+// The same from a cursor (a property count, then the properties), read as the
+// message's rules say (classic when `message` is null); the cursor stops after
+// the block, or is short.
+void decodePropertyBlock(TNEFMessage* message, ByteCursor& cursor, TNEFPropertyList& list);
 
 // The values of the first non-named property with exactly this tag (its only
 // held slot, the first), or null; null too when that property holds no slot.

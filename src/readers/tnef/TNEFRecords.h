@@ -11,6 +11,7 @@
 #include "core/Blob.h"
 #include "core/ByteCursor.h"
 #include "core/Bytes.h"
+#include "readers/tnef/TnefRules.h"
 
 namespace qh {
 
@@ -58,6 +59,9 @@ struct TNEFAttachment {
     TNEFDate modificationDate;
     TNEFPropertyList mapi;
     TNEFBuffer fileData;
+    // An "Attach Data" attribute was seen (complete: an empty one still makes
+    // an empty file).
+    bool hasFileData = false;
 };
 
 // The in-memory source the memory reader reads from.
@@ -95,9 +99,19 @@ struct TNEFMessage {
     TNEFDate dateStart;
     TNEFDate dateEnd;
     TNEFReader reader;
+    // Filled in the complete reading only.
+    std::uint32_t oemCodePage = 0;
+    std::vector<TNEFPropertyList> recipients;  // attRecipTable, one list per row
+    const TnefRules* rules = &TnefRules::of(Reading::classic);
 
-    // The record attachment attributes go to: the newest attachment, or the head.
-    TNEFAttachment& lastAttachment() { return attachments.empty() ? attachmentHead : *attachments.back(); }
+    // The record attachment attributes go to: the newest attachment, or the
+    // head (complete: a new attachment instead of the head).
+    TNEFAttachment& lastAttachment() {
+        if (attachments.empty() && rules->attachmentOpensRecord) {
+            attachments.push_back(std::make_unique<TNEFAttachment>());
+        }
+        return attachments.empty() ? attachmentHead : *attachments.back();
+    }
 };
 
 }  // namespace qh
