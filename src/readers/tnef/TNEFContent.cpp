@@ -17,6 +17,7 @@
 #include "util/AddressLists.h"
 #include "util/BitWangers.h"
 #include "util/TimeWangers.h"
+#include "writers/MimeWriter.h"
 
 namespace qh {
 
@@ -256,7 +257,15 @@ std::optional<Blob> attachedMessage(ByteView object, TnefReadContext& context) {
         Log::line("Embedded messages too large - not converted");
         return std::nullopt;
     }
-    std::optional<Blob> converted = MsgAttachments::generateAttachedMessageData(*message);
+    // Contacts and appointments become vCard and iCalendar text as in a .msg;
+    // a message becomes standards-conformant MIME.
+    const std::string* type = message->findString(std::string(keys::kMessageType));
+    std::optional<Blob> converted;
+    if (type && (*type == "Contact" || *type == "Calendar")) {
+        converted = MsgAttachments::generateAttachedMessageData(*message);
+    } else if (std::string text = MimeWriter::write(*message, {}); !text.empty()) {
+        converted = Blob(toBytes(text));
+    }
     if (converted) budget.convertedBytes += converted->size();
     return converted;
 }
