@@ -4,4 +4,5 @@
 # tools, oracles and benchmarks' peers come with scripts/install-test-deps.sh.
 set -euo pipefail
 source "$(dirname "$0")/apt-install.sh"
-apt_install g++ cmake make pkg-config libicu-dev nlohmann-json3-dev libcli11-dev
+# media-types: /etc/mime.types, the media types of attachments the MIME writer names by extension.
+apt_install g++ cmake make pkg-config libicu-dev nlohmann-json3-dev libcli11-dev media-types

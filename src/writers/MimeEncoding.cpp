@@ -118,6 +118,8 @@ std::string cleanText(std::string_view text) {
         if (c == 0xC2 && at + 1 < valid.size() && static_cast<unsigned char>(valid[at + 1]) < 0xA0) {
             out.push_back(' ');
             ++at;
+        } else if (c == 0) {
+            // NULs pad fixed-size fields; they never stand for a character.
         } else if (c < 0x20 || c == 0x7F) {
             out.push_back(' ');
         } else {

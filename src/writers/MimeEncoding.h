@@ -43,8 +43,9 @@ struct Word {
     std::string word;
 };
 
-// Text from a file made safe for a header: invalid UTF-8 as U+FFFD, every
-// control character (CR, LF, TAB and NUL included) as a blank, trimmed.
+// Text from a file made safe for a header: invalid UTF-8 as U+FFFD, NULs
+// dropped, every other control character (CR, LF and TAB included) as a
+// blank, trimmed.
 std::string cleanText(std::string_view text);
 bool isASCII(std::string_view text);
 

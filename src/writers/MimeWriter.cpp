@@ -1,6 +1,7 @@
 #include "writers/MimeWriter.h"
 
 #include <algorithm>
+#include <cctype>
 #include <cmath>
 #include <unordered_set>
 
@@ -294,9 +295,18 @@ Bytes attachmentData(const Dict& item) {
     const Value* data = item.find(keys::kAttachData);
     if (!data) return {};
     if (const Blob* bytes = data->bytes()) return Bytes(bytes->view().begin(), bytes->view().end());
-    // Classic .eml items keep undecoded attachments as their base64 text.
-    if (const std::string* text = data->string()) return NewBase64Decode(asBytes(*text));
-    return {};
+    // Classic .eml items keep some attachments as text: base64 text when the
+    // part was base64 (decoded here), else the text itself.
+    const std::string* text = data->string();
+    if (!text) return {};
+    std::size_t letters = 0;
+    bool base64 = std::all_of(text->begin(), text->end(), [&](char c) {
+        bool letter = std::isalnum(static_cast<unsigned char>(c)) || c == '+' || c == '/';
+        letters += letter || c == '=';
+        return letter || c == '=' || c == '\r' || c == '\n' || c == ' ' || c == '\t';
+    });
+    if (base64 && letters % 4 == 0 && letters > 0) return NewBase64Decode(asBytes(*text));
+    return toBytes(*text);
 }
 
 // Whether bytes can stand as a message/rfc822 body once their line ends are
@@ -391,17 +401,19 @@ std::string MimeWriter::write() const {
     bool attachRtf = false;
     const Blob* rtf = message_.findBytes(keys::kRTF);
     if (rtf && !rtf->empty()) {
-        RtfOrigin origin = rtfOrigin(rtf->view());
+        // RTF whose text is blank says nothing, however it is formatted.
+        std::optional<std::string> rtfText = RTFReader::stringFromRTFData(rtf->view());
+        bool saysSomething = rtfText && !TextEncoding::trimWhitespaceAndNewlines(*rtfText).empty();
         // RTF made from plain text says nothing the text does not.
-        if (!html && origin != RtfOrigin::text) {
+        if (!html && saysSomething && rtfOrigin(rtf->view()) != RtfOrigin::text) {
             html = RTFReader::htmlFromRTFData(rtf->view());
             if (html && TextEncoding::trimWhitespaceAndNewlines(*html).empty()) html.reset();
         }
-        if (!text) {
-            text = RTFReader::stringFromRTFData(rtf->view());
-            if (text && TextEncoding::trimWhitespaceAndNewlines(*text).empty()) text.reset();
-        }
-        attachRtf = !text && !html;
+        if (!text && saysSomething) text = std::move(rtfText);
+        // Nothing else carries what our reader cannot turn into text: pictures, objects, or RTF it cannot read.
+        bool holdsMore = !rtfText || rtf->text().find("\\pict") != std::string_view::npos ||
+                         rtf->text().find("\\object") != std::string_view::npos;
+        attachRtf = !text && !html && holdsMore;
     }
 
     // Attachments: the images the HTML shows by content id go beside it.
