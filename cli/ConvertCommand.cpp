@@ -7,6 +7,7 @@
 #include <fstream>
 #include <memory>
 #include <optional>
+#include <unordered_set>
 
 #include "BatchRunner.h"
 #include "Commands.h"
@@ -54,6 +55,30 @@ std::optional<std::string> convertOne(const LoadedMessage& loaded, const SourceO
     if (source.read().isComplete()) return mimeText(*message, 0);
     return qh::WriteEML(*message).formatOutputFile();
 }
+
+// Distinct messages may carry the same Message-ID (copies edited by hand,
+// test data, broken senders); mail clients and archives keep one of them and
+// drop the rest. Within one run, a Message-ID already written by an earlier
+// file is replaced by a fresh one, so that every message of an archive stays.
+class MessageIds {
+public:
+    void makeUnique(std::string& text) {
+        std::size_t headerEnd = text.find("\n\n");
+        if (std::size_t crlf = text.find("\r\n\r\n"); crlf < headerEnd) headerEnd = crlf;
+        std::size_t at = text.starts_with("Message-ID: ") ? 0 : text.find("\nMessage-ID: ");
+        if (at == std::string::npos || at > headerEnd) return;
+        std::size_t start = text.find(' ', at) + 1;
+        std::size_t end = text.find_first_of("\r\n", start);
+        std::string id = text.substr(start, end - start);
+        if (seen_.insert(id).second) return;
+        std::string fresh = qh::MimeWriter::freshMessageId();
+        seen_.insert(fresh);
+        text.replace(start, end - start, fresh);
+    }
+
+private:
+    std::unordered_set<std::string> seen_;
+};
 
 int convertSingle(const Arguments& arguments) {
     const std::string& file = arguments.files.front();
@@ -109,6 +134,8 @@ int convertMany(const Arguments& arguments) {
     };
     std::vector<std::optional<Slot>> slots(files.size());
     bool allConverted = true;
+    const bool uniqueIds = arguments.source.read().isComplete();
+    MessageIds messageIds;
     BatchRunner::run(
         files.size(), arguments.jobs,
         [&](std::size_t i) {
@@ -128,16 +155,19 @@ int convertMany(const Arguments& arguments) {
                 Output::complain(slot->problem);
             } else if (!slot->text) {
                 Output::complain("no message in " + files[i]);
-            } else if (toMbox) {
-                mbox.write(slot->text->data(), static_cast<std::streamsize>(slot->text->size()));
-                mbox.flush();
-                if (mbox) written = arguments.mbox;
-                else Output::complain("cannot write " + arguments.mbox);
             } else {
-                std::string writeProblem;
-                written = folder->write(outputName(files[i]), qh::asBytes(*slot->text), writeProblem);
-                if (written) written = (folder->path() / *written).string();
-                else Output::complain(writeProblem);
+                if (uniqueIds) messageIds.makeUnique(*slot->text);
+                if (toMbox) {
+                    mbox.write(slot->text->data(), static_cast<std::streamsize>(slot->text->size()));
+                    mbox.flush();
+                    if (mbox) written = arguments.mbox;
+                    else Output::complain("cannot write " + arguments.mbox);
+                } else {
+                    std::string writeProblem;
+                    written = folder->write(outputName(files[i]), qh::asBytes(*slot->text), writeProblem);
+                    if (written) written = (folder->path() / *written).string();
+                    else Output::complain(writeProblem);
+                }
             }
             if (!written) {
                 allConverted = false;

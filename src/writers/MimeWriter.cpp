@@ -390,6 +390,10 @@ bool MimeWriter::isOwnField(std::string_view name) {
     return own.contains(name) || isTraceField(name);
 }
 
+std::string MimeWriter::freshMessageId() {
+    return "<" + TextEncoding::lowercase(Uuid::randomString()) + "@" + std::string(mime::kMessageIdDomain) + ">";
+}
+
 MimeWriter::MimeWriter(const Dict& message, Options options) : message_(message), options_(std::move(options)) {}
 
 std::string MimeWriter::write() const {
@@ -495,8 +499,7 @@ std::string MimeWriter::write() const {
     }
     std::vector<std::string> ownId;
     if (const std::string* id = message_.findString(keys::kMessageID)) ownId = msgIds(*id);
-    if (ownId.empty()) ownId.push_back("<" + TextEncoding::lowercase(Uuid::randomString()) + "@" +
-                                       std::string(mime::kMessageIdDomain) + ">");
+    if (ownId.empty()) ownId.push_back(freshMessageId());
     out += field("Message-ID", ownId.front());
     if (const std::string* inReplyTo = message_.findString(keys::kInReplyTo))
         if (auto written = msgIdField("In-Reply-To", msgIds(*inReplyTo))) out += *written;

@@ -44,6 +44,9 @@ public:
     std::string write() const;
     static std::string write(const Dict& message, const Options& options) { return MimeWriter(message, options).write(); }
 
+    // A new Message-ID ("<random UUID@quillhaven.invalid>") for messages without one.
+    static std::string freshMessageId();
+
     // The header field names this writer may write at the top of a message
     // or a part (lower case); trace fields are the ones in isTraceField().
     static bool isOwnField(std::string_view lowerName);

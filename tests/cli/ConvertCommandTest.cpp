@@ -106,6 +106,35 @@ TEST(Convert, ManyFilesGoIntoTheFolderUnderTheirOwnNames) {
     for (const auto& row : lines(all.out)) EXPECT_EQ(fields(row)[0], "ok") << row;
 }
 
+TEST(Convert, ManyFilesIntoOneMbox) {
+    qhclitest::ScratchDir scratch;
+    const std::string withId = std::string(kSimpleEml).insert(0, "Message-ID: <same@example.com>\r\n");
+    std::string first = scratch.write("first.eml", withId);
+    std::string junk = scratch.write("junk.msg", std::string("\xD0\xCF\x11\xE0\xA1\xB1\x1A\xE1", 8) + "truncated");
+    std::string second = scratch.write("second.eml", withId);
+    std::string mbox = (scratch.path() / "all.mbox").string();
+    auto result = runCli({"convert", "-j", "2", "--mbox", mbox, first, junk, second});
+    EXPECT_EQ(result.exitCode, 1);  // junk.msg gives no message
+    EXPECT_EQ(result.out, "ok\t" + first + "\t" + mbox + "\nnone\t" + junk + "\t\nok\t" + second + "\t" + mbox + "\n");
+    std::string text = qhclitest::readText(mbox);
+    EXPECT_EQ(text.find('\r'), std::string::npos);
+    std::vector<std::string> separators, ids;
+    for (const std::string& line : lines(text)) {
+        if (line.starts_with("From ")) separators.push_back(line);
+        if (line.starts_with("Message-ID: ")) ids.push_back(line);
+    }
+    ASSERT_EQ(separators.size(), 2u) << text;
+    EXPECT_TRUE(separators[0].starts_with("From ann@example.com ")) << separators[0];
+    // Two messages that share a Message-ID would be one to an archive: the second gets a fresh one.
+    ASSERT_EQ(ids.size(), 2u);
+    EXPECT_EQ(ids[0], "Message-ID: <same@example.com>");
+    EXPECT_NE(ids[1], ids[0]);
+    // --classic writes the classic text into the archive.
+    auto classic = runCli({"convert", "--classic", "--mbox", mbox, first});
+    EXPECT_EQ(classic.exitCode, 0);
+    EXPECT_NE(qhclitest::readText(mbox).find("\nGenerated-By: Quillhaven 3\n"), std::string::npos);
+}
+
 TEST(Convert, StandardInputIsNamedStdin) {
     qhclitest::ScratchDir scratch;
     auto result = runCli({"convert", "-d", scratch.str(), "-"}, kSimpleEml);
