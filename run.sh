@@ -1,13 +1,30 @@
 #!/usr/bin/env bash
-# Installs what is missing, builds, and previews FILE (or the bundled sample).
+# Shows FILE (or the bundled sample) as a person reads it. Installs only what
+# building and running need (the test tools come with ./test.sh) and builds
+# only the command, in build-run/.
+#  - On a terminal: a short header block and the message's text, and the path
+#    of the HTML page of the message (quillhaven view) written beside it.
+#  - Piped: the preview's bytes (RTF or text), as `quillhaven preview` gives them.
 set -euo pipefail
 cd "$(dirname "$0")"
 ./scripts/install-deps.sh
-cmake -S . -B build -DCMAKE_BUILD_TYPE=RelWithDebInfo >/dev/null
-cmake --build build -j"$(nproc)" --target quillhaven_cli >&2
+build=build-run
+if [ ! -f "$build/CMakeCache.txt" ]; then
+  cmake -S . -B "$build" -DCMAKE_BUILD_TYPE=RelWithDebInfo -DQH_BUILD_TESTS=OFF -DQH_BUILD_BENCH=OFF >/dev/null
+fi
+cmake --build "$build" -j"$(nproc)" --target quillhaven_cli >&2
+command="$build/quillhaven"
+
 file="${1:-samples/sample.msg}"
 if [ ! -f "$file" ]; then
-  ./build/quillhaven --help
+  "$command" --help
   exit 0
 fi
-./build/quillhaven preview "$file"
+if [ ! -t 1 ]; then
+  exec "$command" preview "$file"
+fi
+"$command" view --text "$file"
+mkdir -p "$build/pages"
+page="$build/pages/$(basename "$file").html"
+"$command" view -o "$page" "$file"
+printf '\nThe whole message as a page: %s\n' "$(realpath "$page")"
