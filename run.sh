@@ -12,8 +12,14 @@ build=build-run
 if [ ! -f "$build/CMakeCache.txt" ]; then
   cmake -S . -B "$build" -DCMAKE_BUILD_TYPE=RelWithDebInfo -DQH_BUILD_TESTS=OFF -DQH_BUILD_BENCH=OFF >/dev/null
 fi
-cmake --build "$build" -j"$(nproc)" --target quillhaven_cli >&2
 command="$build/quillhaven"
+if [ ! -x "$command" ]; then
+  echo "Building quillhaven in $build/ (the first time takes a minute or two)..." >&2
+fi
+if ! cmake --build "$build" -j"$(nproc)" --target quillhaven_cli >"$build/build.log" 2>&1; then
+  cat "$build/build.log" >&2
+  exit 1
+fi
 
 file="${1:-samples/sample.msg}"
 if [ ! -f "$file" ]; then
