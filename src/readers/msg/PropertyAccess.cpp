@@ -68,8 +68,9 @@ std::optional<MsgPropertyAccess::PropertyValue> MsgPropertyAccess::getPropertyEl
     std::uint32_t element, std::uint32_t elementType, ByteView propertyStream) {
     const std::size_t length = propertyStream.size();
     if (length < kPropertyRecordSize) return std::nullopt;
-    // The last record (the one starting at length - 16) is never examined:
-    // the dictionaries of real files depend on this bound, so it stays.
+    // classic: the last record (the one starting at length - 16) is never
+    // examined, and records are taken from the stream's first byte; the
+    // family's dictionaries of real files depend on both.
     for (std::size_t offset = 0; offset < length - kPropertyRecordSize; offset += kPropertyRecordSize) {
         if (auto value = matchRecord(propertyStream, offset, element, elementType)) return value;
     }

@@ -199,7 +199,9 @@ Array displayList(const std::string& names) {
     while (start <= names.size()) {
         std::size_t end = std::min(names.find(';', start), names.size());
         std::string name = TextEncoding::trimWhitespaceAndNewlines(std::string_view(names).substr(start, end - start));
-        if (!name.empty()) list.push_back(Value(Dict{{"Name", Value(name)}, {"Address", Value("")}}));
+        if (!name.empty()) {
+            list.push_back(Value(Dict{{std::string(keys::kName), Value(name)}, {std::string(keys::kAddress), Value("")}}));
+        }
         start = end + 1;
     }
     return list;

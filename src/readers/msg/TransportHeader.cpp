@@ -2,6 +2,7 @@
 
 #include <vector>
 
+#include "core/MessageKeys.h"
 #include "core/TextEncoding.h"
 #include "util/AddressLists.h"
 #include "util/WebWangers.h"
@@ -51,7 +52,8 @@ std::string MsgTransportHeader::decodeSubject(const std::string& value) {
     std::vector<std::string_view> pieces = split(value, "=?iso-8859-1?Q?");
     if (pieces.size() == 1) pieces = split(value, "=?UTF-8?Q?");
     if (pieces.size() == 1) return value;
-    // The text before the first encoded word is dropped.
+    // classic: the text before the first encoded word is dropped, in both
+    // readings (the header's subject stands in only when the message has none).
     std::string joined;
     for (std::size_t i = 1; i < pieces.size(); ++i) joined += pieces[i];
     removeAll(joined, " ");
@@ -69,13 +71,16 @@ Dict MsgTransportHeader::parse(std::string_view header, MsgRules::HeaderFields f
     std::string pendingValue;
     auto file = [&] {
         if (pendingName.empty() || pendingValue.empty()) return;
-        std::string name = upper(pendingName);
-        if (name == "TO" || name == "FROM" || name == "CC" || name == "BCC") {
-            parsed.set(name, Value(processEmailAddresses(pendingValue)));
-        } else if (pendingName == "Date") {
-            parsed.set("Date", Value(pendingValue));
-        } else if (pendingName == "Subject") {
-            parsed.set("Subject", Value(decodeSubject(pendingValue)));
+        // Address fields under their upper-case names ("TO", "FROM", "CC",
+        // "BCC"); Date and Subject only when written in that case.
+        const std::string name = upper(pendingName);
+        for (std::string_view key : {keys::kHeaderTo, keys::kHeaderFrom, keys::kCC, keys::kBCC}) {
+            if (name == key) parsed.set(std::string(key), Value(processEmailAddresses(pendingValue)));
+        }
+        if (pendingName == keys::kDate) {
+            parsed.set(std::string(keys::kDate), Value(pendingValue));
+        } else if (pendingName == keys::kSubject) {
+            parsed.set(std::string(keys::kSubject), Value(decodeSubject(pendingValue)));
         }
     };
     for (std::string_view line : split(header, "\n")) {
