@@ -2,6 +2,7 @@
 
 #include <array>
 
+#include "core/ByteCursor.h"
 #include "core/Log.h"
 #include "core/MessageKeys.h"
 #include "core/TextEncoding.h"
@@ -45,6 +46,33 @@ std::uint64_t searchTag(ByteView source, std::uint32_t tag) {
 
 std::optional<std::string> utf8(ByteView bytes) {
     return TextEncoding::decode(bytes, StringEncoding::UTF8);
+}
+
+// The value after a search match: 4-byte fields (the tag first, the value's
+// length last), then the value. A field that runs past the end logs its line
+// and gives none; a value that runs past the end logs `cutLine` and is cut to
+// what remains. `end` receives the offset after the value.
+std::optional<ByteView> valueAt(ByteView block, std::uint64_t match, std::initializer_list<const char*> fieldLines,
+                                const char* cutLine, std::size_t* end = nullptr) {
+    ByteCursor cursor(block);
+    cursor.seek(static_cast<std::size_t>(match));  // the not-found marker lies past every end
+    std::uint32_t length = 0;
+    std::size_t field = 0;
+    for (const char* line : fieldLines) {
+        if (++field == fieldLines.size()) {
+            length = cursor.u32le();
+        } else {
+            cursor.skip(4);
+        }
+        if (cursor.isShort()) {
+            Log::line(line);
+            return std::nullopt;
+        }
+    }
+    const ByteView value = cursor.upTo(length);
+    if (cursor.isShort()) Log::line(cutLine);
+    if (end != nullptr) *end = cursor.position();
+    return value;
 }
 
 bool hasSignature(ByteView data) {
@@ -92,18 +120,11 @@ const Value* ReadTNEF::getContent(std::string_view key) const {
 void ReadTNEF::buildDictionary(ByteView) {}
 
 void ReadTNEF::buildTNEFDictionary(Dict& dictionary, ByteView data, bool ignoreAttachments) {
-    const std::uint64_t match = searchTag(data, kAttMsgProps);
-    if (!fits(match, 4, data.size())) {
-        Log::line("** Decode error ** Bad size in TNEF datastream type. Aborting");
-    } else if (!fits(match, 8, data.size())) {
-        Log::line("** Decode error ** Bad size in TNEF datastream length. Aborting");
-    } else {
-        std::uint64_t size = byteReplaceDWord(data, match + 4);
-        if (!fits(match + 8, size, data.size())) {
-            Log::line("** Decode error ** Bad size in TNEF datastream. Attempting to continue.");
-            size = data.size() - (match + 8);
-        }
-        decodePropertyStream(data.data() + match + 8, size, dictionary);
+    if (auto block = valueAt(data, searchTag(data, kAttMsgProps),
+                             {"** Decode error ** Bad size in TNEF datastream type. Aborting",
+                              "** Decode error ** Bad size in TNEF datastream length. Aborting"},
+                             "** Decode error ** Bad size in TNEF datastream. Attempting to continue.")) {
+        decodePropertyStream(block->data(), block->size(), dictionary);
     }
 
     if (ignoreAttachments) return;
@@ -118,26 +139,15 @@ bool ReadTNEF::decodePropertyStream(const std::uint8_t* bytes, std::size_t lengt
     std::optional<std::string> senderName;
     std::optional<std::string> senderAddress;
     for (std::size_t row = 0; row < kPropertySearchTags.size(); ++row) {
-        const std::uint64_t match = searchTag(block, kPropertySearchTags[row]);
-        if (!fits(match, 4, block.size())) {
-            Log::line("** Decode error ** Bad size in TNEF property stream type. Aborting");
-            continue;
-        }
-        if (!fits(match, 8, block.size())) {
-            Log::line("** Decode error ** Bad size in TNEF property stream count. Aborting");
-            continue;
-        }
-        if (!fits(match, 12, block.size())) {
-            Log::line("** Decode error ** Bad size in TNEF property stream length. Aborting");
-            continue;
-        }
-        std::uint64_t valueLength = byteReplaceDWord(block, match + 8);
-        if (!fits(match + 12, valueLength, block.size())) {
-            Log::line("** Decode error ** Bad size in TNEF property stream. Attempting to continue.");
-            valueLength = block.size() - (match + 12);
-        }
+        const std::optional<ByteView> found =
+            valueAt(block, searchTag(block, kPropertySearchTags[row]),
+                    {"** Decode error ** Bad size in TNEF property stream type. Aborting",
+                     "** Decode error ** Bad size in TNEF property stream count. Aborting",
+                     "** Decode error ** Bad size in TNEF property stream length. Aborting"},
+                    "** Decode error ** Bad size in TNEF property stream. Attempting to continue.");
+        if (!found) continue;
         // The first occurrence of the four bytes wins, wherever it stands.
-        const ByteView value = block.subspan(match + 12, valueLength);
+        const ByteView value = *found;
         switch (row) {
             case 0:
                 if (auto html = utf8(value); html && !html->empty()) dictionary.set(std::string(keys::kHTML), std::move(*html));
@@ -196,21 +206,14 @@ Array ReadTNEF::retrieveAttachments(ByteView data) {
         std::optional<ByteView> content;
         for (TagScanner* scanner : {&titles, &contents}) {
             const ByteView rest = data.subspan(offset);
-            const std::uint64_t match = scanner->find(offset);
-            if (!fits(match, 4, rest.size())) {
-                Log::line("** Decode error ** Bad size in TNEF datastream type. Aborting");
-                continue;
-            }
-            if (!fits(match, 8, rest.size())) {
-                Log::line("** Decode error ** Bad size in TNEF data length. Aborting");
-                continue;
-            }
-            std::uint64_t size = byteReplaceDWord(rest, match + 4);
-            if (!fits(match + 8, size, rest.size())) {
-                Log::line("** Decode error ** Bad size in TNEF data. Attempting to continue.");
-                size = rest.size() - (match + 8);
-            }
-            const ByteView value = rest.subspan(match + 8, size);
+            std::size_t end = 0;
+            const std::optional<ByteView> located =
+                valueAt(rest, scanner->find(offset),
+                        {"** Decode error ** Bad size in TNEF datastream type. Aborting",
+                         "** Decode error ** Bad size in TNEF data length. Aborting"},
+                        "** Decode error ** Bad size in TNEF data. Attempting to continue.", &end);
+            if (!located) continue;
+            const ByteView value = *located;
             // The title keeps its terminating zero; the checksum after each
             // value is neither read nor checked.
             if (scanner == &titles) {
@@ -219,7 +222,7 @@ Array ReadTNEF::retrieveAttachments(ByteView data) {
                 content = value;
             }
             found = true;
-            offset += match + 8 + size;
+            offset += end;
         }
         if (name && content) {
             attachments.push_back(Value(Dict{{std::string(keys::kAttachData), Value(Blob(*content))}, {std::string(keys::kAttachName), Value(std::move(*name))}}));
