@@ -229,20 +229,6 @@ TEST(TNEFHandlers, DateHandlerRejectsRowsThatAreNoDates) {
     EXPECT_EQ(qh::TNEFDateHandler(&message, 2, date), 0);
 }
 
-TEST(TNEFHandlers, ReadMemoryCopiesAllOrNothing) {
-    const qh::Bytes data = bytesOf({1, 2, 3, 4, 5});
-    qh::TNEFReader reader;
-    reader.source.data = data;
-    std::uint8_t out[4] = {9, 9, 9, 9};
-    EXPECT_EQ(qh::ReadMemory(&reader, 2, 2, out), 2u);
-    EXPECT_EQ(out[3], 4);
-    EXPECT_EQ(qh::ReadMemory(&reader, 1, 2, out), qh::kTNEFReadOverrun);
-    EXPECT_EQ(reader.source.position, 4u);
-    EXPECT_EQ(out[0], 1);
-    EXPECT_EQ(qh::GetMemory(&reader), 0);
-    EXPECT_EQ(reader.source.position, 0u);
-}
-
 // ---- the MAPI property block --------------------------------------------------
 
 qh::TNEFPropertyList decodeBlock(const qh::Bytes& block) {

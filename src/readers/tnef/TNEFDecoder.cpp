@@ -88,21 +88,26 @@ Dict mapiDictionary(const TNEFPropertyList& list, const TNEFMessage& record) {
     return dictionary;
 }
 
-// The value of a read that must land whole in `value` (left as it was otherwise).
+// One read through a cursor at the source's position: it lands whole and
+// moves on, or leaves the value and the position as they were (false).
+// classic: a field that does not fit keeps the previous attribute's value;
+// the dictionaries of streams that end mid-header depend on that pairing, and
+// the stream loop tells a round that read nothing by its unmoved position.
 template <typename Integer>
-std::uint32_t readInteger(TNEFReader& reader, Integer& value) {
-    std::uint8_t bytes[sizeof(Integer)];
-    const std::uint32_t result = reader.readProc(&reader, sizeof(Integer), 1, bytes);
-    if (result == 1) {
-        Integer loaded = 0;
-        for (std::size_t i = 0; i < sizeof(Integer); ++i) loaded |= Integer(bytes[i]) << (8 * i);
-        value = loaded;
+bool readInPlace(TNEFMemorySource& source, Integer& value) {
+    ByteCursor cursor(source.data, source.position);
+    std::uint64_t loaded = 0;
+    if constexpr (sizeof(Integer) == 1) {
+        loaded = cursor.u8();
+    } else if constexpr (sizeof(Integer) == 2) {
+        loaded = cursor.u16le();
+    } else {
+        loaded = cursor.u32le();
     }
-    return result;
-}
-
-void closeReader(TNEFReader& reader) {
-    if (reader.closeProc != nullptr) reader.closeProc(&reader);
+    if (cursor.isShort()) return false;
+    value = static_cast<Integer>(loaded);
+    source.position = cursor.position();
+    return true;
 }
 
 }  // namespace
@@ -147,11 +152,12 @@ int TNEFDecoder::readTNEFData(TNEFMessage& message, ByteView& destination, std::
                               std::uint16_t* checksum) {
     // The data stays in the source; handlers copy what they keep.
     TNEFMemorySource& source = message.reader.source;
-    destination = {};
     if (checksum != nullptr) *checksum = 0;
-    if (!fits(source.position, size, source.data.size())) return 0;
-    destination = source.data.subspan(source.position, size);
-    source.position += size;
+    ByteCursor cursor(source.data, source.position);
+    destination = cursor.bytes(size);
+    // classic: data past the end is no failed read; it is left empty (sum 0).
+    if (cursor.isShort()) return 0;
+    source.position = cursor.position();
     if (checksum != nullptr) {
         std::uint32_t sum = 0;
         for (std::uint8_t byte : destination) sum += byte;
@@ -161,30 +167,22 @@ int TNEFDecoder::readTNEFData(TNEFMessage& message, ByteView& destination, std::
 }
 
 int TNEFDecoder::GetTNEFHeader(TNEFMessage& message, std::uint32_t& type, std::uint32_t& size) {
-    TNEFReader& reader = message.reader;
-    std::uint8_t level = 0;
-    // Only a result of zero counts as a failed read here; an overrun is not one.
-    if (readInteger(reader, level) == 0) return -1;
-    if (readInteger(reader, type) == 0) return -1;
-    if (readInteger(reader, size) == 0) return -1;
+    TNEFMemorySource& source = message.reader.source;
+    // classic: a field past the end is no failed header; it keeps its previous value.
+    std::uint8_t level = 0;  // read and ignored: the level steers nothing
+    (void)readInPlace(source, level);
+    (void)readInPlace(source, type);
+    (void)readInPlace(source, size);
     return 0;
 }
 
 int TNEFDecoder::parseTNEFData(TNEFMessage& message) {
     TNEFReader& reader = message.reader;
-    if (reader.readProc == nullptr) return -1;
-    if (reader.initProc != nullptr && reader.initProc(&reader) != 0) return -1;
-
+    reader.source.position = 0;
     std::uint32_t signature = 0;
-    if (readInteger(reader, signature) != 1 || signature != kSignature) {
-        closeReader(reader);
-        return -1;
-    }
+    if (!readInPlace(reader.source, signature) || signature != kSignature) return -1;
     std::uint16_t key = 0;  // the legacy key: read, never checked
-    if (readInteger(reader, key) != 1) {
-        closeReader(reader);
-        return -1;
-    }
+    if (!readInPlace(reader.source, key)) return -1;
 
     const TnefRules& rules = *message.rules;
     // Attribute ids: the whole 32 bits, or (complete) the id half alone.
@@ -198,50 +196,32 @@ int TNEFDecoder::parseTNEFData(TNEFMessage& message) {
         const std::size_t roundStart = reader.source.position;
         // Complete: bytes too few for a header, or an attribute whose data and
         // checksum run past the end, are trailing bytes and end the stream.
-        if (rules.trailingBytesEndQuietly && !fits(roundStart, 9, reader.source.data.size())) {
-            closeReader(reader);
-            return 0;
-        }
+        if (rules.trailingBytesEndQuietly && !fits(roundStart, 9, reader.source.data.size())) return 0;
         if (GetTNEFHeader(message, type, size) != 0 || (size == 0 && rules.zeroSizeEndsStream)) {
             // classic: a zero-size attribute ends the stream as a success and
             // what follows is ignored; the stored dictionaries stop there.
-            closeReader(reader);
             return 0;
         }
         if (rules.trailingBytesEndQuietly &&
             !fits(reader.source.position, std::uint64_t(size) + 2, reader.source.data.size())) {
-            closeReader(reader);
             return 0;
         }
         ByteView data;
         std::uint16_t computedChecksum = 0;
-        if (readTNEFData(message, data, size, &computedChecksum) != 0) {
-            closeReader(reader);
-            return -1;
-        }
-        // As with the header, only a result below one item counts as failed.
-        if (readInteger(reader, storedChecksum) < 1) {
-            closeReader(reader);
-            return -1;
-        }
+        readTNEFData(message, data, size, &computedChecksum);
+        // classic: as with the header, a checksum past the end keeps the previous one.
+        (void)readInPlace(reader.source, storedChecksum);
         // At the end of the data every read fails unnoticed and the previous
         // attribute's id, size and checksum stay in place; a round that read
         // nothing at all would repeat forever, so it ends the stream here.
-        if (reader.source.position == roundStart) {
-            closeReader(reader);
-            return 0;
-        }
+        if (reader.source.position == roundStart) return 0;
         if (storedChecksum != computedChecksum && rules.checksumMismatchEndsStream) {
             // classic: decoding stops at a damaged attribute; what came before is kept.
-            closeReader(reader);
             return 0;
         }
         for (std::size_t row = 0; row < kTNEFHandlers.size(); ++row) {
             if (!matches(kTNEFHandlers[row].id, type)) continue;
-            if (kTNEFHandlers[row].handler(&message, row, data) < 0) {
-                closeReader(reader);
-                return -1;
-            }
+            if (kTNEFHandlers[row].handler(&message, row, data) < 0) return -1;
         }
         if (!rules.readEveryAttribute) continue;
         for (std::size_t row = 0; row < kTNEFCompleteHandlers.size(); ++row) {
@@ -252,8 +232,6 @@ int TNEFDecoder::parseTNEFData(TNEFMessage& message) {
 
 int TNEFDecoder::parseMemory(ByteView bytes, TNEFMessage& message) {
     message.reader = TNEFReader{};
-    message.reader.initProc = GetMemory;
-    message.reader.readProc = ReadMemory;
     message.reader.source.data = bytes;
     return parseTNEFData(message);
 }

@@ -12,20 +12,6 @@ namespace qh {
 
 using namespace tnef;
 
-int GetMemory(TNEFReader* reader) {
-    reader->source.position = 0;
-    return 0;
-}
-
-std::uint32_t ReadMemory(TNEFReader* reader, std::uint32_t itemSize, std::uint32_t count, void* destination) {
-    TNEFMemorySource& source = reader->source;
-    const std::uint64_t length = std::uint64_t(itemSize) * count;
-    if (!fits(source.position, length, source.data.size())) return kTNEFReadOverrun;
-    if (length > 0) std::memcpy(destination, source.data.data() + source.position, length);
-    source.position += length;
-    return count;
-}
-
 const std::array<TNEFHandlerRow, 12> kTNEFHandlers = {{
     {kAttFrom, "From", TNEFFromHandler},
     {kAttSubject, "Subject", TNEFSubjectHandler},

@@ -1,5 +1,5 @@
 #pragma once
-// The TNEF layer's plain functions: the in-memory reader, the attribute
+// The TNEF layer's plain functions: the attribute
 // handlers and their table, the MAPI property block decoder and the property
 // lookup. Status is reported as 0 (success) or -1 (failure).
 #include <array>
@@ -11,15 +11,6 @@
 #include "readers/tnef/TNEFRecords.h"
 
 namespace qh {
-
-// What a read operation returns when fewer bytes remain than requested.
-inline constexpr std::uint32_t kTNEFReadOverrun = 0xFFFFFFFF;
-
-// The init operation of the memory reader: back to the start of the data.
-int GetMemory(TNEFReader* reader);
-// Copies itemSize x count bytes into destination and returns count; when fewer
-// bytes remain it copies nothing and returns kTNEFReadOverrun.
-std::uint32_t ReadMemory(TNEFReader* reader, std::uint32_t itemSize, std::uint32_t count, void* destination);
 
 // An attribute handler: the message, the row of the handler table that
 // matched, the attribute's data. Returns 0, or a negative value to abort.

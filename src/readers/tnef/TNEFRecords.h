@@ -72,14 +72,9 @@ struct TNEFMemorySource {
 
 struct TNEFMessage;
 
-// The reader of a message record: init, read and close operations (each may
-// be absent) and the state of the in-memory source.
+// The reader of a message record: the in-memory source it reads through a
+// ByteCursor.
 struct TNEFReader {
-    int (*initProc)(TNEFReader* reader) = nullptr;
-    // Reads count items of itemSize bytes into destination; see ReadMemory.
-    std::uint32_t (*readProc)(TNEFReader* reader, std::uint32_t itemSize, std::uint32_t count,
-                              void* destination) = nullptr;
-    int (*closeProc)(TNEFReader* reader) = nullptr;
     TNEFMemorySource source;
 };
 
