@@ -372,6 +372,11 @@ TEST(ReadMSGReadings, WhereTheReadingsDiffer) {
                      "first second"});
     cases.push_back({"Shift-JIS subject, code page 932",
                      std::move(withCodePage(932).ansi("", 0x0037, "\x93\xfa\x96\x7b")), "Subject", "“ú–{", "日本"});
+    cases.push_back({"contact fields in the message's code page",
+                     std::move(MsgFixture().ansi("", 0x001A, "IPM.Contact")
+                                   .properties("", MsgFixture::kTopHeader, {{0x0003, kCodePageRecord, 932}})
+                                   .ansi("", 0x3A06, "\x93\xfa\x96\x7b")),
+                     "Given Name", "“ú–{", "日本"});
     cases.push_back({"Windows-1251 subject", std::move(withCodePage(1251).ansi("", 0x0037, "\xe4\xe0")), "Subject",
                      "äà", "да"});
     cases.push_back({"65001 over ANSI bytes falls back", std::move(withCodePage(65001).ansi("", 0x0037, "caf\xe9")),

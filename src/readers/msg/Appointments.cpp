@@ -42,8 +42,8 @@ void appendNames(Array& attendees, const std::optional<std::string>& list) {
 }
 }  // namespace
 
-Dict MsgAppointments::buildAppointmentForMessage(const Dict& root, bool embedded) {
-    MsgItemProperties properties(root, embedded);
+Dict MsgAppointments::buildAppointmentForMessage(const Dict& root, bool embedded, const MsgText& text) {
+    MsgItemProperties properties(root, embedded, text);
     Dict item;
     if (auto start = properties.namedTime(kPsetAppointment, kLidAppointmentStartWhole)) {
         item.set(std::string(keys::kStartTime), Value(*start));

@@ -9,8 +9,8 @@ namespace qh {
 using namespace msgformat;
 namespace keys = ItemKeys;
 
-Dict MsgContacts::buildContactsForMessage(const Dict& root, bool embedded) {
-    MsgItemProperties properties(root, embedded);
+Dict MsgContacts::buildContactsForMessage(const Dict& root, bool embedded, const MsgText& text) {
+    MsgItemProperties properties(root, embedded, text);
     Dict item;
     auto tag = [&](std::string_view key, std::uint32_t id) { MsgItemProperties::put(item, key, properties.string(id)); };
     auto named = [&](std::string_view key, std::uint32_t id) {

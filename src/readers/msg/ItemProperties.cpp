@@ -8,13 +8,14 @@ namespace qh {
 
 using namespace msgformat;
 
-MsgItemProperties::MsgItemProperties(const Dict& root, bool embedded)
-    : root_(root), headerSize_(embedded ? kEmbeddedPropertyHeaderSize : kTopPropertyHeaderSize), resolver_(root) {}
+MsgItemProperties::MsgItemProperties(const Dict& root, bool embedded, const MsgText& text)
+    : root_(root),
+      headerSize_(embedded ? kEmbeddedPropertyHeaderSize : kTopPropertyHeaderSize),
+      text_(text),
+      resolver_(root) {}
 
 std::optional<std::string> MsgItemProperties::string(std::uint32_t tag) const {
-    std::string text = MsgPropertyAccess::decodeElement(tag, kTypeUnicode, &root_);
-    if (text.empty()) return std::nullopt;
-    return text;
+    return text_.find(tag, kTypeUnicode, &root_);
 }
 
 std::optional<std::string> MsgItemProperties::namedString(const GuidBytes& set, std::uint32_t name) const {

@@ -8,13 +8,15 @@
 
 #include "core/Value.h"
 #include "readers/msg/Format.h"
+#include "readers/msg/MsgText.h"
 #include "readers/msg/NamedProperties.h"
 
 namespace qh {
 
 class MsgItemProperties {
 public:
-    MsgItemProperties(const Dict& root, bool embedded);
+    // Strings are read as `text` reads them (its reading and code pages).
+    MsgItemProperties(const Dict& root, bool embedded, const MsgText& text = MsgText(MsgRules::classic()));
 
     // Non-empty strings only.
     std::optional<std::string> string(std::uint32_t tag) const;
@@ -33,6 +35,7 @@ private:
 
     const Dict& root_;
     std::size_t headerSize_;
+    MsgText text_;
     MsgNamedProperties::Resolver resolver_;
 };
 

@@ -261,10 +261,10 @@ Dict ReadMSG::buildDictionaryForMessage(const Dict& root) {
     } else if (has("IPM.Note.EnterpriseVault.Shortcut")) {
         setKey(content, keys::kMessageType, Value("Vault"));
     } else if (has("IPM.Contact")) {
-        for (auto& [key, value] : buildContactsForMessage(root, embedded)) content.set(key, value);
+        for (auto& [key, value] : MsgContacts::buildContactsForMessage(root, embedded, text)) content.set(key, value);
         setKey(content, keys::kMessageType, Value("Contact"));
     } else if (has("IPM.Appointment")) {
-        for (auto& [key, value] : buildAppointmentForMessage(root, embedded)) content.set(key, value);
+        for (auto& [key, value] : MsgAppointments::buildAppointmentForMessage(root, embedded, text)) content.set(key, value);
         setKey(content, keys::kMessageType, Value("Calendar"));
     } else if (has("IPM.Note")) {
         setKey(content, keys::kMessageType, Value("Email"));
