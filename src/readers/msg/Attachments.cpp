@@ -67,10 +67,13 @@ bool containsText(ByteView bytes, std::string_view needle) {
 }
 
 // What the writers will make of a message: its bodies and its attachments in base64.
-std::size_t convertedSizeEstimate(const Dict& message) {
+std::size_t convertedSizeEstimate(const Dict& message, const MsgRules& rules) {
+    // Standards MIME writes non-ASCII text quoted-printable: up to three
+    // bytes for one.
+    const std::size_t textFactor = rules.embeddedText == MsgRules::EmbeddedText::StandardsMime ? 3 : 1;
     std::size_t size = 0;
     for (std::string_view key : {keys::kBody, keys::kHTML}) {
-        if (const std::string* text = message.findString(key)) size += text->size();
+        if (const std::string* text = message.findString(key)) size += text->size() * textFactor;
     }
     if (const Blob* rtf = message.findBytes(keys::kRTF)) size += rtf->size() * 2;
     if (const Array* list = message.findArray(keys::kAttachmentList)) {
@@ -82,7 +85,6 @@ std::size_t convertedSizeEstimate(const Dict& message) {
     }
     return size;
 }
-
 
 // The three name texts of an attachment storage, and the encoding the
 // classic reading converts its other texts with.
@@ -276,7 +278,7 @@ Array MsgAttachments::getAttachmentsForMessage(const Dict& root, MsgReadBudget& 
                 message = ReadMSG::buildEmbeddedMessage(*embedded, budget, text);
                 // The text carries every attachment in base64: stop before
                 // making it when all levels together would pass the budget.
-                std::size_t estimate = convertedSizeEstimate(message);
+                std::size_t estimate = convertedSizeEstimate(message, text.rules());
                 if (estimate > budget.convertedLimit || budget.convertedBytes > budget.convertedLimit - estimate) {
                     Log::line("Embedded messages too large - not converted");
                 } else {
