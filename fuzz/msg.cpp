@@ -1,12 +1,14 @@
 // The MSG reader on any bytes, in both readings (the classic one in both
 // stream modes), followed by the writers it feeds: the MIME text of the
-// message, and its vCard or iCalendar text; and the summary in both readings.
+// message by both writers (the new one's checked, WriteBoth.h), and its vCard
+// or iCalendar text; and the summary in both readings.
 #include <cstddef>
 #include <cstdint>
 
 #include "core/Log.h"
 #include "readers/msg/ReadMSG.h"
 #include "writers/WriteEML.h"
+#include "WriteBoth.h"
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
     static const bool quiet = [] {
@@ -21,9 +23,9 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
         if (!reader) return 0;
         const qh::Dict* message = reader->returnFullDictionary();
         if (!message) continue;
+        qhfuzz::writeBoth(*message);
         std::unique_ptr<qh::WriteEML> writer = qh::WriteEML::initWithDictionary(message);
         if (!writer) continue;
-        (void)writer->formatOutputFile();
         const std::string* type = message->findString("MessageType");
         if (type && *type == "Contact") (void)writer->exportContacts();
         if (type && *type == "Calendar") (void)writer->exportAppointment();

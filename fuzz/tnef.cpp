@@ -1,6 +1,6 @@
 // ReadTNEF on any bytes in both readings, then the writers on whatever
-// dictionary it gives (the EML writer for the classic one, the MIME writer for
-// the complete one), and the summary. The seeds in corpus/tnef were written
+// dictionary it gives (both writers, the MIME writer's text checked,
+// WriteBoth.h), and the summary. The seeds in corpus/tnef were written
 // with the fixture writer (tests/support/TnefWriter): an empty stream, subject
 // with compressed RTF and HTML bodies, two attachments with long and display
 // names, data before titles, named and multi-valued properties, UTF-16 sender
@@ -11,8 +11,7 @@
 
 #include "core/Log.h"
 #include "readers/tnef/ReadTNEF.h"
-#include "writers/MimeWriter.h"
-#include "writers/WriteEML.h"
+#include "WriteBoth.h"
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
     static const bool quiet = [] {
@@ -24,13 +23,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     for (qh::Reading reading : {qh::Reading::classic, qh::Reading::complete}) {
         const qh::ReadOptions options{reading, reading == qh::Reading::complete};
         auto reader = qh::ReadTNEF::initWithData(bytes, options);
-        if (const qh::Dict* dictionary = reader->returnFullDictionary()) {
-            if (reading == qh::Reading::complete) {
-                (void)qh::MimeWriter::write(*dictionary, {});
-            } else if (auto writer = qh::WriteEML::initWithDictionary(dictionary)) {
-                (void)writer->formatOutputFile();
-            }
-        }
+        if (const qh::Dict* dictionary = reader->returnFullDictionary()) qhfuzz::writeBoth(*dictionary);
         (void)qh::ReadTNEF::getSummaryForMessage(bytes, options);
     }
     return 0;

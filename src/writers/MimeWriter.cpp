@@ -244,7 +244,8 @@ std::optional<std::string> dateText(const Dict& message) {
 std::optional<std::string> mediaType(std::string_view text) {
     std::string value = asciiLower(mime::cleanText(text.substr(0, text.find(';'))));
     std::size_t slash = value.find('/');
-    if (slash == std::string::npos || slash == 0 || slash + 1 == value.size()) return std::nullopt;
+    // RFC 6838 4.2: type and subtype names are at most 127 characters each.
+    if (slash == std::string::npos || slash == 0 || slash + 1 == value.size() || value.size() > 255) return std::nullopt;
     auto isToken = [](char c) {
         return c > 0x20 && c < 0x7F && std::string_view("()<>@,;:\\\"/[]?=").find(c) == std::string_view::npos;
     };
