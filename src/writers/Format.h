@@ -30,11 +30,6 @@ inline constexpr std::string_view kBoundaryPrefix = "=_qh";
 // Fresh Message-IDs: a random UUID at a domain that can never resolve (RFC 2606).
 inline constexpr std::string_view kMessageIdDomain = "quillhaven.invalid";
 
-// Where Debian's media-types package lists file extensions by media type.
-inline constexpr std::string_view kMediaTypesFile = "/etc/mime.types";
-// The file is a few tens of kilobytes; a larger one is not read past this.
-inline constexpr std::size_t kMediaTypesLimit = 4 << 20;
-
 // mbox: the separator line's stand-in sender when the message has none usable.
 inline constexpr std::string_view kMboxUnknownSender = "MAILER-DAEMON";
 

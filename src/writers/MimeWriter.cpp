@@ -11,8 +11,8 @@
 #include "core/Uuid.h"
 #include "richtext/RTFReader.h"
 #include "util/Base64Codec.h"
+#include "util/MediaTypes.h"
 #include "writers/Format.h"
-#include "writers/MediaTypes.h"
 #include "writers/MimeEncoding.h"
 
 namespace qh {
@@ -398,8 +398,6 @@ std::string MimeWriter::freshMessageId() {
 MimeWriter::MimeWriter(const Dict& message, Options options) : message_(message), options_(std::move(options)) {}
 
 std::string MimeWriter::write() const {
-    const MediaTypes& mediaTypes = options_.mediaTypes ? *options_.mediaTypes : MediaTypes::system();
-
     // Bodies: the message's own, else what its RTF says.
     std::optional<std::string> text = textOf(message_, keys::kBody);
     std::optional<std::string> html = textOf(message_, keys::kHTML);
@@ -433,7 +431,7 @@ std::string MimeWriter::write() const {
             std::optional<std::string> type;
             if (const std::string* declared = item->findString(keys::kAttachMimeType)) type = mediaType(*declared);
             if (!type && endsWithIgnoringCase(attachment.name, ".eml")) type = "message/rfc822";
-            if (!type) type = mediaTypes.forFileName(attachment.name);
+            if (!type && attachment.name.find('.') != std::string::npos) type = MediaTypes::mediaTypeFor(attachment.name);
             if (!type || (isStructural(*type) && !isMessageType(*type))) type = "application/octet-stream";
             attachment.type = *type;
             attachment.id = contentId(*item);

@@ -23,15 +23,11 @@
 
 namespace qh {
 
-class MediaTypes;
-
 struct MimeWriterOptions {
     // Turns the bytes of an attached message into the MIME text to embed (for
     // example: read it and write it again with this writer), or none to embed
     // the bytes as they are when they look like a message.
     std::function<std::optional<std::string>(ByteView message)> attachedMessage;
-    // Media types by file name extension; null: /etc/mime.types.
-    const MediaTypes* mediaTypes = nullptr;
 };
 
 class MimeWriter {

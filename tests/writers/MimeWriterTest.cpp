@@ -9,7 +9,6 @@
 #include "util/Base64Codec.h"
 #include "support/MimeShape.h"
 #include "writers/MboxWriter.h"
-#include "writers/MediaTypes.h"
 #include "writers/MimeEncoding.h"
 #include "writers/MimeWriter.h"
 
@@ -27,17 +26,7 @@ Dict attachment(std::string name, std::string data, Dict extra = {}) {
     return item;
 }
 
-const qh::MediaTypes& testTypes() {
-    static const qh::MediaTypes types = qh::MediaTypes::fromText(
-        "# comment line\napplication/pdf\t\t\t\tpdf\nimage/png png\ntext/plain txt text # trailing\nimage/jpeg jpeg jpg\n");
-    return types;
-}
-
-std::string write(const Dict& message) {
-    qh::MimeWriter::Options options;
-    options.mediaTypes = &testTypes();
-    return qh::MimeWriter(message, options).write();
-}
+std::string write(const Dict& message) { return qh::MimeWriter(message).write(); }
 
 MimeShape shapeOf(const std::string& text) {
     return MimeShape::read(text, [](std::string_view name) { return qh::MimeWriter::isOwnField(name); });
@@ -411,20 +400,6 @@ TEST(MimeEncoding, AddressAndIdSyntax) {
     for (const auto& c : cases) {
         EXPECT_EQ(qh::mime::isAddrSpec(c.text), c.addrSpec) << c.text;
         EXPECT_EQ(qh::mime::isMsgIdContent(c.text), c.msgId) << c.text;
-    }
-}
-
-TEST(MimeEncoding, MediaTypesFromTheTable) {
-    const qh::MediaTypes& types = testTypes();
-    EXPECT_EQ(types.forFileName("a.PDF"), "application/pdf");
-    EXPECT_EQ(types.forFileName("x.tar.jpg"), "image/jpeg");
-    EXPECT_EQ(types.forFileName("notes.text"), "text/plain");
-    EXPECT_EQ(types.forFileName("README"), std::nullopt);
-    EXPECT_EQ(types.forFileName("trailing."), std::nullopt);
-    EXPECT_EQ(types.forFileName("a.comment"), std::nullopt);
-    // The system's table is Debian's media-types when it is installed.
-    if (qh::MediaTypes::system().size() > 0) {
-        EXPECT_EQ(qh::MediaTypes::system().forFileName("a.pdf"), "application/pdf");
     }
 }
 
