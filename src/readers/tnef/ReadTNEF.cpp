@@ -129,7 +129,7 @@ void ReadTNEF::buildTNEFDictionary(Dict& dictionary, ByteView data, bool ignoreA
 
     if (ignoreAttachments) return;
     Array found = retrieveAttachments(data);
-    // A single pair is left alone on purpose: the decoder's list (with sizes)
+    // classic: a single pair is left alone on purpose (the plug-in host's stored dictionaries have it): the decoder's list (with sizes)
     // stands then; from two pairs on, the search pass's list replaces it.
     if (found.size() >= 2) dictionary.set(std::string(keys::kAttachmentList), Value(std::move(found)));
 }
@@ -146,14 +146,14 @@ bool ReadTNEF::decodePropertyStream(const std::uint8_t* bytes, std::size_t lengt
                      "** Decode error ** Bad size in TNEF property stream length. Aborting"},
                     "** Decode error ** Bad size in TNEF property stream. Attempting to continue.");
         if (!found) continue;
-        // The first occurrence of the four bytes wins, wherever it stands.
+        // classic: the first occurrence of the four bytes wins, wherever it stands.
         const ByteView value = *found;
         switch (row) {
             case 0:
                 if (auto html = utf8(value); html && !html->empty()) dictionary.set(std::string(keys::kHTML), std::move(*html));
                 break;
             case 1:
-                // Stored as UTF-16LE, decoded as UTF-8 all the same: the
+                // classic: stored as UTF-16LE, decoded as UTF-8 all the same: the
                 // dictionaries built so far carry the subject in that form.
                 if (auto subject = utf8(value); subject && !subject->empty()) {
                     dictionary.set(std::string(keys::kSubject), std::move(*subject));
@@ -214,7 +214,7 @@ Array ReadTNEF::retrieveAttachments(ByteView data) {
                         "** Decode error ** Bad size in TNEF data. Attempting to continue.", &end);
             if (!located) continue;
             const ByteView value = *located;
-            // The title keeps its terminating zero; the checksum after each
+            // classic: the title keeps its terminating zero; the checksum after each
             // value is neither read nor checked.
             if (scanner == &titles) {
                 name = utf8(value);

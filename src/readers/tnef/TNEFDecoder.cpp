@@ -28,13 +28,14 @@ std::optional<std::string> zeroTerminatedUTF8(ByteView bytes) {
     return TextEncoding::decode(ByteView(bytes.begin(), end), StringEncoding::UTF8);
 }
 
-// The attachment name as the "%s" into a 256-byte buffer leaves it: cut at the
+// classic: the attachment name as the "%s" into a 256-byte buffer leaves it
+// (the plug-in host's stored dictionaries have it): cut at the
 // first zero and after 255 bytes, then read as UTF-8.
 std::optional<std::string> attachmentName(ByteView bytes) {
     return zeroTerminatedUTF8(bytes.first(std::min<std::size_t>(bytes.size(), 255)));
 }
 
-// The date sent as the user's calendar reads its fields ("%d-%d-%d %d:%d:%d"
+// classic: the date sent as the user's calendar reads its fields ("%d-%d-%d %d:%d:%d"
 // read back with "yyyy-MM-dd HH:mm:ss", digits unpadded); fields out of range
 // (an absent date is all zeros) give no "Date".
 std::optional<std::string> displayDate(const TNEFDate& date) {
@@ -76,7 +77,7 @@ Dict mapiDictionary(const TNEFPropertyList& list, const TNEFMessage& record) {
                     }
                     break;
                 default:
-                    break;  // 0x001F text included: the property pass does not use it
+                    break;  // classic: 0x001F text included, the property pass does not use it
             }
         }
     }

@@ -247,7 +247,7 @@ TNEFValue readValue(ByteCursor& cursor, std::uint16_t type, bool multiValued, bo
     return value;
 }
 
-// The classic block: the loop counts values, not properties, and the value
+// classic: the loop counts values, not properties, and the value
 // index of a multi-valued property never advances.
 void decodeClassicBlock(ByteCursor& cursor, std::uint32_t count, TNEFPropertyList& list) {
     TNEFProperty* open = nullptr;  // a multi-valued property still taking values
@@ -263,7 +263,7 @@ void decodeClassicBlock(ByteCursor& cursor, std::uint32_t count, TNEFPropertyLis
                 if (!guid.empty()) std::copy(guid.begin(), guid.end(), property.guid.begin());
                 const std::uint32_t kind = cursor.u32le();
                 if (kind != 0) {
-                    // Named by strings: they are counted, not consumed, so the
+                    // classic: named by strings, they are counted, not consumed, so the
                     // bytes after the kind are read as the property's values.
                     property.nameCount = kind;
                 } else {

@@ -85,7 +85,7 @@ struct TNEFMessage {
     TNEFDate dateReceived;
     std::array<char, 50> messageClass{};
     TNEFBuffer body;
-    // The list head: attachment attributes that come before the first
+    // classic: the list head; attachment attributes that come before the first
     // "Attachment Display info" land here and are never reported.
     TNEFAttachment attachmentHead;
     // The attachments after the head, in stream order.
