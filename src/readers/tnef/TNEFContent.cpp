@@ -243,6 +243,14 @@ std::optional<Blob> attachedMessage(ByteView object, TnefReadContext& context) {
         Log::line("Embedded message nested too deeply - not read");
         return std::nullopt;
     }
+    // Each level holds its own copy of the stream below it: the copies are
+    // charged to the budget of converted text, so a deep chain of big
+    // messages stops early instead of holding the input once per level.
+    if (payload.size() > budget.convertedLimit - std::min(budget.convertedLimit, budget.convertedBytes)) {
+        Log::line("Embedded messages too large - not converted");
+        return std::nullopt;
+    }
+    budget.convertedBytes += payload.size();
     std::optional<Dict> message;
     ++budget.depth;
     if (isTnef) {

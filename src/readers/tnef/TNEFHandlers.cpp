@@ -108,7 +108,10 @@ int TNEFRecipientTable(TNEFMessage* message, std::size_t, ByteView data) {
     ByteCursor cursor(data);
     const std::uint32_t rows = cursor.u32le();
     message->recipients.clear();
-    for (std::uint32_t row = 0; row < rows && !cursor.isShort() && !cursor.atEnd(); ++row) {
+    // Each row record weighs far more than the 4 bytes an empty row takes;
+    // no real message addresses more people than this.
+    constexpr std::uint32_t kMaxRecipientRows = 8192;
+    for (std::uint32_t row = 0; row < rows && row < kMaxRecipientRows && !cursor.isShort() && !cursor.atEnd(); ++row) {
         TNEFPropertyList list;
         decodePropertyBlock(message, cursor, list);
         message->recipients.push_back(std::move(list));
