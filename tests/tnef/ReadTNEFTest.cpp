@@ -350,6 +350,10 @@ TEST(ReadTNEFSummary, ThreeLines) {
     for (const Case& c : cases) {
         SCOPED_TRACE(c.name);
         auto summary = qh::ReadTNEF::getSummaryForMessage(c.data);
+        // The complete reading gives the same where the message has no sender.
+        auto complete = qh::ReadTNEF::getSummaryForMessage(c.data, qh::ReadOptions::complete());
+        EXPECT_EQ(summary.has_value(), complete.has_value());
+        if (summary && complete) EXPECT_EQ(qh::Value(*complete).toJsonText(), qh::Value(*summary).toJsonText());
         if (c.json == nullptr) {
             EXPECT_FALSE(summary.has_value());
         } else {
@@ -492,6 +496,33 @@ TEST(ReadTNEFComplete, RuleByRule) {
         EXPECT_EQ(jsonAt(classic->returnFullDictionary(), c.path), c.classic);
         EXPECT_EQ(jsonAt(complete->returnFullDictionary(), c.path), c.complete);
     }
+}
+
+TEST(ReadTNEFComplete, SummaryNamesTheSender) {
+    const qh::Bytes from = [] {
+        // attFrom: a recipient triple, then the name and "TYPE:address".
+        qh::Bytes out;
+        const std::string name("Ann\0", 4), address("SMTP:ann@x.org\0", 15);
+        for (std::uint16_t word : {std::uint16_t(4), std::uint16_t(8 + name.size() + address.size() + 8),
+                                   std::uint16_t(name.size()), std::uint16_t(address.size())}) {
+            qhtest::appendU16(out, word);
+        }
+        out.insert(out.end(), name.begin(), name.end());
+        out.insert(out.end(), address.begin(), address.end());
+        out.insert(out.end(), 8, 0);
+        return out;
+    }();
+    const qh::Bytes message = TnefWriter()
+                                  .attribute(kLevelMessage, kAttFrom, from)
+                                  .attribute(kLevelMessage, kAttBody, std::string("Plain body\0", 11))
+                                  .bytes();
+    auto summary = qh::ReadTNEF::getSummaryForMessage(message, qh::ReadOptions::complete());
+    ASSERT_TRUE(summary.has_value());
+    EXPECT_EQ(qh::Value(*summary).toJsonText(), R"({"From":"Ann","Subject":"-","Body":"Plain body"})");
+    auto reader = qh::ReadTNEF::initWithData(message, qh::ReadOptions::complete());
+    EXPECT_EQ(jsonAt(reader->returnFullDictionary(), "From"), R"([{"Name":"Ann","Address":"ann@x.org"}])");
+    EXPECT_EQ(qh::Value(*qh::ReadTNEF::getSummaryForMessage(message)).toJsonText(),
+              R"({"From":"-","Subject":"-","Body":"-"})");
 }
 
 TEST(ReadTNEFComplete, AttachedMessagesNestOnlyToTheEmbeddingLimit) {
