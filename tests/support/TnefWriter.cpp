@@ -183,6 +183,30 @@ std::uint16_t TnefWriter::checksum(qh::ByteView data) {
     return static_cast<std::uint16_t>(sum);
 }
 
+qh::Bytes TnefWriter::sender(std::string_view name, std::string_view typedAddress) {
+    const std::size_t nameLength = name.size() + 1, addressLength = typedAddress.size() + 1;
+    qh::Bytes out;
+    for (std::size_t word : {std::size_t(4), 8 + nameLength + addressLength + 8, nameLength, addressLength}) {
+        appendU16(out, static_cast<std::uint16_t>(word));
+    }
+    out.insert(out.end(), name.begin(), name.end());
+    out.push_back(0);
+    out.insert(out.end(), typedAddress.begin(), typedAddress.end());
+    out.push_back(0);
+    out.insert(out.end(), 8, 0);
+    return out;
+}
+
+qh::Bytes TnefWriter::recipientTable(const std::vector<MapiBlock>& rows) {
+    qh::Bytes out;
+    appendU32(out, static_cast<std::uint32_t>(rows.size()));
+    for (const MapiBlock& row : rows) {
+        const qh::Bytes block = row.bytes();
+        out.insert(out.end(), block.begin(), block.end());
+    }
+    return out;
+}
+
 qh::Bytes TnefWriter::date(std::uint16_t year, std::uint16_t month, std::uint16_t day, std::uint16_t hour,
                            std::uint16_t minute, std::uint16_t second, std::uint16_t dayOfWeek) {
     qh::Bytes out;

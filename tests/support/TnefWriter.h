@@ -81,6 +81,11 @@ public:
 
     // The sum of the bytes, kept to 16 bits.
     static std::uint16_t checksum(qh::ByteView data);
+    // attFrom's value: a recipient triple (id, size, name and address
+    // lengths), the name and "TYPE:address" with their zeros, an empty triple.
+    static qh::Bytes sender(std::string_view name, std::string_view typedAddress);
+    // attRecipTable's value: the row count, then each row's property block.
+    static qh::Bytes recipientTable(const std::vector<MapiBlock>& rows);
     // A date-time attribute value: seven 16-bit words.
     static qh::Bytes date(std::uint16_t year, std::uint16_t month, std::uint16_t day, std::uint16_t hour,
                           std::uint16_t minute, std::uint16_t second, std::uint16_t dayOfWeek = 0);

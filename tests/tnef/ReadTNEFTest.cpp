@@ -1,7 +1,6 @@
 // The reader: the two readings combined, the tag search over the message
 // property block, the attachment search and its exact log lines, the summary.
 #include <optional>
-#include <tuple>
 #include <string>
 #include <vector>
 
@@ -405,15 +404,11 @@ std::string jsonAt(const qh::Dict* dictionary, const std::string& path) {
 TEST(ReadTNEFComplete, RuleByRule) {
     qh::Log::setSystemLogEnabled(false);
     const qh::Bytes subject = qh::toBytes(std::string("Hello\0", 6));
-    const qh::Bytes recipients = [] {
-        qh::Bytes out = u32(3);
-        for (auto [type, name, address] : {std::tuple{1u, u"Ann", u"ann@x.org"}, std::tuple{2u, u"Bob", u"bob@x.org"},
-                                            std::tuple{3u, u"Cy", u"cy@x.org"}}) {
-            qh::Bytes row = MapiBlock().u32(0x0C150003, type).unicode(0x3001001F, name).unicode(0x39FE001F, address).bytes();
-            out.insert(out.end(), row.begin(), row.end());
-        }
-        return out;
-    }();
+    const qh::Bytes recipients = TnefWriter::recipientTable({
+        MapiBlock().u32(0x0C150003, 1).unicode(0x3001001F, u"Ann").unicode(0x39FE001F, u"ann@x.org"),
+        MapiBlock().u32(0x0C150003, 2).unicode(0x3001001F, u"Bob").unicode(0x39FE001F, u"bob@x.org"),
+        MapiBlock().u32(0x0C150003, 3).unicode(0x3001001F, u"Cy").unicode(0x39FE001F, u"cy@x.org"),
+    });
     const qh::Bytes inner = TnefWriter().attribute(kLevelMessage, kAttSubject, std::string("Inner\0", 6)).bytes();
     qh::Bytes object = qh::Bytes(16, 0x07);  // an interface id, then the attached stream
     object.insert(object.end(), inner.begin(), inner.end());
@@ -499,19 +494,7 @@ TEST(ReadTNEFComplete, RuleByRule) {
 }
 
 TEST(ReadTNEFComplete, SummaryNamesTheSender) {
-    const qh::Bytes from = [] {
-        // attFrom: a recipient triple, then the name and "TYPE:address".
-        qh::Bytes out;
-        const std::string name("Ann\0", 4), address("SMTP:ann@x.org\0", 15);
-        for (std::uint16_t word : {std::uint16_t(4), std::uint16_t(8 + name.size() + address.size() + 8),
-                                   std::uint16_t(name.size()), std::uint16_t(address.size())}) {
-            qhtest::appendU16(out, word);
-        }
-        out.insert(out.end(), name.begin(), name.end());
-        out.insert(out.end(), address.begin(), address.end());
-        out.insert(out.end(), 8, 0);
-        return out;
-    }();
+    const qh::Bytes from = TnefWriter::sender("Ann", "SMTP:ann@x.org");
     const qh::Bytes message = TnefWriter()
                                   .attribute(kLevelMessage, kAttFrom, from)
                                   .attribute(kLevelMessage, kAttBody, std::string("Plain body\0", 11))
