@@ -59,21 +59,24 @@ std::string fieldWithParameters(std::string_view name, std::string_view value, c
     return writer.finish();
 }
 
-// Serialises a part; multipart boundaries are chosen so that no part's text contains them.
-std::string serialise(const Part& part) {
-    std::string text;
+// Serialises a part, consuming it so that no body is held twice; multipart
+// boundaries are chosen so that no part's text contains them.
+// `text` is what goes before the part's own fields (the message header).
+std::string serialise(Part&& part, std::string text = {}) {
     for (const std::string& f : part.fields) text += f;
     if (part.multipart.empty()) {
+        text.reserve(text.size() + 2 + part.body.size() + 2);
         text.append(kCRLF).append(part.body);
         return text;
     }
     std::vector<std::string> children;
     children.reserve(part.children.size());
     std::size_t total = 0;
-    for (const Part& child : part.children) {
-        children.push_back(serialise(child));
+    for (Part& child : part.children) {
+        children.push_back(serialise(std::move(child)));
         total += children.back().size();
     }
+    part.children.clear();
     std::string boundary;
     for (int attempt = 0; attempt < 16; ++attempt) {
         boundary = std::string(mime::kBoundaryPrefix) + "_" + Uuid::randomString();
@@ -86,7 +89,10 @@ std::string serialise(const Part& part) {
     text += fieldWithParameters("Content-Type", "multipart/" + part.multipart, parameters);
     text.append(kCRLF);
     text.reserve(text.size() + total + children.size() * (boundary.size() + 8) + boundary.size() + 8);
-    for (const std::string& child : children) text.append("--").append(boundary).append(kCRLF).append(child).append(kCRLF);
+    for (std::string& child : children) {
+        text.append("--").append(boundary).append(kCRLF).append(child).append(kCRLF);
+        std::string().swap(child);
+    }
     text.append("--").append(boundary).append("--").append(kCRLF);
     return text;
 }
@@ -292,10 +298,11 @@ std::unordered_set<std::string> referencedIds(std::string_view html) {
     return ids;
 }
 
-Bytes attachmentData(const Dict& item) {
+// The attachment's bytes: the dictionary's own buffer where it holds bytes.
+Blob attachmentData(const Dict& item) {
     const Value* data = item.find(keys::kAttachData);
     if (!data) return {};
-    if (const Blob* bytes = data->bytes()) return Bytes(bytes->view().begin(), bytes->view().end());
+    if (const Blob* bytes = data->bytes()) return *bytes;
     // Classic .eml items keep some attachments as text: base64 text when the
     // part was base64 (decoded here), else the text itself.
     const std::string* text = data->string();
@@ -306,8 +313,8 @@ Bytes attachmentData(const Dict& item) {
         letters += letter || c == '=';
         return letter || c == '=' || c == '\r' || c == '\n' || c == ' ' || c == '\t';
     });
-    if (base64 && letters % 4 == 0 && letters > 0) return NewBase64Decode(asBytes(*text));
-    return toBytes(*text);
+    if (base64 && letters % 4 == 0 && letters > 0) return Blob(NewBase64Decode(asBytes(*text)));
+    return Blob(toBytes(*text));
 }
 
 // Whether bytes can stand as a message/rfc822 body once their line ends are
@@ -332,7 +339,7 @@ struct Attachment {
     std::string name;
     std::string type;
     std::optional<std::string> id;
-    Bytes data;
+    Blob data;
 };
 
 Part attachmentPart(Attachment attachment, bool inlined, const MimeWriter::Options& options) {
@@ -346,8 +353,8 @@ Part attachmentPart(Attachment attachment, bool inlined, const MimeWriter::Optio
     }
     if (isMessageType(attachment.type)) {
         std::optional<std::string> text;
-        if (options.attachedMessage) text = options.attachedMessage(attachment.data);
-        if (!text && looksLikeMessage(asText(attachment.data))) text = std::string(asText(attachment.data));
+        if (options.attachedMessage) text = options.attachedMessage(attachment.data.view());
+        if (!text && looksLikeMessage(attachment.data.text())) text = std::string(attachment.data.text());
         if (text) {
             std::string body = mime::crlfLineEnds(*text);
             bool eightBit = !mime::isASCII(body);
@@ -363,7 +370,7 @@ Part attachmentPart(Attachment attachment, bool inlined, const MimeWriter::Optio
     part.fields.push_back(fieldWithParameters("Content-Disposition", inlined ? "inline" : "attachment", dispositionParameters));
     if (attachment.id) part.fields.push_back(field("Content-ID", "<" + *attachment.id + ">"));
     part.fields.push_back(field("Content-Transfer-Encoding", "base64"));
-    part.body = mime::base64Lines(attachment.data);
+    part.body = mime::base64Lines(attachment.data.view());
     return part;
 }
 
@@ -441,7 +448,7 @@ std::string MimeWriter::write() const {
         }
     }
     if (attachRtf) {
-        Attachment body{"body.rtf", "application/rtf", std::nullopt, Bytes(rtf->view().begin(), rtf->view().end())};
+        Attachment body{"body.rtf", "application/rtf", std::nullopt, *rtf};
         attached.insert(attached.begin(), attachmentPart(std::move(body), false, options_));
     }
 
@@ -505,7 +512,7 @@ std::string MimeWriter::write() const {
     if (const std::string* references = message_.findString(keys::kReferences))
         if (auto written = msgIdField("References", msgIds(*references))) out += *written;
     out += field("MIME-Version", "1.0");
-    out += serialise(root);
+    out = serialise(std::move(root), std::move(out));
     // A single part ends where the text ends; its last line still gets its line end.
     if (!out.ends_with(kCRLF)) out.append(kCRLF);
     return out;
