@@ -13,7 +13,9 @@
 #include "util/Base64Codec.h"
 #include "util/MediaTypes.h"
 #include "writers/Format.h"
+#include "writers/ICalendarWriter.h"
 #include "writers/MimeEncoding.h"
+#include "writers/VCardWriter.h"
 
 namespace qh {
 
@@ -445,6 +447,17 @@ std::string MimeWriter::write() const {
             attachment.data = attachmentData(*item);
             bool inlined = attachment.id && !isMessageType(attachment.type) && shown.contains(asciiLower(*attachment.id));
             (inlined ? related : attached).push_back(attachmentPart(std::move(attachment), inlined, options_));
+        }
+    }
+    // An appointment or a contact keeps its fields as the file every calendar and address book reads.
+    if (const std::string* kind = message_.findString(keys::kMessageType)) {
+        std::optional<Attachment> item;
+        if (*kind == "Calendar") item = Attachment{"appointment.ics", "text/calendar", std::nullopt, {}};
+        if (*kind == "Contact") item = Attachment{"contact.vcf", "text/vcard", std::nullopt, {}};
+        if (item) {
+            std::string text = *kind == "Calendar" ? ICalendarWriter::write(message_) : VCardWriter::write(message_);
+            item->data = Blob(toBytes(text));
+            if (!text.empty()) attached.push_back(attachmentPart(std::move(*item), false, options_));
         }
     }
     if (attachRtf) {

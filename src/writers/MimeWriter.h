@@ -11,7 +11,8 @@
 //  - structure: multipart/mixed holding multipart/alternative (text/plain,
 //    then text/html or multipart/related with the images the HTML shows by
 //    content id), then the attachments; one part where there is one;
-//  - an RTF-only message gets its text and HTML from the RTF reader.
+//  - an RTF-only message gets its text and HTML from the RTF reader;
+//  - an appointment or a contact also gets its iCalendar or vCard file.
 // WriteEML keeps the classic text.
 #include <functional>
 #include <optional>

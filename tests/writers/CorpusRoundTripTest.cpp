@@ -159,6 +159,11 @@ Expected expectedOf(const qh::Dict& source) {
                        rtf->text().find("\\object") != std::string_view::npos);
     }
     if (rtfAttached) e.attachments.emplace("body.rtf", qh::Base64::encode(rtf->view()));
+    // Appointments and contacts also go out as iCalendar and vCard files (tested with their writers).
+    if (const std::string* kind = source.findString(qh::keys::kMessageType)) {
+        if (*kind == "Calendar") e.attachments.emplace("appointment.ics", "*");
+        if (*kind == "Contact") e.attachments.emplace("contact.vcf", "*");
+    }
     if (const qh::Array* items = source.findArray(qh::keys::kAttachmentList)) {
         for (const qh::Value& value : *items) {
             const qh::Dict* item = value.dict();

@@ -238,6 +238,9 @@ TEST(MimeWriter, StructureFollowsTheBodiesAndAttachments) {
         {"native rtf beside a body adds html", Dict{{"Body", "Native bold"}, {"RTF", qh::toBytes(rtfNative)}},
          "multipart/alternative(text/plain,text/html)"},
         {"unreadable rtf is attached", Dict{{"RTF", qh::toBytes("not rtf")}}, "multipart/mixed(application/rtf)"},
+        {"appointment gets its calendar file", Dict{{"MessageType", "Calendar"}, {"Subject", "Meet"}, {"Body", "x"}},
+         "multipart/mixed(text/plain,text/calendar)"},
+        {"contact gets its vcard", Dict{{"MessageType", "Contact"}, {"Subject", "Ann"}}, "multipart/mixed(text/vcard)"},
     };
     for (const auto& c : cases) {
         std::string text = write(c.message);
