@@ -11,8 +11,11 @@ namespace qh::rfc2231 {
 
 namespace {
 
-// Continuations one parameter may have; a real name needs a handful.
+// Continuations one parameter may have, and distinct parameters one value
+// may have: a real name needs a handful of sections, a real header a few
+// parameters; beyond these the rest is ignored (the search by name is linear).
 constexpr int kMaxSections = 1000;
+constexpr std::size_t kMaxParameters = 64;
 
 bool isTspecial(char c) {
     return c == '(' || c == ')' || c == '<' || c == '>' || c == '@' || c == ',' || c == ';' || c == ':' ||
@@ -170,7 +173,7 @@ ContentValue parseContentValue(std::string_view text) {
     };
     while (!cursor.empty()) {
         RawParameter parameter;
-        if (parseParameter(cursor, parameter)) {
+        if (parseParameter(cursor, parameter) && gathered.size() < kMaxParameters) {
             Gathered& target = entry(parameter.name);
             if (parameter.section < 0 && !parameter.extended) {
                 if (!target.hasPlain) {

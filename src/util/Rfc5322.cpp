@@ -189,8 +189,9 @@ bool parsePhrase(std::string_view& cursor, std::string& out) {
     bool any = false;
     while (true) {
         std::string word;
+        const bool spaced = !in.empty() && (isWsp(in.front()) || in.front() == '(');
         if (parseQuotedString(in, word) || parseAtom(in, word)) {
-            if (any && !text.empty() && text.back() != '.') text.push_back(' ');
+            if (any && !text.empty() && (text.back() != '.' || spaced)) text.push_back(' ');
             text += word;
             any = true;
             continue;

@@ -20,6 +20,12 @@ Dict read(const std::string& message) {
     return reader ? *reader->returnFullDictionary() : Dict();
 }
 
+Dict readComplete(const std::string& message) {
+    auto reader = ReadEML::initWithData(qh::asBytes(message), qh::ReadOptions::complete());
+    EXPECT_NE(reader, nullptr);
+    return reader ? *reader->returnFullDictionary() : Dict();
+}
+
 std::string text(const Dict& dict, std::string_view key) {
     const std::string* value = dict.findString(key);
     return value ? *value : "<absent>";
@@ -60,6 +66,7 @@ struct CharsetCase {
     const char* charset;  // "" for no parameter
     const char* base64;
     const char* body;     // "<absent>" when the conversion fails
+    const char* complete = nullptr;  // the complete reading's body, when it differs
 };
 
 class CharsetTable : public ::testing::TestWithParam<CharsetCase> {};
@@ -68,8 +75,9 @@ TEST_P(CharsetTable, DecodesBase64TextBodies) {
     const CharsetCase& c = GetParam();
     std::string type = "Content-Type: text/plain";
     if (*c.charset) type += std::string("; charset=\"") + c.charset + "\"";
-    Dict mail = read(single(type + "\nContent-Transfer-Encoding: base64", c.base64));
-    EXPECT_EQ(text(mail, "Body"), c.body) << c.charset;
+    const std::string message = single(type + "\nContent-Transfer-Encoding: base64", c.base64);
+    EXPECT_EQ(text(read(message), "Body"), c.body) << c.charset;
+    EXPECT_EQ(text(readComplete(message), "Body"), c.complete ? c.complete : c.body) << c.charset;
 }
 
 INSTANTIATE_TEST_SUITE_P(
@@ -84,10 +92,15 @@ INSTANTIATE_TEST_SUITE_P(
                       CharsetCase{"windows-1254", "/Q==", "\xC4\xB1"},           // dotless i
                       CharsetCase{"windows-1255", "4OE=", "\xD7\x90\xD7\x91"},   // alef bet
                       CharsetCase{"utf-16", "//5oAGkA", "hi"},
-                      // ISO 8859 and every other charset are read as ASCII.
-                      CharsetCase{"iso-8859-1", "Y2Fm6Q==", "<absent>"},
+                      // ISO 8859 and every other charset are read as ASCII (classic);
+                      // the complete reading knows every charset ICU knows.
+                      CharsetCase{"iso-8859-1", "Y2Fm6Q==", "<absent>", "caf\xC3\xA9"},
                       CharsetCase{"iso-8859-1", "Y2FmZQ==", "cafe"},
-                      CharsetCase{"koi8-r", "0A==", "<absent>"}));
+                      CharsetCase{"koi8-r", "0A==", "<absent>", "\xD0\xBF"},
+                      CharsetCase{"iso-8859-7", "4Q==", "<absent>", "\xCE\xB1"},
+                      CharsetCase{"Shift_JIS", "k/qWe4zq", "<absent>", "\xE6\x97\xA5\xE6\x9C\xAC\xE8\xAA\x9E"},
+                      // No charset and 8-bit bytes: UTF-8 when they are, else Windows-1252.
+                      CharsetCase{"us-ascii", "Y2Fm6Q==", "<absent>", "caf\xC3\xA9"}));
 
 TEST(ReadEML, Windows1255QuotedPrintableSkipsTheRewrite) {
     Dict mail = read(single("Content-Type: text/plain; charset=windows-1255\n"
@@ -124,24 +137,36 @@ TEST(ReadEML, AttachmentNames) {
         const char* what;
         std::string part;
         const char* name;
+        const char* complete;  // the complete reading's name
     } cases[] = {
         {"disposition", "Content-Type: application/pdf\nContent-Disposition: attachment; filename=\"A.pdf\"\n"
                         "Content-Transfer-Encoding: base64\n\nAAAA",
-         "a.pdf"},
+         "a.pdf", "A.pdf"},
+        {"parameters after the name", "Content-Disposition: attachment; filename=Report.PDF; size=10\n"
+                                      "Content-Transfer-Encoding: base64\n\nAAAA",
+         "report.pdf; size=10", "Report.PDF"},
         {"first content-type parameter", "Content-Type: application/pdf; name=\"Doc.PDF\"\n"
                                          "Content-Transfer-Encoding: base64\n\nAAAA",
-         "doc.pdf"},
+         "doc.pdf", "Doc.PDF"},
+        {"name not the first parameter", "Content-Type: application/pdf; x=1; name=\"Doc.PDF\"\n\nAAAA",
+         "<none>", "Doc.PDF"},
+        {"RFC 2231 continuations", "Content-Disposition: attachment; filename*0*=utf-8''r%C3%A9; filename*1=sum.txt\n\nx",
+         "<none>", "r\xC3\xA9sum.txt"},
         {"description", "Content-Type: application/pdf\nContent-Description: Scan.pdf\n"
                         "Content-Transfer-Encoding: base64\n\nAAAA",
-         "scan.pdf"},
-        {"xml by extension is text", "Content-Type: application/octet-stream; name=data.xml\n\n<a/>", "data.xml"},
+         "scan.pdf", "attachment-1.pdf"},
+        {"xml by extension is text", "Content-Type: application/octet-stream; name=data.xml\n\n<a/>", "data.xml",
+         "data.xml"},
+        {"unnamed image", "Content-Type: image/png\nContent-Transfer-Encoding: base64\n\nAAAA", "<none>",
+         "attachment-1.png"},
     };
     for (const Case& c : cases) {
-        Dict mail = read(multipart({"Content-Type: text/plain\n\nbody", c.part}));
-        const qh::Array* list = attachments(mail);
-        ASSERT_NE(list, nullptr) << c.what;
-        ASSERT_EQ(list->size(), 1u) << c.what;
-        EXPECT_EQ(text(*(*list)[0].dict(), "name"), c.name) << c.what;
+        const std::string message = multipart({"Content-Type: text/plain\n\nbody", c.part});
+        for (const auto& [mail, expected] : {std::pair{read(message), c.name}, {readComplete(message), c.complete}}) {
+            const qh::Array* list = attachments(mail);
+            std::string name = list && list->size() == 1 ? text(*(*list)[0].dict(), "name") : "<none>";
+            EXPECT_EQ(name, expected) << c.what;
+        }
     }
 }
 
@@ -226,6 +251,150 @@ TEST(ReadEML, HeadersSubjectAndAddresses) {
     EXPECT_FALSE(mail.contains("From"));
 }
 
+// What the classic reading loses and the complete one keeps: one message, one
+// key, its expected value as text (address lists as "Name|Address;...").
+TEST(ReadEMLComplete, WhatTheClassicReadingLoses) {
+    struct Case {
+        const char* what;
+        std::string message;
+        const char* key;
+        const char* expected;
+    } cases[] = {
+        {"the first line", "From: Ann <ann@example.com>\nSubject: s\n\nbody\n", "From", "Ann|ann@example.com;"},
+        {"header names in any case", "FROM: a@example.com\nsubject: lower\n\nbody\n", "Subject", "lower"},
+        {"folding keeps the blanks", "Subject: Twelve\n\tThirteen\n\nx\n", "Subject", "Twelve\tThirteen"},
+        {"encoded words in any charset", "Subject: =?iso-8859-1?Q?caf=E9?= =?koi8-r?B?0A==?=\n\nx\n", "Subject",
+         "caf\xC3\xA9\xD0\xBF"},
+        {"quoted names with commas and groups",
+         "To: \"Doe, J\" <j@example.com>, Team: b@example.com;\nCc: c@example.com (Cee)\n\nx\n", "To",
+         "Doe, J|j@example.com;b@example.com|b@example.com;"},
+        {"a comment as the name", "X: y\nCC: c@example.com (Cee)\n\nx\n", "CC", "Cee|c@example.com;"},
+        {"Reply-To", "Reply-To: r@example.com\n\nx\n", "ReplyTo", "r@example.com|r@example.com;"},
+        {"Bcc", "Bcc: b@example.com\n\nx\n", "BCC", "b@example.com|b@example.com;"},
+        {"two To fields", "To: a@example.com\nTo: b@example.com\n\nx\n", "To",
+         "a@example.com|a@example.com;b@example.com|b@example.com;"},
+        {"the date as a date", "Date: Tue, 12 Nov 2013 09:12:42 -0500\n\nx\n", "TimeStamp", "2013-11-12T14:12:42Z"},
+        {"the date as written", "Date: Tue, 12 Nov 2013 09:12:42 -0500\n\nx\n", "Date",
+         "Tue, 12 Nov 2013 09:12:42 -0500"},
+        {"message id", "Message-ID: <a@b>\n\nx\n", "MessageID", "<a@b>"},
+        {"in reply to", "In-Reply-To: <a@b>\n\nx\n", "InReplyTo", "<a@b>"},
+        {"references", "References: <a@b>\n <c@d>\n\nx\n", "References", "<a@b> <c@d>"},
+        {"the whole header block", "Received: x\nX-A: 1\n\nbody\n", "Header", "Received: x\nX-A: 1"},
+        {"links untouched", "Content-Type: text/plain\n\nsee http://x.org\n", "Body", "see http://x.org"},
+        {"blank lines kept", "Content-Type: text/plain\n\na\n\nb\n", "Body", "a\n\nb"},
+        {"the last line without a line break", "Content-Type: text/plain\n\nlast", "Body", "last"},
+        {"a header block without a body", "X: y\nSubject: only headers", "Subject", "only headers"},
+        {"ISO 8859 quoted-printable",
+         "Content-Type: text/plain; charset=iso-8859-1\nContent-Transfer-Encoding: quoted-printable\n\ncaf=E9\n",
+         "Body", "caf\xC3\xA9"},
+        {"8-bit mail that is not UTF-8",
+         "Subject: caf\xE9\nContent-Type: text/plain; charset=iso-8859-1\n\ncaf\xE9\n", "Body",
+         "caf\xC3\xA9"},
+        {"8-bit header that is not UTF-8", "Subject: caf\xE9\n\nx\n", "Subject", "caf\xC3\xA9"},
+        {"no classic RawMail",
+         "Content-Type: text/plain\nContent-Transfer-Encoding: quoted-printable\n\na=3Db\n", "RawMail", "<absent>"},
+        {"no classic <BR> page",
+         "Content-Type: text/plain\nContent-Transfer-Encoding: quoted-printable\n\na=3Db\n", "HTML", "<absent>"},
+    };
+    for (const Case& c : cases) {
+        Dict mail = readComplete(c.message);
+        std::string got = "<absent>";
+        if (const qh::Value* value = mail.find(c.key)) {
+            if (const std::string* string = value->string()) {
+                got = *string;
+            } else if (const qh::Array* list = value->array()) {
+                got.clear();
+                for (const qh::Value& entry : *list) got += text(*entry.dict(), "Name") + "|" + text(*entry.dict(), "Address") + ";";
+            } else if (value->date()) {
+                got = value->toJsonText().substr(10, 20);
+            }
+        }
+        EXPECT_EQ(got, c.expected) << c.what;
+    }
+}
+
+// The parts of a message as the complete reading lists them: the chosen plain
+// and HTML bodies, then every other leaf as "name mimeType disposition cid size".
+std::string partsOf(const Dict& mail) {
+    std::string out = "plain=" + text(mail, "Body") + " html=" + text(mail, "HTML");
+    if (const qh::Array* list = attachments(mail)) {
+        for (const qh::Value& entry : *list) {
+            const Dict& item = *entry.dict();
+            EXPECT_NE(item.findBytes("data"), nullptr);
+            out += " [" + text(item, "name") + " " + text(item, "mimeType") + " " + text(item, "attachDisposition") +
+                   " " + text(item, "AttachContentID") + " " + std::to_string(item.find("size")->integer()) + "]";
+        }
+    }
+    return out;
+}
+
+TEST(ReadEMLComplete, EveryLeafPartIsKept) {
+    const std::string plain = "Content-Type: text/plain\n\nhello";
+    const std::string html = "Content-Type: text/html\n\n<p><img src=\"cid:logo@x\"></p>";
+    const std::string logo =
+        "Content-Type: image/png\nContent-ID: <logo@x>\nContent-Transfer-Encoding: base64\n\niVBORw0KGgo=";
+    const std::string signature = "Content-Type: application/pkcs7-signature; name=smime.p7s\n"
+                                  "Content-Transfer-Encoding: base64\n\nAAAA";
+    const std::string attached = "Content-Type: message/rfc822\n\nSubject: =?utf-8?Q?Inner_caf=C3=A9?=\n"
+                                 "From: x@example.com\n\ninner body";
+    struct Case {
+        const char* what;
+        std::string message;
+        const char* parts;
+    } cases[] = {
+        {"both alternatives", multipart({plain, html}, "alternative"),
+         "plain=hello html=<p><img src=\"cid:logo@x\"></p>"},
+        {"an inline image keeps its content id and the page its reference",
+         multipart({html, logo}, "related"),
+         "plain=<absent> html=<p><img src=\"cid:logo@x\"></p> [attachment-1.png image/png inline logo@x 8]"},
+        {"a signed message shows its content and keeps the signature", multipart({plain, signature}, "signed"),
+         "plain=hello html=<absent> [smime.p7s application/pkcs7-signature attachment <absent> 3]"},
+        {"an attached message is named after its subject", multipart({plain, attached}),
+         "plain=hello html=<absent> [Inner caf\xC3\xA9.eml message/rfc822 attachment <absent> 68]"},
+        {"a second plain part is an attachment", multipart({plain, plain}),
+         "plain=hello html=<absent> [attachment-1.txt text/plain attachment <absent> 5]"},
+        {"a plain part marked as attachment", multipart({"Content-Disposition: attachment\n\nnotes", plain}),
+         "plain=hello html=<absent> [attachment-1.txt text/plain attachment <absent> 5]"},
+        {"two parts of one name are both kept",
+         multipart({plain, "Content-Disposition: attachment; filename=a.bin\n\n1",
+                    "Content-Disposition: attachment; filename=a.bin\n\n22"}),
+         "plain=hello html=<absent> [a.bin text/plain attachment <absent> 1] [a.bin text/plain attachment <absent> 2]"},
+        {"preamble and epilogue are no parts",
+         "Content-Type: multipart/mixed; boundary=b\n\npreamble\n--b\n" + plain + "\n--b--\nepilogue\n",
+         "plain=hello html=<absent>"},
+        {"a delimiter starts a line; one boundary may begin another",
+         "Content-Type: multipart/mixed; boundary=b\n\n--b\nContent-Type: multipart/alternative; boundary=b-1\n\n"
+         "--b-1\n" + plain + " --b inside\n--b-1\n" + html + "\n--b-1--\n\n--b\n" + signature + "\n--b--\n",
+         "plain=hello --b inside html=<p><img src=\"cid:logo@x\"></p> "
+         "[smime.p7s application/pkcs7-signature attachment <absent> 3]"},
+        {"transport padding after a delimiter", "Content-Type: multipart/mixed; boundary=b\n\n--b  \n" + plain +
+                                                    "\n--b-- \n",
+         "plain=hello html=<absent>"},
+    };
+    for (const Case& c : cases) EXPECT_EQ(partsOf(readComplete(c.message)), c.parts) << c.what;
+}
+
+TEST(ReadEMLComplete, TextAttachmentsKeepTheMessagesLineBreaks) {
+    const std::string message = "Content-Type: multipart/mixed; boundary=b\r\n\r\n--b\r\n"
+                                "Content-Type: text/plain\r\n\r\nbody\r\n--b\r\n"
+                                "Content-Disposition: attachment; filename=a.txt\r\n\r\none\r\ntwo\r\n--b--\r\n";
+    Dict mail = readComplete(message);
+    const qh::Array* list = attachments(mail);
+    ASSERT_TRUE(list && list->size() == 1);
+    EXPECT_EQ(std::string(qh::asText((*list)[0].dict()->findBytes("data")->view())), "one\r\ntwo");
+    EXPECT_EQ(text(mail, "Body"), "body");
+}
+
+TEST(ReadEMLComplete, SummaryAndTheFrontDoor) {
+    const std::string message = "From: =?utf-8?Q?Ann_=C3=89?= <ann@example.com>\nSubject: Hi\n\nBody text\n";
+    auto summary = ReadEML::getSummaryForMessage(qh::asBytes(message), qh::ReadOptions::complete());
+    ASSERT_TRUE(summary);
+    EXPECT_EQ(*summary, (Dict{{"Subject", "Hi"}, {"Body", "Body text"}, {"From", "Ann \xC3\x89"}}));
+    // The classic reading never reads the first line.
+    auto classic = ReadEML::getSummaryForMessage(qh::asBytes(message));
+    EXPECT_EQ(text(*classic, "From"), "-");
+}
+
 TEST(ReadEML, UnreadableBytesGiveOnlyAnEmptyHeader) {
     Dict mail = read("skip\nSubject: caf\xE9\n\nbody\n");
     EXPECT_EQ(mail, (Dict{{"Header", ""}}));
@@ -295,12 +464,25 @@ TEST(ReadEML, HostileBodiesGiveADictionary) {
     messages.push_back(multipart({manyReferences, "Content-Disposition: inline; filename=a.png\n"
                                                   "Content-Transfer-Encoding: base64\n\n" +
                                                       std::string(40000, 'A')}));
+    // Deep nesting, many parameters, endless comments and encoded words.
+    std::string deep;
+    for (int i = 0; i < 200; ++i) deep += "Content-Type: multipart/mixed; boundary=b" + std::to_string(i) + "\n\n--b" + std::to_string(i) + "\n";
+    messages.push_back(deep + "Content-Type: text/plain\n\nbottom\n");
+    std::string parameters = "Content-Type: text/plain";
+    for (int i = 0; i < 20000; ++i) parameters += "; p" + std::to_string(i) + "*" + std::to_string(i % 7) + "*=x";
+    messages.push_back(parameters + "\n\nx\n");
+    messages.push_back("From: " + std::string(50000, '(') + "\nTo: " + std::string(50000, '<') + "\n\nx\n");
+    std::string words = "Subject:";
+    for (int i = 0; i < 20000; ++i) words += " =?utf-8?B?w6k=?=";
+    messages.push_back(words + "\nDate: " + std::string(20000, '1') + "\n\nx\n");
     for (const std::string& message : messages) {
-        auto reader = ReadEML::initWithData(qh::asBytes(message));
-        ASSERT_NE(reader, nullptr);
-        const std::string* html = reader->returnFullDictionary()->findString("HTML");
-        if (html) {
-            EXPECT_LE(html->size(), 16 * message.size());
+        for (const qh::ReadOptions& options : {qh::ReadOptions::classic(), qh::ReadOptions::complete()}) {
+            auto reader = ReadEML::initWithData(qh::asBytes(message), options);
+            ASSERT_NE(reader, nullptr);
+            const std::string* html = reader->returnFullDictionary()->findString("HTML");
+            if (html) {
+                EXPECT_LE(html->size(), 16 * message.size());
+            }
         }
     }
 }

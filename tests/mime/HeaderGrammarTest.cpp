@@ -1,0 +1,257 @@
+// The header grammar under the complete reading (and the MIME writer): RFC 2047
+// words in the charsets mail uses, RFC 2231 parameters, RFC 5322 address
+// lists, dates and identifiers, quoted-printable, charset fallbacks, media types.
+#include <gtest/gtest.h>
+
+#include <nlohmann/json.hpp>
+
+#include <string>
+#include <vector>
+
+#include "core/Value.h"
+#include "util/MediaTypes.h"
+#include "util/MimeCharset.h"
+#include "util/Rfc2045.h"
+#include "util/Rfc2047.h"
+#include "util/Rfc2231.h"
+#include "util/Rfc5322.h"
+
+namespace {
+
+using namespace qh;
+
+TEST(Rfc2047, DecodesWordsInEveryCharsetMailUses) {
+    struct Case {
+        const char* encoded;
+        const char* decoded;
+    } cases[] = {
+        {"=?iso-8859-1?Q?Some_=DFtring?=", "Some \xC3\x9Ftring"},
+        {"=?ISO-8859-2?Q?=B1?=", "\xC4\x85"},                                   // a with ogonek
+        {"=?iso-8859-15?Q?=A4?=", "\xE2\x82\xAC"},                              // euro
+        {"=?koi8-r?B?8NLJ18XU?=", "\xD0\x9F\xD1\x80\xD0\xB8\xD0\xB2\xD0\xB5\xD1\x82"},  // Привет
+        {"=?windows-1251?Q?=CF=F0=E8?=", "\xD0\x9F\xD1\x80\xD0\xB8"},          // При
+        {"=?windows-1252?Q?M=FCller?=", "M\xC3\xBCller"},
+        {"=?windows-1255?B?4OE=?=", "\xD7\x90\xD7\x91"},                        // alef bet
+        {"=?gb2312?B?1tDOxA==?=", "\xE4\xB8\xAD\xE6\x96\x87"},                  // 中文
+        {"=?GBK?B?1tDOxA==?=", "\xE4\xB8\xAD\xE6\x96\x87"},
+        {"=?gb18030?B?1tDOxA==?=", "\xE4\xB8\xAD\xE6\x96\x87"},
+        {"=?big5?B?pKSk5Q==?=", "\xE4\xB8\xAD\xE6\x96\x87"},
+        {"=?shift_jis?B?k/qWe4zq?=", "\xE6\x97\xA5\xE6\x9C\xAC\xE8\xAA\x9E"},  // 日本語
+        {"=?ISO-2022-JP?B?GyRCRnxLXDhsGyhC?=", "\xE6\x97\xA5\xE6\x9C\xAC\xE8\xAA\x9E"},
+        {"=?euc-kr?B?x9GxuQ==?=", "\xED\x95\x9C\xEA\xB5\xAD"},                 // 한국
+        {"=?utf-8?b?Y2Fmw6k=?=", "caf\xC3\xA9"},
+        {"=?UTF-7?Q?Hi_+AOk-?=", "Hi \xC3\xA9"},
+        {"=?utf-8*en?Q?language_suffix?=", "language suffix"},
+        // Adjacent words: the blank between them goes, a character split between them is joined.
+        {"=?utf-8?Q?caf=C3?= =?utf-8?Q?=A9?=", "caf\xC3\xA9"},
+        {"=?utf-8?Q?a?=\r\n =?iso-8859-1?Q?=E9?=", "a\xC3\xA9"},
+        {"Re: =?utf-8?Q?x?= and =?utf-8?Q?y?=", "Re: x and y"},
+        // Not words: kept as written.
+        {"=?utf-8?Q?no end", "=?utf-8?Q?no end"},
+        {"=?utf-8?X?abc?=", "=?utf-8?X?abc?="},
+        {"a ?= b", "a ?= b"},
+        // An unknown charset still gives text (UTF-8, else Windows-1252).
+        {"=?x-unknown?Q?caf=E9?=", "caf\xC3\xA9"},
+        // Raw 8-bit header text: UTF-8 kept, anything else as Windows-1252.
+        {"caf\xC3\xA9", "caf\xC3\xA9"},
+        {"caf\xE9", "caf\xC3\xA9"},
+    };
+    for (const Case& c : cases) EXPECT_EQ(rfc2047::decodeText(c.encoded), c.decoded) << c.encoded;
+}
+
+TEST(Rfc2047, EncodeWordRoundTrips) {
+    for (const char* text : {"plain ascii", "caf\xC3\xA9 au lait", "\xE4\xB8\xAD\xE6\x96\x87", "a=?b?=c"}) {
+        EXPECT_EQ(rfc2047::decodeText(rfc2047::encodeWord(text)), text) << text;
+    }
+    EXPECT_EQ(rfc2047::encodeWord("plain ascii"), "plain ascii");
+}
+
+TEST(Rfc2231, ParametersOfContentValues) {
+    struct Case {
+        const char* header;
+        const char* value;
+        const char* parameter;
+        const char* expected;  // nullptr: absent
+    } cases[] = {
+        {"text/plain; charset=\"ISO-8859-1\"", "text/plain", "charset", "ISO-8859-1"},
+        {"Text/HTML;CHARSET=utf-8", "text/html", "charset", "utf-8"},
+        {"attachment; filename=test.txt; source-filename=original.txt", "attachment", "filename", "test.txt"},
+        {"attachment; filename=\"Outlook-facebook.png\"; size=2018;\r\n\tcreation-date=\"Tue, 18 Feb 2025\"",
+         "attachment", "filename", "Outlook-facebook.png"},
+        {"attachment; filename=\"a;b \\\"c\\\".txt\"", "attachment", "filename", "a;b \"c\".txt"},
+        {"attachment; filename*=utf-8''%E2%82%AC%20rates.txt", "attachment", "filename", "\xE2\x82\xAC rates.txt"},
+        {"attachment; filename*=iso-8859-1'en'caf%E9.txt", "attachment", "filename", "caf\xC3\xA9.txt"},
+        {"attachment; filename*0=\"long \"; filename*1=\"name.txt\"", "attachment", "filename", "long name.txt"},
+        {"attachment; filename*1*=%AC.txt; filename*0*=utf-8''%E2%82", "attachment", "filename",
+         "\xE2\x82\xAC.txt"},
+        // The RFC 2231 form wins over the plain one, whichever comes first.
+        {"attachment; filename=fallback.txt; filename*=utf-8''real.txt", "attachment", "filename", "real.txt"},
+        // Encoded words inside quotes, as many mailers write them.
+        {"image/png; name=\"=?utf-8?B?w6kucG5n?=\"", "image/png", "name", "\xC3\xA9.png"},
+        {"attachment; filename=my file.pdf", "attachment", "filename", "my file.pdf"},
+        {"multipart/mixed; boundary=\"----=_Part_0\"", "multipart/mixed", "boundary", "----=_Part_0"},
+        {"multipart/mixed", "multipart/mixed", "boundary", nullptr},
+        {"text/plain; ; =x; charset", "text/plain", "charset", nullptr},
+    };
+    for (const Case& c : cases) {
+        rfc2231::ContentValue parsed = rfc2231::parseContentValue(c.header);
+        EXPECT_EQ(parsed.value, c.value) << c.header;
+        const std::string* value = parsed.parameter(c.parameter);
+        if (c.expected) {
+            ASSERT_NE(value, nullptr) << c.header;
+            EXPECT_EQ(*value, c.expected) << c.header;
+        } else {
+            EXPECT_EQ(value, nullptr) << c.header;
+        }
+    }
+}
+
+std::string listed(const std::vector<rfc5322::Mailbox>& list) {
+    std::string out;
+    for (const rfc5322::Mailbox& mailbox : list) out += "[" + mailbox.name + "|" + mailbox.address + "]";
+    return out;
+}
+
+TEST(Rfc5322, AddressLists) {
+    struct Case {
+        const char* header;
+        const char* expected;
+    } cases[] = {
+        {"a@example.com", "[|a@example.com]"},
+        {"Jane Doe <jane@example.com>", "[Jane Doe|jane@example.com]"},
+        {"\"Doe, Jane\" <jane@example.com>, john@example.com", "[Doe, Jane|jane@example.com][|john@example.com]"},
+        {"john@example.com (John Doe)", "[John Doe|john@example.com]"},
+        {"Jane (work) <jane@example.com>", "[Jane|jane@example.com]"},
+        {"John Q. Public <jqp@example.com>", "[John Q. Public|jqp@example.com]"},
+        {"J.R. Smith <jr@example.com>", "[J.R. Smith|jr@example.com]"},
+        {"Team: a@example.com, \"B, b\" <b@example.com>;, c@example.com",
+         "[|a@example.com][B, b|b@example.com][|c@example.com]"},
+        {"undisclosed-recipients:;", ""},
+        {"=?iso-8859-1?Q?Some_=DFtring?= <some@example.com>\"", "[Some \xC3\x9Ftring|some@example.com]"},
+        {"\"=?utf-8?Q?M=C3=BCller?=, Peter\" <p@example.ch>", "[M\xC3\xBCller, Peter|p@example.ch]"},
+        {"<@route.example:a@example.com>", "[|a@example.com]"},
+        {"\"quoted local\"@example.com", "[|\"quoted local\"@example.com]"},
+        {"a@[192.0.2.1]", "[|a@[192.0.2.1]]"},
+        {" , ,a@example.com,, ", "[|a@example.com]"},
+        // What does not parse is kept as well as it can be.
+        {"jang.abcdef@xyzlinu <jang.abcdef@example.it>", "[jang.abcdef@xyzlinu|jang.abcdef@example.it]"},
+        {"Name With Spaces", "[|Name With Spaces]"},
+        {"Broken <unclosed@example.com", "[|Broken <unclosed@example.com]"},
+        {"", ""},
+    };
+    for (const Case& c : cases) EXPECT_EQ(listed(rfc5322::parseAddressList(c.header)), c.expected) << c.header;
+    EXPECT_EQ(rfc5322::parseAddressList("a@x, b@x, c@x", 2).size(), 2u);
+}
+
+TEST(Rfc5322, ParseFunctionsLeaveTheCursorOnNoMatch) {
+    std::string_view cursor = "<not closed";
+    std::string out;
+    EXPECT_FALSE(rfc5322::parseAngleAddr(cursor, out));
+    EXPECT_EQ(cursor, "<not closed");
+    cursor = "no-at-sign rest";
+    EXPECT_FALSE(rfc5322::parseAddrSpec(cursor, out));
+    EXPECT_EQ(cursor, "no-at-sign rest");
+    rfc5322::Mailbox mailbox;
+    cursor = ":;";
+    EXPECT_FALSE(rfc5322::parseMailbox(cursor, mailbox));
+    EXPECT_EQ(cursor, ":;");
+    cursor = "  (a comment) word";
+    EXPECT_TRUE(rfc5322::parseAtom(cursor, out));
+    EXPECT_EQ(out, "word");
+    EXPECT_TRUE(cursor.empty());
+}
+
+TEST(Rfc5322, Dates) {
+    struct Case {
+        const char* header;
+        const char* utc;  // "" when it does not parse
+    } cases[] = {
+        {"Tue, 12 Nov 2013 09:12:42 -0500", "2013-11-12T14:12:42Z"},
+        {"2 Oct 2025 10:45:48 -0400", "2025-10-02T14:45:48Z"},
+        {"Thu, 4 Sep 2025 17:14:47 -0400 (EDT)", "2025-09-04T21:14:47Z"},
+        {"Mon, 24 Sep 07 15:28 +0200", "2007-09-24T13:28:00Z"},
+        {"Fri, 01 Jan 99 00:00:00 GMT", "1999-01-01T00:00:00Z"},
+        {"Sat, 29 Feb 2020 23:59:59 PST", "2020-03-01T07:59:59Z"},
+        {"Wed,\r\n 15 Nov 2017 14:16:14 +0000", "2017-11-15T14:16:14Z"},
+        {"(comment) 1 Jan 2000 12:00:00 +0130", "2000-01-01T10:30:00Z"},
+        {"1 Jan 2000 12:00:00", "2000-01-01T12:00:00Z"},
+        {"Mon Jan  5 10:02:03 2024", "2024-01-05T10:02:03Z"},
+        {"31 Feb 2020 10:00:00 +0000", ""},
+        {"1 Foo 2020 10:00:00 +0000", ""},
+        {"1 Jan 2020 25:00:00 +0000", ""},
+        {"yesterday", ""},
+        {"", ""},
+    };
+    for (const Case& c : cases) {
+        std::optional<Date> date = rfc5322::parseDateTime(c.header);
+        std::string got = date ? Value(*date).toJson()["$date"].get<std::string>() : "";
+        EXPECT_EQ(got, c.utc) << c.header;
+    }
+}
+
+TEST(Rfc5322, MessageIdentifiersAndFields) {
+    EXPECT_EQ(rfc5322::msgIdList("<a@x>\r\n <b@y> <c@z>"), "<a@x> <b@y> <c@z>");
+    EXPECT_EQ(rfc5322::msgIdList("Your message of Monday <a@x>"), "<a@x>");
+    EXPECT_EQ(rfc5322::msgIdList("no identifier"), "no identifier");
+
+    std::vector<rfc5322::Field> fields = rfc5322::parseFields(
+        "From: a@x\r\nSubject: One Two\r\n  Three\r\nnot a field\r\nX-Empty:\r\nTo : b@y\r\n\r\nBody: no\r\n");
+    ASSERT_EQ(fields.size(), 4u);
+    EXPECT_EQ(fields[0].name, "From");
+    EXPECT_EQ(fields[1].value, "One Two  Three");  // unfolded, the continuation's blanks kept
+    EXPECT_EQ(fields[2].value, "");
+    EXPECT_EQ(fields[3].name, "To");
+}
+
+TEST(Rfc2045, QuotedPrintable) {
+    struct Case {
+        const char* encoded;
+        const char* decoded;
+    } cases[] = {
+        {"caf=C3=A9", "caf\xC3\xA9"},
+        {"caf=c3=a9", "caf\xC3\xA9"},
+        {"soft=\nbreak", "softbreak"},
+        {"soft=\r\nbreak", "softbreak"},
+        {"trailing   \nblanks", "trailing\nblanks"},
+        {"a=3Db", "a=b"},
+        {"bad=ZZ escape=", "bad=ZZ escape"},
+        {"=FF=00", "\xFF"},
+    };
+    for (const Case& c : cases) {
+        Bytes bytes = rfc2045::decodeQuotedPrintable(c.encoded);
+        std::string expected(c.decoded);
+        if (std::string(c.encoded) == "=FF=00") expected.push_back('\0');
+        EXPECT_EQ(std::string(asText(bytes)), expected) << c.encoded;
+    }
+    EXPECT_EQ(std::string(asText(rfc2045::decodeQuotedPrintable("a\nb", "\r\n"))), "a\r\nb");
+}
+
+TEST(MimeCharset, NeverGivesNothing) {
+    struct Case {
+        std::string bytes;
+        const char* charset;
+        const char* text;
+    } cases[] = {
+        {"caf\xE9", "iso-8859-1", "caf\xC3\xA9"},
+        {"\xD0\xD2\xC9", "KOI8-R", "\xD0\xBF\xD1\x80\xD0\xB8"},
+        {"caf\xC3\xA9", "us-ascii", "caf\xC3\xA9"},        // mislabelled UTF-8
+        {"caf\xE9", "us-ascii", "caf\xC3\xA9"},            // 8-bit in ASCII: Windows-1252
+        {"caf\xE9", "x-no-such-charset", "caf\xC3\xA9"},
+        {"caf\xE9", "", "caf\xC3\xA9"},
+        {"\x80\x81", "windows-1252", "\xE2\x82\xAC\xC2\x81"},
+        {"ok \xFF", "utf-8", "ok \xEF\xBF\xBD"},            // declared UTF-8: a bad byte is U+FFFD
+    };
+    for (const Case& c : cases) EXPECT_EQ(MimeCharset::decode(asBytes(c.bytes), c.charset), c.text) << c.charset;
+}
+
+TEST(MediaTypes, ExtensionsBothWays) {
+    EXPECT_EQ(MediaTypes::extensionFor("image/PNG"), "png");
+    EXPECT_EQ(MediaTypes::extensionFor("text/plain; charset=utf-8"), "txt");
+    EXPECT_EQ(MediaTypes::extensionFor("image/jpeg"), "jpg");
+    EXPECT_EQ(MediaTypes::extensionFor("application/x-no-such-type"), "bin");
+    EXPECT_EQ(MediaTypes::extensionFor("text/x-no-such-type"), "txt");
+    EXPECT_EQ(MediaTypes::mediaTypeFor("Report.PDF"), "application/pdf");
+    EXPECT_EQ(MediaTypes::mediaTypeFor("noextension"), "application/octet-stream");
+}
+
+}  // namespace
