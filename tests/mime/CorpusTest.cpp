@@ -348,7 +348,7 @@ TEST(EmlCorpus, ConvertedMsgFilesReadBack) {
     const fs::path folder = fs::temp_directory_path() / ("qh-mime-roundtrip-" + std::to_string(::getpid()));
     fs::create_directories(folder);
     std::vector<fs::path> written;
-    std::vector<qh::Dict> dictionaries;
+    std::vector<qh::Dict> dictionaries, completeDictionaries;
     for (const fs::path& path : files) {
         // The classic writer's text (convert writes MIME of the complete reading by default).
         qhtest::CliResult result = qhtest::runCli({"convert", "--classic", path.string()});
@@ -357,6 +357,9 @@ TEST(EmlCorpus, ConvertedMsgFilesReadBack) {
         ASSERT_NE(reader, nullptr) << path;
         EXPECT_TRUE(reader->returnFullDictionary()->contains("Header")) << path;
         dictionaries.push_back(*reader->returnFullDictionary());
+        auto complete = qh::ReadEML::initWithData(qh::asBytes(result.out), qh::ReadOptions::complete());
+        ASSERT_NE(complete, nullptr) << path;
+        completeDictionaries.push_back(*complete->returnFullDictionary());
         written.push_back(folder / (path.stem().string() + ".eml"));
         std::ofstream(written.back(), std::ios::binary) << result.out;
     }
@@ -370,6 +373,20 @@ TEST(EmlCorpus, ConvertedMsgFilesReadBack) {
         EXPECT_EQ(subject ? *subject : std::string(), theirs["subject"].get<std::string>());
         EXPECT_EQ(addressesOf(mail, "From"), theirs["from"].get<std::vector<std::string>>());
         EXPECT_EQ(addressesOf(mail, "To"), theirs["to"].get<std::vector<std::string>>());
+        // The complete reading reads the first line too, and every attachment.
+        const qh::Dict& whole = completeDictionaries[i];
+        const std::string* completeSubject = whole.findString("Subject");
+        EXPECT_EQ(completeSubject ? *completeSubject : std::string(), theirs["subject"].get<std::string>());
+        for (auto [field, key] : {std::pair{"from", "From"}, {"to", "To"}, {"cc", "CC"}}) {
+            EXPECT_EQ(addressesOf(whole, key), theirs[field].get<std::vector<std::string>>()) << "complete " << key;
+        }
+        std::size_t completeCount = whole.findArray("AttachmentList") ? whole.findArray("AttachmentList")->size() : 0;
+        // A multipart without a single part holds nothing; Python lists it as an empty leaf.
+        std::size_t theirCount = 0;
+        for (const json& attachment : theirs["complete"]["attachments"]) {
+            if (attachment["type"].get<std::string>().rfind("multipart/", 0) != 0) ++theirCount;
+        }
+        EXPECT_EQ(completeCount, theirCount) << "complete attachments";
         std::multiset<std::string> theirBytes;
         for (const json& attachment : theirs["attachments"]) theirBytes.insert(attachment["base64"].get<std::string>());
         // Every attachment this reader keeps is one Python finds, byte for byte.

@@ -367,6 +367,10 @@ TEST(ReadEMLComplete, EveryLeafPartIsKept) {
          "--b-1\n" + plain + " --b inside\n--b-1\n" + html + "\n--b-1--\n\n--b\n" + signature + "\n--b--\n",
          "plain=hello --b inside html=<p><img src=\"cid:logo@x\"></p> "
          "[smime.p7s application/pkcs7-signature attachment <absent> 3]"},
+        {"a part without header fields", multipart({"just text\nmore"}), "plain=just text\nmore html=<absent>"},
+        {"of two Content-Type fields the first counts",
+         "Content-Type: multipart/mixed; boundary=b\nContent-Type: text/plain\n\n--b\n" + plain + "\n--b--\n",
+         "plain=hello html=<absent>"},
         {"transport padding after a delimiter", "Content-Type: multipart/mixed; boundary=b\n\n--b  \n" + plain +
                                                     "\n--b-- \n",
          "plain=hello html=<absent>"},

@@ -193,6 +193,7 @@ struct MIMEReader::Part {
     bool valueIsContent = true;
     std::string uaContent;
     bool bodyReserved = false;
+    bool anyHeader = false;  // a header field has been read
 
     std::string& currentValue() { return valueIsContent ? content : value; }
 
@@ -203,7 +204,10 @@ void MIMEReader::Part::handleHeader() {
     if (name) {
         const std::string& header = *name;
         std::string text = std::move(currentValue());
-        if (MIMEText::equalsASCIIIgnoringCase(header, "content-type")) {
+        if (MIMEText::equalsASCIIIgnoringCase(header, "content-type") &&
+            rules.parameters == MimeRules::Parameters::Rfc2231 && record.contains("contentType")) {
+            // A second Content-Type: the first counts, as mail clients read it.
+        } else if (MIMEText::equalsASCIIIgnoringCase(header, "content-type")) {
             parameters = setContentParameters(text);
             const std::string* delimiter = parameters.findString("boundary");
             hasBoundary = delimiter != nullptr;
@@ -214,8 +218,9 @@ void MIMEReader::Part::handleHeader() {
             if (MIMEText::secondPiece(mediaType, "/", subtype)) {
                 record.set("contentFormat", MIMEText::lowercase(MIMEText::trim(subtype)));
             }
-            // Only the first parameter is looked at: for text it is the charset,
-            // for a multipart usually the boundary, for an attachment its name.
+            // classic: only the first parameter is looked at (for text the charset,
+            // for a multipart usually the boundary, for an attachment its name);
+            // ReadEML's classic charset and name choices are built on it.
             std::string_view parameter;
             if (MIMEText::secondPiece(text, ";", parameter)) {
                 record.set("metaType", MIMEText::lowercase(MIMEText::trim(MIMEText::firstPiece(parameter, "="))));
@@ -235,6 +240,8 @@ void MIMEReader::Part::handleHeader() {
                 if (const std::string* value = type.parameter("name")) record.set("typeName", *value);
             }
         } else if (header == "From" || header == "To" || header == "CC" || header == "BCC") {
+            // classic: exact-case names only ("Cc" stays text); dictionaries
+            // compared byte for byte depend on it.
             record.set(header, processEmailAddresses(text));
         } else if (MIMEText::equalsASCIIIgnoringCase(header, "content-transfer-encoding")) {
             std::string lower = MIMEText::lowercase(text);
@@ -260,9 +267,9 @@ void MIMEReader::Part::handleHeader() {
             if (id.size() >= 2 && id.front() == '<' && id.back() == '>') id = id.substr(1, id.size() - 2);
             record.set("Content-Id", std::move(id));
         } else if (MIMEText::equalsASCIIIgnoringCase(header, "content-description")) {
-            // A name from the description is only a fallback. It is lower-cased
-            // before the encoded words are decoded, so base64 words in it come
-            // out wrong; names in the wild were taken as they come out here.
+            // classic: a name from the description is only a fallback. It is
+            // lower-cased before the encoded words are decoded, so base64 words
+            // in it come out wrong; saved attachments of the family were named so.
             if (!record.contains("fileName")) {
                 std::string lowered = MIMEText::removeAll(MIMEText::lowercase(MIMEText::trim(text)), '"');
                 std::string decoded = WindowsCodePageWangers::decodeCP1255B(lowered);
@@ -275,12 +282,14 @@ void MIMEReader::Part::handleHeader() {
                 }
             }
         } else if (MIMEText::equalsASCIIIgnoringCase(header, "content-disposition")) {
-            // Everything after "filename=" is the name, parameters after it
-            // included; the RFC 2231 form (filename*=) is not recognised here.
+            // classic: everything after "filename=" is the name, parameters after
+            // it included, lower-cased; the RFC 2231 form (filename*=) is not
+            // recognised. Attachment lists of the family were named so.
             std::string lowered = MIMEText::removeAll(MIMEText::lowercase(MIMEText::trim(text)), '"');
             std::size_t at = lowered.find("filename=");
             if (at != std::string::npos) record.set("fileName", lowered.substr(at + 9));
         } else if (MIMEText::equalsASCIIIgnoringCase(header, "content-id")) {
+            // classic: the id lower-cased; the inline-image pass matches by it.
             std::string lowered = MIMEText::lowercase(MIMEText::trim(text));
             record.set("Content-Id", MIMEText::removeAll(MIMEText::removeAll(lowered, '<'), '>'));
         } else if (record.size() >= kMaxHeaderFields && !record.contains(header)) {
@@ -334,8 +343,9 @@ std::optional<Dict> MIMEReader::readMIMEMail(ByteView data) {
             text = rewritten;
             break;
         }
-        // Not UTF-8; the ASCII reading only differs where the platform's
-        // ASCII conversion accepts what UTF-8 does not.
+        // classic: not UTF-8 gives no record unless ASCII takes it (where the
+        // platform's ASCII conversion accepts what UTF-8 does not); hosts of
+        // the family show such a message as empty.
         std::optional<std::string> converted = TextEncoding::decode(data, StringEncoding::ASCII);
         if (!converted) return std::nullopt;
         ascii = std::move(*converted);
@@ -494,9 +504,10 @@ Dict MIMEReader::interpretPart(std::string_view text, std::optional<std::string_
         target.append(line);
     };
 
-    // The line at the index passed in is never read (for the message its first
-    // line, for a nested part the rest of its delimiter line), nor is the last
-    // line of the text.
+    // classic: the line at the index passed in is never read (for the message
+    // its first line, for a nested part the rest of its delimiter line), nor is
+    // the last line of the text; dictionaries compared byte for byte depend on
+    // the first header missing.
     std::int64_t index = lineIndex + 1;
     const std::int64_t linesToRead = rules.lastLine == MimeRules::LastLine::Read ? lastLine + 1 : lastLine;
     while (index < linesToRead) {
@@ -519,8 +530,10 @@ Dict MIMEReader::interpretPart(std::string_view text, std::optional<std::string_
                 index = linesToRead;
                 break;
             }
+            // classic: the index lags one line per part behind the text, and the
+            // lines after the nested parts are read as header lines again (the
+            // records come twice); part lists of the family have this shape.
             index += *linesRead;
-            // Lines after the nested parts are read as header lines again.
             headersDone = false;
         } else if (headersDone) {
             if (!part.bodyReserved && !part.hasBoundary) {
@@ -537,6 +550,14 @@ Dict MIMEReader::interpretPart(std::string_view text, std::optional<std::string_
         } else if (line.front() == ' ' || line.front() == '\t') {
             // A folded header: the continuation is appended as it stands.
             if (budget.store(line.size())) part.currentValue().append(line);
+        } else if (line.find(':') == std::string_view::npos && !part.anyHeader &&
+                   rules.headerless == MimeRules::Headerless::BodyStarts) {
+            // A part without header fields (RFC 2046): its body starts here.
+            part.handleHeader();
+            headersDone = true;
+            if (budget.store(1)) part.uaContent.push_back('\n');
+            appendLine(part.content, line);
+            appendLine(part.uaContent, line);
         } else {
             if (part.name) part.handleHeader();
             std::size_t colon = line.find(':');
@@ -546,13 +567,14 @@ Dict MIMEReader::interpretPart(std::string_view text, std::optional<std::string_
                     part.name = std::string(line.substr(0, colon));
                     part.value.assign(value);
                     part.valueIsContent = false;
+                    part.anyHeader = true;
                 }
             }
         }
         ++index;
     }
-    // A header still pending here, with no empty line after it, is never
-    // handled in the classic reading.
+    // classic: a header still pending here, with no empty line after it, is
+    // never handled; a message without a body loses its last header.
     if (rules.lastLine == MimeRules::LastLine::Read && part.name) part.handleHeader();
     if (!part.content.empty()) {
         for (std::string* kept : {&part.content, &part.uaContent}) {

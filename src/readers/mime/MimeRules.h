@@ -22,8 +22,13 @@ struct MimeRules {
     // classic: only the first Content-Type parameter is seen, file names are
     // lower-cased and keep the parameters after them, a description stands in
     // for a name. complete: RFC 2045/2231 parameters (quoted strings,
-    // continuations, charset'lang'value), a name is the value alone, case kept.
+    // continuations, charset'lang'value), a name is the value alone, case kept,
+    // and of two Content-Type fields the first counts.
     enum class Parameters { FirstOnly, Rfc2231 } parameters;
+    // classic: a first line without ":" is skipped as a malformed header.
+    // complete: a part may have no header fields (RFC 2046); its body starts
+    // there (later malformed lines in a header block are still skipped).
+    enum class Headerless { Skipped, BodyStarts } headerless;
     // classic: a delimiter is found anywhere in the text, and the text after
     // the nested parts is read again as headers (the records come twice; the
     // duplicate-name check drops them); the epilogue is read as a part.
@@ -63,12 +68,12 @@ struct MimeRules {
     static MimeRules of(Reading reading) {
         if (reading == Reading::complete) {
             return {FirstLine::Read,         LastLine::Read,           EightBit::BytesAsTheyAre,
-                    Parameters::Rfc2231,     Nesting::ByRfc2046,       Headers::Rfc5322,
+                    Parameters::Rfc2231,     Headerless::BodyStarts,   Nesting::ByRfc2046,       Headers::Rfc5322,
                     HeaderText::WholeBlock,  Charsets::AnyIcu,         Bodies::AsSent,
                     Attachments::EveryLeaf,  InlineImages::CidKept};
         }
         return {FirstLine::Skipped,          LastLine::NeverRead,      EightBit::NoRecord,
-                Parameters::FirstOnly,       Nesting::SplitAnywhere,   Headers::Classic,
+                Parameters::FirstOnly,       Headerless::Skipped,      Nesting::SplitAnywhere,   Headers::Classic,
                 HeaderText::XFieldsOnly,     Charsets::EightKnown,     Bodies::Rewritten,
                 Attachments::NamedFirstWins, InlineImages::DataAddresses};
     }

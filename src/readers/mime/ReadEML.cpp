@@ -58,8 +58,9 @@ bool stringEquals(const Dict& dict, std::string_view key, std::string_view expec
     return text && *text == expected;
 }
 
-// The encoding of a part from its first Content-Type parameter. Only these
-// charsets are known; ISO 8859 and all others are read as ASCII.
+// The encoding of a part from its first Content-Type parameter.
+// classic: only these charsets are known; ISO 8859 and all others are read as
+// ASCII, so their 8-bit text is lost; dictionaries of the family have it so.
 StringEncoding encodingForPart(const Dict& part) {
     if (!stringEquals(part, "metaType", "charset")) return StringEncoding::UTF8;
     const std::string* charset = part.findString("metaData");
@@ -197,7 +198,7 @@ std::unique_ptr<ReadEML> ReadEML::initWithData(ByteView data, const ReadOptions&
         std::size_t lf = text.find('\n');
         if (lf != std::string_view::npos && lf > 0 && text[lf - 1] == '\r') state.lineBreak = "\r\n";
     }
-    if (const Array* parts = record.findArray("MailContent")) {
+    if (const Array* parts = record.findArray(keys::kMailContent)) {
         for (const Value& part : *parts) {
             if (const Dict* partRecord = part.dict()) decodeContent(*partRecord, mail, state);
         }
@@ -267,15 +268,15 @@ void ReadEML::readHeaderFields(ByteView data, Dict& dictionary) {
 void ReadEML::decodeContent(const Dict& part, Dict& dictionary) {
     DecodeState state;
     state.alwaysEmbed = true;
-    if (const Array* list = dictionary.findArray("AttachmentList")) {
+    if (const Array* list = dictionary.findArray(keys::kAttachmentList)) {
         for (std::size_t i = 0; i < list->size(); ++i) {
             if (const Dict* item = (*list)[i].dict()) {
-                if (const std::string* name = item->findString("name")) state.attachmentIndex.emplace(*name, i);
+                if (const std::string* name = item->findString(keys::kAttachName)) state.attachmentIndex.emplace(*name, i);
             }
         }
     }
     std::uint64_t size = 0;
-    if (const std::string* html = dictionary.findString("HTML")) size += html->size();
+    if (const std::string* html = dictionary.findString(keys::kHTML)) size += html->size();
     if (const std::string* content = part.findString("content")) size += content->size();
     state.inlineBudget = kInlineFactor * size + kInlineAllowance;
     decodeContent(part, dictionary, state);
@@ -287,7 +288,7 @@ void ReadEML::decodeContent(const Dict& part, Dict& dictionary, DecodeState& sta
         return;
     }
     const bool isBase64 = stringEquals(part, "encodingType", "base64");
-    // "quoted-printable" as a content type never occurs; it is accepted all the same.
+    // classic: "quoted-printable" as a content type never occurs; it is accepted all the same.
     bool isText = stringEquals(part, "contentType", "text") || stringEquals(part, "contentType", "quoted-printable");
     const StringEncoding encoding = encodingForPart(part);
     const std::optional<std::string> name = nameForPart(part);
@@ -335,23 +336,26 @@ void ReadEML::decodeContent(const Dict& part, Dict& dictionary, DecodeState& sta
             } else {
                 const std::string* transfer = part.findString("encodingType");
                 decoded = WebWangers::decodeQuotedPrintableString(*text, transfer ? *transfer : std::string_view());
+                // classic: links rewritten to https; previews of the family show them so.
                 decoded = MIMEText::replaceAll(decoded, "http:", "https:");
             }
             if (!decoded.empty() && format && *format == "html") {
-                dictionary.set("HTML", std::string(MIMEText::trim(decoded)));
+                dictionary.set(std::string(keys::kHTML), std::string(MIMEText::trim(decoded)));
                 state.htmlChanged = true;
             } else if (!decoded.empty() && format && *format == "plain") {
-                dictionary.set("Body", std::string(MIMEText::trim(decoded)));
+                dictionary.set(std::string(keys::kBody), std::string(MIMEText::trim(decoded)));
             } else {
                 logUnknownFormat();
             }
+            // classic: a quoted-printable body is kept raw and as a "<BR>" page;
+            // hosts of the family show "RawMail" and this page.
             if (stringEquals(part, "encodingType", "quoted-printable")) {
-                dictionary.set("RawMail", *text);
-                if (!dictionary.contains("HTML")) {
+                dictionary.set(std::string(keys::kRawMail), *text);
+                if (!dictionary.contains(keys::kHTML)) {
                     std::string html = WebWangers::decodeQuotedPrintableString(*text, "quoted-printable");
                     if (format && *format == "plain") html = MIMEText::replaceAll(html, "\n", "<BR>\n");
                     if (!html.empty()) {
-                        dictionary.set("HTML", std::move(html));
+                        dictionary.set(std::string(keys::kHTML), std::move(html));
                         state.htmlChanged = true;
                     }
                 }
@@ -366,26 +370,27 @@ void ReadEML::decodeContent(const Dict& part, Dict& dictionary, DecodeState& sta
         }
         if (length > 0) {
             auto known = state.attachmentIndex.find(*name);
-            const Array* list = dictionary.findArray("AttachmentList");
+            const Array* list = dictionary.findArray(keys::kAttachmentList);
             if (known != state.attachmentIndex.end() && list && known->second < list->size()) {
-                // The first part of a name wins.
+                // classic: the first part of a name wins (the part list holds the
+                // nested parts twice; this check drops the copies).
                 const Dict* item = (*list)[known->second].dict();
-                const Value* oldSize = item ? item->find("size") : nullptr;
+                const Value* oldSize = item ? item->find(keys::kAttachSize) : nullptr;
                 Log::line("filename " + *name + " oldsize " +
                           (oldSize ? std::to_string(oldSize->integer()) : std::string("(null)")) + " newsize " +
                           std::to_string(length));
             } else {
                 Dict item;
-                item.set("name", *name);
-                item.set("data", std::move(*value));
-                if (contentId && !contentId->empty()) item.set("ContentID", *contentId);
-                item.set("size", static_cast<std::uint64_t>(length));
-                item.set("sizeString", BitWangers::formatSize(static_cast<double>(length)));
-                if (!dictionary.contains("AttachmentList")) dictionary.set("AttachmentList", Array());
-                Array* items = dictionary.find("AttachmentList")->array();
+                item.set(std::string(keys::kAttachName), *name);
+                item.set(std::string(keys::kAttachData), std::move(*value));
+                if (contentId && !contentId->empty()) item.set(std::string(keys::kEmlContentID), *contentId);
+                item.set(std::string(keys::kAttachSize), static_cast<std::uint64_t>(length));
+                item.set(std::string(keys::kAttachSizeString), BitWangers::formatSize(static_cast<double>(length)));
+                if (!dictionary.contains(keys::kAttachmentList)) dictionary.set(std::string(keys::kAttachmentList), Array());
+                Array* items = dictionary.find(keys::kAttachmentList)->array();
                 if (!items) {
-                    dictionary.set("AttachmentList", Array());
-                    items = dictionary.find("AttachmentList")->array();
+                    dictionary.set(std::string(keys::kAttachmentList), Array());
+                    items = dictionary.find(keys::kAttachmentList)->array();
                 }
                 state.attachmentIndex.emplace(*name, items->size());
                 items->push_back(Value(std::move(item)));
@@ -394,7 +399,7 @@ void ReadEML::decodeContent(const Dict& part, Dict& dictionary, DecodeState& sta
         }
     }
 
-    if (state.rules.inlineImages == MimeRules::InlineImages::DataAddresses && dictionary.contains("HTML") &&
+    if (state.rules.inlineImages == MimeRules::InlineImages::DataAddresses && dictionary.contains(keys::kHTML) &&
         (state.alwaysEmbed || state.htmlChanged || state.addedPendingImage)) {
         embedInlineImages(dictionary, state);
     }
@@ -501,11 +506,11 @@ void ReadEML::addAttachment(Dict item, Dict& dictionary, DecodeState& state) {
     list->array()->push_back(Value(std::move(item)));
 }
 
-// <img src="cid:image001.png@01D2..."> becomes <img src="data:image/png;base64,...">
+// classic: <img src="cid:image001.png@01D2..."> becomes <img src="data:image/png;base64,...">
 // when an attachment is named image001.png: references match by the text
 // before the "@", the attachment's file name, not by its content id.
 void ReadEML::embedInlineImages(Dict& dictionary, DecodeState& state) {
-    const std::string* current = dictionary.findString("HTML");
+    const std::string* current = dictionary.findString(keys::kHTML);
     if (!current) return;
     auto spend = [&](std::uint64_t cost) {
         if (cost <= state.inlineBudget) {
@@ -524,7 +529,7 @@ void ReadEML::embedInlineImages(Dict& dictionary, DecodeState& state) {
     const std::string original = *current;
     std::string copy = original;
     const std::vector<std::size_t> sources = findAllIgnoringCase(original, "src=\"");
-    const Array* list = dictionary.findArray("AttachmentList");
+    const Array* list = dictionary.findArray(keys::kAttachmentList);
     std::unordered_set<std::string> replaced;
     state.pendingImageNames.clear();
 
@@ -546,7 +551,7 @@ void ReadEML::embedInlineImages(Dict& dictionary, DecodeState& state) {
             continue;
         }
         const Dict* item = (*list)[known->second].dict();
-        const Blob* data = item ? item->findBytes("data") : nullptr;
+        const Blob* data = item ? item->findBytes(keys::kAttachData) : nullptr;
         if (!data || data->empty()) continue;
 
         std::string loweredName = asciiLower(fileName);
@@ -568,7 +573,7 @@ void ReadEML::embedInlineImages(Dict& dictionary, DecodeState& state) {
         std::uint64_t growth = static_cast<std::uint64_t>(hits.size()) * address.size();
         if (!spend(growth)) break;
         copy = replaceAtOffsets(copy, hits, target.size(), address);
-        dictionary.set("HTML", copy);
+        dictionary.set(std::string(keys::kHTML), copy);
     }
 }
 
@@ -576,8 +581,10 @@ std::string ReadEML::trimMIMEStrings(std::string_view text) {
     std::string result(text);
     if (result.find('%') != std::string::npos) {
         static const char kHex[] = "0123456789ABCDEF";
-        // Code by code, as the escapes are replaced one kind after another
-        // (an escaped "%" can form a new escape with what follows it).
+        // classic: code by code, one character per byte (a UTF-8 name comes out
+        // as one character per byte), as the escapes are replaced one kind after
+        // another (an escaped "%" can form a new escape with what follows it);
+        // records that other code of the family builds are named so.
         for (int code = 1; code <= 254; ++code) {
             const char escape[3] = {'%', kHex[code >> 4], kHex[code & 15]};
             std::string_view token(escape, 3);
@@ -605,26 +612,26 @@ std::optional<Dict> ReadEML::getSummaryForMessage(ByteView data, const ReadOptio
     Dict summary;
 
     std::string subject;
-    if (const std::string* text = mail ? mail->findString("Subject") : nullptr) {
+    if (const std::string* text = mail ? mail->findString(keys::kSubject) : nullptr) {
         std::string_view firstLine = *text;
         std::size_t lineEnd = firstLine.find_first_of("\r\n");
         if (lineEnd != std::string_view::npos) firstLine = firstLine.substr(0, lineEnd);
         subject = StringWangers::zapGremlins(firstLine).value_or(std::string());
     }
-    summary.set("Subject", subject.empty() ? std::string("-") : subject);
+    summary.set(std::string(keys::kSubject), subject.empty() ? std::string("-") : subject);
 
-    const std::string* body = mail ? mail->findString("Body") : nullptr;
-    summary.set("Body", body && !body->empty() ? *body : std::string("-"));
+    const std::string* body = mail ? mail->findString(keys::kBody) : nullptr;
+    summary.set(std::string(keys::kBody), body && !body->empty() ? *body : std::string("-"));
 
     std::string from;
-    if (const Array* senders = mail ? mail->findArray("From") : nullptr) {
+    if (const Array* senders = mail ? mail->findArray(keys::kFrom) : nullptr) {
         if (!senders->empty()) {
             if (const Dict* sender = senders->front().dict()) {
-                if (const std::string* senderName = sender->findString("Name")) from = *senderName;
+                if (const std::string* senderName = sender->findString(keys::kName)) from = *senderName;
             }
         }
     }
-    summary.set("From", from.empty() ? std::string("-") : from);
+    summary.set(std::string(keys::kFrom), from.empty() ? std::string("-") : from);
     return summary;
 }
 
