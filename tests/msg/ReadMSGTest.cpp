@@ -308,10 +308,15 @@ TEST(ReadMSG, EmbeddingDeeperThanTheLimitIsNotFollowed) {
         path = storage + "/__substg1.0_3701000D";
         fixture.ansi(path, 0x001A, "IPM.Note");
     }
-    qh::Log::Capture capture;
-    Dict message = read(fixture);
-    EXPECT_TRUE(capture.contains("Embedded message nested too deeply - not read"));
-    EXPECT_EQ(stringOf(item(message, 0), "name"), "level.msg");
+    // Both readings stop at the same depth.
+    for (const auto& [options, name] : {std::pair{qh::ReadOptions::classic(true), "level.msg"},
+                                        std::pair{qh::ReadOptions::complete(), "level.eml"}}) {
+        qh::Log::Capture capture;
+        auto reader = ReadMSG::initWithData(fixture.build(), options);
+        ASSERT_TRUE(reader);
+        EXPECT_TRUE(capture.contains("Embedded message nested too deeply - not read"));
+        EXPECT_EQ(stringOf(item(*reader->returnFullDictionary(), 0), "name"), name);
+    }
 }
 
 }  // namespace
