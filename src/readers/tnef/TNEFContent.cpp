@@ -295,6 +295,9 @@ std::optional<Dict> attachmentItem(const TNEFAttachment& attachment, std::uint32
     if (object && properties.number(kIdAttachMethod) == kAttachEmbeddedMessage) {
         data = attachedMessage(object->data, context);
         if (data) {
+            // Its display name is its subject; the title is a placeholder
+            // ("Untitled Attachment") that Outlook writes for every one.
+            if (std::string subject = properties.nonEmptyText({kIdDisplayName}); !subject.empty()) name = subject;
             if (name.empty()) name = Messages::localizedString("unnamedName");
             if (name.size() > 4 && TextEncoding::equalsIgnoringCase(name.substr(name.size() - 4), ".msg")) {
                 name.resize(name.size() - 4);
