@@ -470,6 +470,9 @@ TEST(ReadTNEFComplete, RuleByRule) {
          TnefWriter().attribute(kLevelMessage, kAttOemCodepage, cp1251)
              .attribute(kLevelMessage, kAttSubject, std::string("\xCF\xF0\xE8\xE2\xE5\xF2\0", 7)).bytes(),
          "Subject", "", "\"Привет\""},
+        {"threading from the message's properties",
+         TnefWriter().attribute(kLevelMessage, kAttMsgProps, MapiBlock().string8(0x1042001E, "<a@b>").bytes()).bytes(),
+         "InReplyTo", "", "\"<a@b>\""},
         {"a zero submit time gives no 1601 date",
          TnefWriter().attribute(kLevelMessage, kAttMsgProps, MapiBlock().u64(0x00390040, 0).bytes()).bytes(),
          "TimeStamp", "", ""},

@@ -351,8 +351,10 @@ Dict TNEFContent::build(const TNEFMessage& message, TnefReadContext& context) {
     setRecipients(dictionary, message, codePage);
     setDates(dictionary, message, properties);
     setBodies(dictionary, message, properties);
-    if (std::string id = properties.nonEmptyText({kIdInternetMessageId}); !id.empty()) {
-        dictionary.set(std::string(keys::kMessageID), std::move(id));
+    // Threading and the transport header, as the sender's client kept them.
+    for (auto [id, key] : {std::pair{kIdInternetMessageId, keys::kMessageID}, std::pair{kIdInReplyTo, keys::kInReplyTo},
+                           std::pair{kIdInternetReferences, keys::kReferences}, std::pair{kIdTransportHeaders, keys::kHeader}}) {
+        if (std::string text = properties.nonEmptyText({id}); !text.empty()) dictionary.set(std::string(key), std::move(text));
     }
 
     Array attachmentList;
