@@ -553,6 +553,8 @@ std::optional<Date> parseDateTime(std::string_view text) {
     if (year < 0 || !haveTime) return std::nullopt;
     static const int kDaysIn[] = {31, 29, 31, 30, 31, 30, 31, 31, 30, 31, 30, 31};
     if (day > kDaysIn[month - 1]) return std::nullopt;
+    const bool leap = (year % 4 == 0 && year % 100 != 0) || year % 400 == 0;
+    if (month == 2 && day == 29 && !leap) return std::nullopt;
     std::int64_t days = daysFromCivil(year, static_cast<unsigned>(month), static_cast<unsigned>(day));
     std::int64_t seconds = days * 86400 + hour * 3600 + minute * 60 + second - static_cast<std::int64_t>(zone) * 60;
     return Date{static_cast<double>(seconds)};

@@ -337,7 +337,9 @@ void ReadEML::decodeContent(const Dict& part, Dict& dictionary, DecodeState& sta
                 const std::string* transfer = part.findString("encodingType");
                 decoded = WebWangers::decodeQuotedPrintableString(*text, transfer ? *transfer : std::string_view());
                 // classic: links rewritten to https; previews of the family show them so.
-                decoded = MIMEText::replaceAll(decoded, "http:", "https:");
+                if (state.rules.bodies == MimeRules::Bodies::Rewritten) {
+                    decoded = MIMEText::replaceAll(decoded, "http:", "https:");
+                }
             }
             if (!decoded.empty() && format && *format == "html") {
                 dictionary.set(std::string(keys::kHTML), std::string(MIMEText::trim(decoded)));
@@ -349,7 +351,8 @@ void ReadEML::decodeContent(const Dict& part, Dict& dictionary, DecodeState& sta
             }
             // classic: a quoted-printable body is kept raw and as a "<BR>" page;
             // hosts of the family show "RawMail" and this page.
-            if (stringEquals(part, "encodingType", "quoted-printable")) {
+            if (state.rules.bodies == MimeRules::Bodies::Rewritten &&
+                stringEquals(part, "encodingType", "quoted-printable")) {
                 dictionary.set(std::string(keys::kRawMail), *text);
                 if (!dictionary.contains(keys::kHTML)) {
                     std::string html = WebWangers::decodeQuotedPrintableString(*text, "quoted-printable");
