@@ -5,7 +5,11 @@
 // with compressed RTF and HTML bodies, two attachments with long and display
 // names, data before titles, named and multi-valued properties, UTF-16 sender
 // properties, a damaged checksum, a trailing header fragment, a property
-// block cut short, and date attributes in and out of range.
+// block cut short, and date attributes in and out of range; and
+// complete-reading.tnef (written by a few lines of Python in the form of the
+// fixture writer): OEM code page 1251, attFrom, a zero-size attribute, a bad
+// checksum, an attached TNEF message with a recipient table, attribute ids
+// without their type half, and trailing bytes.
 #include <cstddef>
 #include <cstdint>
 
