@@ -455,9 +455,9 @@ std::string MimeWriter::write() const {
         if (*kind == "Calendar") item = Attachment{"appointment.ics", "text/calendar", std::nullopt, {}};
         if (*kind == "Contact") item = Attachment{"contact.vcf", "text/vcard", std::nullopt, {}};
         if (item) {
-            std::string text = *kind == "Calendar" ? ICalendarWriter::write(message_) : VCardWriter::write(message_);
-            item->data = Blob(toBytes(text));
-            if (!text.empty()) attached.push_back(attachmentPart(std::move(*item), false, options_));
+            std::string itemText = *kind == "Calendar" ? ICalendarWriter::write(message_) : VCardWriter::write(message_);
+            item->data = Blob(toBytes(itemText));
+            if (!itemText.empty()) attached.push_back(attachmentPart(std::move(*item), false, options_));
         }
     }
     if (attachRtf) {
