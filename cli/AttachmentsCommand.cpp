@@ -8,7 +8,7 @@
 #include "Commands.h"
 #include "MessageSource.h"
 #include "Output.h"
-#include "SafeNames.h"
+#include "util/SafeNames.h"
 
 namespace qhcli {
 namespace {
@@ -59,7 +59,7 @@ bool isTnef(const qh::Dict& item, qh::ByteView data) {
 
 class Extractor {
 public:
-    Extractor(const OutputFolder& folder, const Arguments& arguments) : folder_(folder), arguments_(arguments) {}
+    Extractor(const qh::OutputFolder& folder, const Arguments& arguments) : folder_(folder), arguments_(arguments) {}
 
     // Writes every item of the list, then (with --expand-tnef) the files inside
     // each item that is a TNEF stream. False on a write error.
@@ -96,7 +96,7 @@ public:
 private:
     bool writeFile(const std::string& name, qh::ByteView data) {
         std::string problem;
-        std::optional<std::string> written = folder_.write(SafeNames::sanitize(name, "attachment"), data, problem);
+        std::optional<std::string> written = folder_.write(qh::SafeNames::sanitize(name, "attachment"), data, problem);
         if (!written) {
             Output::complain(problem);
             return false;
@@ -105,7 +105,7 @@ private:
         return true;
     }
 
-    const OutputFolder& folder_;
+    const qh::OutputFolder& folder_;
     const Arguments& arguments_;
 };
 
@@ -121,7 +121,7 @@ int extract(const Arguments& arguments) {
         return 0;
     }
     std::string problem;
-    std::optional<OutputFolder> folder = OutputFolder::open(arguments.dir, problem);
+    std::optional<qh::OutputFolder> folder = qh::OutputFolder::open(arguments.dir, problem);
     if (!folder) {
         Output::complain(problem);
         return 2;

@@ -13,8 +13,8 @@
 #include "Commands.h"
 #include "MessageSource.h"
 #include "Output.h"
-#include "SafeNames.h"
 #include "readers/MessageReader.h"
+#include "util/SafeNames.h"
 #include "writers/MboxWriter.h"
 #include "writers/MimeWriter.h"
 #include "writers/WriteEML.h"
@@ -109,12 +109,12 @@ int convertSingle(const Arguments& arguments) {
 // The output name for an input: its file name without the extension, ".eml".
 std::string outputName(const std::string& input) {
     std::string stem = input == "-" ? std::string("stdin") : std::filesystem::path(input).stem().string();
-    return SafeNames::sanitize(stem, "message") + ".eml";
+    return qh::SafeNames::sanitize(stem, "message") + ".eml";
 }
 
 int convertMany(const Arguments& arguments) {
     std::string problem;
-    std::optional<OutputFolder> folder;
+    std::optional<qh::OutputFolder> folder;
     std::ofstream mbox;
     const bool toMbox = !arguments.mbox.empty();
     if (!arguments.mbox.empty()) {
@@ -123,7 +123,7 @@ int convertMany(const Arguments& arguments) {
             Output::complain("cannot write " + arguments.mbox);
             return 2;
         }
-    } else if (!(folder = OutputFolder::open(arguments.dir, problem))) {
+    } else if (!(folder = qh::OutputFolder::open(arguments.dir, problem))) {
         Output::complain(problem);
         return 2;
     }

@@ -1,6 +1,5 @@
-// The name rules for files the command writes, tested directly: the module is
-// compiled into this test (it is part of the command, not of a library).
-#include "../../cli/SafeNames.cpp"
+// The name rules for files the command writes (util/SafeNames), tested directly.
+#include "util/SafeNames.h"
 
 #include <gtest/gtest.h>
 
@@ -8,8 +7,8 @@
 
 namespace {
 
-using qhcli::OutputFolder;
-using qhcli::SafeNames;
+using qh::OutputFolder;
+using qh::SafeNames;
 
 struct NameCase {
     const char* given;

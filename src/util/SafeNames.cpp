@@ -1,4 +1,4 @@
-#include "SafeNames.h"
+#include "util/SafeNames.h"
 
 #include <fcntl.h>
 #include <unistd.h>
@@ -9,7 +9,7 @@
 #include <unicode/uchar.h>
 #include <unicode/utf8.h>
 
-namespace qhcli {
+namespace qh {
 
 namespace {
 
@@ -110,7 +110,7 @@ std::optional<OutputFolder> OutputFolder::open(const std::filesystem::path& dir,
     return OutputFolder(dir);
 }
 
-std::optional<std::string> OutputFolder::write(const std::string& safeName, qh::ByteView data,
+std::optional<std::string> OutputFolder::write(const std::string& safeName, ByteView data,
                                                std::string& problem) const {
     for (unsigned attempt = 1; attempt <= kMaxClashes; ++attempt) {
         std::string name = attempt == 1 ? safeName : SafeNames::numbered(safeName, attempt);
@@ -144,4 +144,4 @@ std::optional<std::string> OutputFolder::write(const std::string& safeName, qh::
     return std::nullopt;
 }
 
-}  // namespace qhcli
+}  // namespace qh

@@ -9,7 +9,7 @@
 
 #include "core/Bytes.h"
 
-namespace qhcli {
+namespace qh {
 
 class SafeNames {
 public:
@@ -36,7 +36,7 @@ public:
     // taken (by an existing file or an earlier write), its first free numbered
     // form. Never replaces a file. Returns the name used, or std::nullopt with
     // a reason.
-    std::optional<std::string> write(const std::string& safeName, qh::ByteView data, std::string& problem) const;
+    std::optional<std::string> write(const std::string& safeName, ByteView data, std::string& problem) const;
 
     const std::filesystem::path& path() const { return dir_; }
 
@@ -45,4 +45,4 @@ private:
     std::filesystem::path dir_;
 };
 
-}  // namespace qhcli
+}  // namespace qh
