@@ -2,7 +2,7 @@
 // quillhaven convert [--as K] [--classic|--whole-sectors] [-j N] -d DIR FILE...
 // quillhaven convert [--as K] [--classic|--whole-sectors] [-j N] --mbox OUT FILE...
 // The complete reading is written as standards-conformant MIME (MimeWriter),
-// the classic one as the library's classic text (WriteEML).
+// the classic one as the library's classic text (WriteEML): readers/MimeOutput.
 #include <filesystem>
 #include <fstream>
 #include <memory>
@@ -13,11 +13,10 @@
 #include "Commands.h"
 #include "MessageSource.h"
 #include "Output.h"
-#include "readers/MessageReader.h"
+#include "readers/MimeOutput.h"
 #include "util/SafeNames.h"
 #include "writers/MboxWriter.h"
 #include "writers/MimeWriter.h"
-#include "writers/WriteEML.h"
 
 namespace qhcli {
 namespace {
@@ -31,29 +30,9 @@ struct Arguments {
     std::vector<std::string> files;
 };
 
-// Attached messages are read and written again, so that what is embedded is
-// as well-formed as the message around it. Real mail nests forwards a few
-// levels deep; past this depth the bytes are embedded as they are.
-constexpr int kAttachedMessageDepth = 8;
-
-std::string mimeText(const qh::Dict& message, int depth) {
-    qh::MimeWriter::Options options;
-    if (depth < kAttachedMessageDepth) {
-        options.attachedMessage = [depth](qh::ByteView bytes) -> std::optional<std::string> {
-            std::optional<qh::Dict> attached = qh::MessageReader::read(bytes, qh::ReadOptions::complete());
-            if (!attached) return std::nullopt;
-            return mimeText(*attached, depth + 1);
-        };
-    }
-    return qh::MimeWriter(message, std::move(options)).write();
-}
-
 // The MIME text of one input, or std::nullopt when its reader yields no dictionary.
 std::optional<std::string> convertOne(const LoadedMessage& loaded, const SourceOptions& source) {
-    const qh::Dict* message = MessageSource::dictionary(loaded);
-    if (!message) return std::nullopt;
-    if (source.read().isComplete()) return mimeText(*message, 0);
-    return qh::WriteEML(*message).formatOutputFile();
+    return qh::MimeOutput::write(MessageSource::dictionary(loaded), source.read());
 }
 
 // Distinct messages may carry the same Message-ID (copies edited by hand,
