@@ -5,12 +5,17 @@
 #include <pybind11/pybind11.h>
 
 #include <filesystem>
+#include <mutex>
 #include <optional>
 #include <string>
 #include <unordered_map>
 #include <unordered_set>
 #include <variant>
 #include <vector>
+
+#if defined(__GLIBC__)
+#include <malloc.h>
+#endif
 
 #include "PythonValues.h"
 #include "core/Bytes.h"
@@ -210,6 +215,21 @@ std::string convertedName(const std::string& inputPath) {
     return qh::SafeNames::sanitize(std::filesystem::path(inputPath).stem().string(), "message") + ".eml";
 }
 
+// Every message's buffers are large and short-lived; by default the C library
+// maps each one fresh from the system and unmaps it again, and for a batch of
+// files the page faults cost more than reading the messages. Bulk work keeps
+// them on the heap for reuse instead, as the command does for several files.
+// Process-wide, so only the bulk functions ask for it.
+void keepLargeBuffersOnHeap() {
+#if defined(__GLIBC__)
+    static std::once_flag once;
+    std::call_once(once, [] {
+        mallopt(M_MMAP_THRESHOLD, 64 << 20);
+        mallopt(M_TRIM_THRESHOLD, 256 << 20);
+    });
+#endif
+}
+
 }  // namespace
 
 PYBIND11_MODULE(_quillhaven, module) {
@@ -232,6 +252,8 @@ PYBIND11_MODULE(_quillhaven, module) {
     module.def("preview", &previewOf, data,
                "The preview plug-in's result for `data`: (content type, bytes) or None.");
     module.def("detect_kind", &detectKind, data, "'msg', 'tnef' or 'eml', as told by the first bytes.");
+    module.def("keep_large_buffers_on_heap", &keepLargeBuffersOnHeap,
+               "Keeps large buffers on the C heap for reuse (process-wide; for bulk work).");
     module.def("safe_name", &qh::SafeNames::sanitize, py::arg("name"), py::arg("fallback"),
                "`name` made safe to create inside one folder; `fallback` when nothing is left of it.");
     module.def("numbered", &qh::SafeNames::numbered, py::arg("name"), py::arg("n"),
