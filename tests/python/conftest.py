@@ -159,3 +159,8 @@ def command_documents():
         return cache[key]
 
     return get
+
+
+def pytest_configure(config):
+    # Debian 12's distributed starts its event loop in a way tornado 6.2 warns about.
+    config.addinivalue_line("filterwarnings", "ignore:make_current is deprecated:DeprecationWarning")
