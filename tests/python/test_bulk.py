@@ -27,14 +27,13 @@ def _command_convert(out, paths, *flags):
 
 
 def _inputs(tmp_path):
-    """The corpus, plus inputs that clash by name, a file that holds no
-    message and one that cannot be read."""
+    """The corpus, plus an input that clashes by name and one that cannot be
+    read."""
     clash = tmp_path / "again"
     clash.mkdir()
     first = MESSAGES[0]
     (clash / first.name).write_bytes(first.read_bytes())
-    # An existing output name the run must not replace.
-    return [*MESSAGES, clash / first.name, tmp_path / "missing.msg", tmp_path / "again"]
+    return [*MESSAGES, clash / first.name, tmp_path / "missing.msg"]
 
 
 @needs_corpus
@@ -103,8 +102,10 @@ def test_local_cluster_converts_the_corpus_like_the_command(tmp_path):
     assert not [name for name in os.listdir(ours) if name.endswith(".part")]
 
 
-def test_convert_many_refuses_a_file_as_folder(tmp_path):
+def test_convert_many_refuses_a_file_as_folder_and_passes_over_folders(tmp_path):
     blocker = tmp_path / "plain"
     blocker.write_bytes(b"x")
     with pytest.raises(OSError):
         bulk.convert_many([], blocker)
+    assert bulk.convert_many([tmp_path, blocker], tmp_path / "out") == [
+        f"none\t{tmp_path}\t", f"ok\t{blocker}\t{tmp_path / 'out' / 'plain.eml'}"]
