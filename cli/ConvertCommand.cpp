@@ -7,7 +7,6 @@
 #include <fstream>
 #include <memory>
 #include <optional>
-#include <unordered_set>
 
 #include "BatchRunner.h"
 #include "Commands.h"
@@ -16,7 +15,7 @@
 #include "readers/MimeOutput.h"
 #include "util/SafeNames.h"
 #include "writers/MboxWriter.h"
-#include "writers/MimeWriter.h"
+#include "writers/UniqueMessageIds.h"
 
 namespace qhcli {
 namespace {
@@ -34,30 +33,6 @@ struct Arguments {
 std::optional<std::string> convertOne(const LoadedMessage& loaded, const SourceOptions& source) {
     return qh::MimeOutput::write(MessageSource::dictionary(loaded), source.read());
 }
-
-// Distinct messages may carry the same Message-ID (copies edited by hand,
-// test data, broken senders); mail clients and archives keep one of them and
-// drop the rest. Within one run, a Message-ID already written by an earlier
-// file is replaced by a fresh one, so that every message of an archive stays.
-class MessageIds {
-public:
-    void makeUnique(std::string& text) {
-        std::size_t headerEnd = text.find("\n\n");
-        if (std::size_t crlf = text.find("\r\n\r\n"); crlf < headerEnd) headerEnd = crlf;
-        std::size_t at = text.starts_with("Message-ID: ") ? 0 : text.find("\nMessage-ID: ");
-        if (at == std::string::npos || at > headerEnd) return;
-        std::size_t start = text.find(' ', at) + 1;
-        std::size_t end = text.find_first_of("\r\n", start);
-        std::string id = text.substr(start, end - start);
-        if (seen_.insert(id).second) return;
-        std::string fresh = qh::MimeWriter::freshMessageId();
-        seen_.insert(fresh);
-        text.replace(start, end - start, fresh);
-    }
-
-private:
-    std::unordered_set<std::string> seen_;
-};
 
 int convertSingle(const Arguments& arguments) {
     const std::string& file = arguments.files.front();
@@ -114,7 +89,7 @@ int convertMany(const Arguments& arguments) {
     std::vector<std::optional<Slot>> slots(files.size());
     bool allConverted = true;
     const bool uniqueIds = arguments.source.read().isComplete();
-    MessageIds messageIds;
+    qh::UniqueMessageIds messageIds;
     BatchRunner::run(
         files.size(), arguments.jobs,
         [&](std::size_t i) {

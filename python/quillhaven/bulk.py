@@ -106,11 +106,12 @@ def to_bag(
     return dask.bag.from_sequence(names, npartitions=npartitions).map(_record, classic=classic)
 
 
-def _convert_to_parts(inputs: Sequence[str], out_dir: str, classic: bool) -> List[Optional[str]]:
-    """Converts each input into a hidden part file inside `out_dir`; the part's
-    name, or None when the input gave no message or could not be read."""
+def _convert_to_parts(inputs: Sequence[str], out_dir: str, classic: bool) -> List[Optional[Tuple[str, Optional[str]]]]:
+    """Converts each input into a hidden part file inside `out_dir`; the
+    part's name and the Message-ID written, or None when the input gave no
+    message or could not be read."""
     keep_large_buffers_on_heap()
-    parts: List[Optional[str]] = []
+    parts: List[Optional[Tuple[str, Optional[str]]]] = []
     for path in inputs:
         try:
             text = _quillhaven.convert(_read_bytes(path), classic=classic)
@@ -120,10 +121,19 @@ def _convert_to_parts(inputs: Sequence[str], out_dir: str, classic: bool) -> Lis
             part = f".quillhaven-{uuid.uuid4().hex}.part"
             with open(os.path.join(out_dir, part), "xb") as stream:
                 stream.write(text)
-            parts.append(part)
+            parts.append((part, None if classic else _quillhaven.UniqueMessageIds.find(text)))
         except Exception:  # counted as "none", as the command does
             parts.append(None)
     return parts
+
+
+def _give_fresh_id(out_dir: str, part: str, ids: Any) -> None:
+    """Rewrites a part whose Message-ID an earlier message of the run had."""
+    path = os.path.join(out_dir, part)
+    with open(path, "rb") as stream:
+        text = stream.read()
+    with open(path, "wb") as stream:
+        stream.write(ids.make_unique(text))
 
 
 def _read_bytes(path: str) -> bytes:
@@ -197,17 +207,24 @@ def convert_many(
 
     lines: List[str] = []
     leftovers: List[str] = []
+    ids = _quillhaven.UniqueMessageIds()
     try:
-        # Names are taken here, in input order, so that clashes number the
-        # same way on every run and on any cluster.
+        # Names and Message-IDs are taken here, in input order, so that they
+        # come out the same on every run and on any cluster.
         index = 0
         for parts in results:
-            for part in parts:
+            for converted in parts:
                 source = inputs[index]
                 index += 1
                 written = None
-                if part is not None:
-                    written = _claim(absolute_dir, _quillhaven.converted_name(os.fsencode(source)), part)
+                if converted is not None:
+                    part, message_id = converted
+                    try:
+                        if message_id is not None and not ids.add(message_id):
+                            _give_fresh_id(absolute_dir, part, ids)
+                        written = _claim(absolute_dir, _quillhaven.converted_name(os.fsencode(source)), part)
+                    except OSError:
+                        written = None
                     if written is None:
                         leftovers.append(part)
                 if written is None:

@@ -24,8 +24,9 @@
 #include "plugin/MsgMetaData.h"
 #include "readers/AttachmentFiles.h"
 #include "readers/MessageReader.h"
+#include "readers/MimeOutput.h"
 #include "util/SafeNames.h"
-#include "writers/MimeOutput.h"
+#include "writers/UniqueMessageIds.h"
 
 namespace py = pybind11;
 
@@ -254,6 +255,28 @@ PYBIND11_MODULE(_quillhaven, module) {
     module.def("detect_kind", &detectKind, data, "'msg', 'tnef' or 'eml', as told by the first bytes.");
     module.def("keep_large_buffers_on_heap", &keepLargeBuffersOnHeap,
                "Keeps large buffers on the C heap for reuse (process-wide; for bulk work).");
+    py::class_<qh::UniqueMessageIds>(module, "UniqueMessageIds",
+                                     "The Message-IDs of one run of conversions, kept unique as convert -d does.")
+        .def(py::init<>())
+        .def_static(
+            "find",
+            [](const py::bytes& text) -> py::object {
+                std::optional<std::string_view> id = qh::UniqueMessageIds::find(std::string_view(text));
+                if (!id) return py::none();
+                return qhpy::textToPython(*id);
+            },
+            py::arg("text"), "The Message-ID in the header of a written message, or None.")
+        .def(
+            "add", [](qh::UniqueMessageIds& ids, const std::string& id) { return ids.add(id); }, py::arg("id"),
+            "Remembers `id`; False when it was seen before.")
+        .def(
+            "make_unique",
+            [](qh::UniqueMessageIds& ids, const py::bytes& text) {
+                std::string written(text);
+                ids.makeUnique(written);
+                return py::bytes(written);
+            },
+            py::arg("text"), "`text` with a fresh Message-ID when an earlier message had its own.");
     module.def("safe_name", &qh::SafeNames::sanitize, py::arg("name"), py::arg("fallback"),
                "`name` made safe to create inside one folder; `fallback` when nothing is left of it.");
     module.def("numbered", &qh::SafeNames::numbered, py::arg("name"), py::arg("n"),

@@ -72,7 +72,7 @@ def to_command_json(value):
 
 
 # MIME boundaries are random UUIDs, different on every run of the writer.
-_UUID = re.compile(rb"[0-9A-F]{8}-[0-9A-F]{4}-[0-9A-F]{4}-[0-9A-F]{4}-[0-9A-F]{12}")
+_UUID = re.compile(rb"[0-9A-Fa-f]{8}-[0-9A-Fa-f]{4}-[0-9A-Fa-f]{4}-[0-9A-Fa-f]{4}-[0-9A-Fa-f]{12}")
 
 
 _UUID_TEXT = re.compile(_UUID.pattern.decode("ascii"))

@@ -4,6 +4,7 @@ import base64
 import datetime
 import io
 import json
+import re
 
 import pytest
 
@@ -57,7 +58,11 @@ def test_convert_equals_the_command(reading, tmp_path):
         if status == "none":
             assert converted is None, source
         else:
-            assert without_uuids(converted) == without_uuids(open(output, "rb").read()), source
+            # One run of `convert -d` gives a Message-ID that an earlier file
+            # of the run had a fresh one; a single conversion keeps it.
+            ours, theirs = (re.sub(rb"(?m)^Message-ID: .*$", b"Message-ID:", without_uuids(text), count=1)
+                            for text in (converted, open(output, "rb").read()))
+            assert ours == theirs, source
 
 
 @pytest.mark.parametrize("expand", [False, True], ids=["outer", "expand-tnef"])
