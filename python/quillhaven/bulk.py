@@ -198,7 +198,7 @@ def convert_many(
 
     if client is not None:
         futures = client.map(_convert_to_parts, chunks, out_dir=absolute_dir, classic=classic, pure=False)
-        results: Iterator[List[Optional[str]]] = (future.result() for future in futures)
+        results: Iterator[List[Any]] = (future.result() for future in futures)
         pool = None
     else:
         count = workers if workers is not None else (os.cpu_count() or 1)
