@@ -366,6 +366,18 @@ TEST(TNEFFillMapi, MultiValuedProperties) {
     }
 }
 
+TEST(TNEFFillMapi, PropertyRecordsStayInProportionToTheInput) {
+    // 120000 tags of a type that consumes nothing: a record per 4 bytes of
+    // input unless bounded (one per 12 bytes, and 65536 more).
+    qh::Bytes block;
+    qhtest::appendU32(block, 120000);
+    for (int i = 0; i < 120000; ++i) qhtest::appendU32(block, 0x12340049);
+    const qh::Bytes stream = TnefWriter().attribute(kLevelMessage, kAttMsgProps, block).bytes();
+    const Parsed parsed = parse(stream);
+    EXPECT_EQ(parsed.status, 0);
+    EXPECT_EQ(parsed.message.mapi.count, stream.size() / 12 + 65536);
+}
+
 TEST(TNEFFillMapi, HostileCountsStayInsideTheBlock) {
     struct Case {
         const char* name;

@@ -234,6 +234,10 @@ int TNEFDecoder::parseTNEFData(TNEFMessage& message) {
 int TNEFDecoder::parseMemory(ByteView bytes, TNEFMessage& message) {
     message.reader = TNEFReader{};
     message.reader.source.data = bytes;
+    // One record per 12 bytes of input and a floor for small streams: real
+    // properties take 16 bytes and more, and the records stay under six
+    // times the input.
+    message.propertyAllowance = bytes.size() / 12 + 65536;
     return parseTNEFData(message);
 }
 

@@ -252,7 +252,7 @@ TNEFValue readValue(ByteCursor& cursor, std::uint16_t type, bool multiValued, bo
 
 // classic: the loop counts values, not properties, and the value
 // index of a multi-valued property never advances.
-void decodeClassicBlock(ByteCursor& cursor, std::uint32_t count, TNEFPropertyList& list) {
+void decodeClassicBlock(ByteCursor& cursor, std::uint32_t count, TNEFPropertyList& list, std::size_t& allowance) {
     TNEFProperty* open = nullptr;  // a multi-valued property still taking values
     bool openIsMultiValued = false;
     bool known = true;
@@ -285,6 +285,8 @@ void decodeClassicBlock(ByteCursor& cursor, std::uint32_t count, TNEFPropertyLis
             if (cursor.isShort()) break;
             // Only the first slot is ever written; a count of 0 leaves none.
             if (property.valueCount > 0) property.firstValue = std::move(value);
+            if (allowance == 0) break;
+            --allowance;
             list.properties.push_back(std::move(property));
             open = &list.properties.back();
             openIsMultiValued = multiValued;
@@ -308,7 +310,7 @@ void decodeClassicBlock(ByteCursor& cursor, std::uint32_t count, TNEFPropertyLis
 // The block as MS-OXTNEF writes it: `count` properties, each whole (string
 // names consumed, every value read, the first one kept). Ends at a type of
 // unknown width, since nothing after it can be placed.
-void decodeExactBlock(ByteCursor& cursor, std::uint32_t count, TNEFPropertyList& list) {
+void decodeExactBlock(ByteCursor& cursor, std::uint32_t count, TNEFPropertyList& list, std::size_t& allowance) {
     for (std::uint32_t index = 0; index < count && !cursor.isShort(); ++index) {
         TNEFProperty property;
         property.tag = cursor.u32le();
@@ -342,7 +344,8 @@ void decodeExactBlock(ByteCursor& cursor, std::uint32_t count, TNEFPropertyList&
             if (!known || cursor.isShort()) break;
             if (v == 0) property.firstValue = std::move(value);
         }
-        if (!known || cursor.isShort()) break;
+        if (!known || cursor.isShort() || allowance == 0) break;
+        --allowance;
         list.properties.push_back(std::move(property));
     }
 }
@@ -354,11 +357,13 @@ void decodePropertyBlock(TNEFMessage* message, ByteCursor& cursor, TNEFPropertyL
     const std::uint32_t count = cursor.u32le();
     // Every property takes at least its 4-byte tag, so the block cannot hold
     // more than this many; the count itself is not trusted for allocation.
-    list.properties.reserve(std::min<std::size_t>(count, cursor.remaining() / 4));
+    std::size_t unlimited = SIZE_MAX;
+    std::size_t& allowance = message != nullptr ? message->propertyAllowance : unlimited;
+    list.properties.reserve(std::min<std::size_t>({count, cursor.remaining() / 4, allowance}));
     if (message != nullptr && message->rules->exactPropertyValues) {
-        decodeExactBlock(cursor, count, list);
+        decodeExactBlock(cursor, count, list, allowance);
     } else {
-        decodeClassicBlock(cursor, count, list);
+        decodeClassicBlock(cursor, count, list, allowance);
     }
     list.count = static_cast<std::uint32_t>(list.properties.size());
 }

@@ -3,6 +3,7 @@
 // the MAPI property lists of both. Every record owns what it holds (RAII); the
 // release operations of the decoder empty them early.
 #include <array>
+#include <cstddef>
 #include <cstdint>
 #include <memory>
 #include <optional>
@@ -98,6 +99,9 @@ struct TNEFMessage {
     std::uint32_t oemCodePage = 0;
     std::vector<TNEFPropertyList> recipients;  // attRecipTable, one list per row
     const TnefRules* rules = &TnefRules::of(Reading::classic);
+    // Property records the whole stream may still make: each weighs about
+    // 72 bytes, and a hostile block makes one of every 4 bytes.
+    std::size_t propertyAllowance = SIZE_MAX;
 
     // The record attachment attributes go to: the newest attachment, or the
     // head (complete: a new attachment instead of the head).
