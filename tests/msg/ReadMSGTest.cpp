@@ -413,12 +413,17 @@ TEST(ReadMSGReadings, WhereTheReadingsDiffer) {
                      "TimeStamp", "<absent>", "1700000000"});
     cases.push_back({"header's last field", std::move(note().unicode("", 0x007D, "Date: Tue, 2 Jan 2024\r\nSubject: Last")),
                      "Subject", "<absent>", "Last"});
+    cases.push_back({"header's Reply-To",
+                     std::move(note().unicode("", 0x007D, "Reply-To: List <list@example.com>\r\nSubject: x\r\n")),
+                     "ReplyTo", "<absent>", "List <list@example.com>"});
     for (Case& c : cases) {
         for (bool complete : {false, true}) {
             Dict message = readAs(c.fixture, complete ? ReadOptions::complete() : ReadOptions::classic(true));
             std::string got = stringOf(message, c.key);
             if (const qh::Value* value = message.find(c.key); value && value->date()) {
                 got = std::to_string(static_cast<std::int64_t>(value->date()->unixSeconds));
+            } else if (value && value->array()) {
+                got = addresses(message, c.key);
             }
             EXPECT_EQ(got, complete ? c.complete : c.classic) << c.what << (complete ? " (complete)" : " (classic)");
         }

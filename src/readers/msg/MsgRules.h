@@ -57,7 +57,8 @@ struct MsgRules {
     // Contacts and appointments are vCard and iCalendar text in both.
     enum class EmbeddedText { ClassicWriter, StandardsMime };
     // classic: a transport header's last field is never filed (readers of
-    // these dictionaries rely on it); complete: it is, like every other.
+    // these dictionaries rely on it); complete: it is, like every other, and
+    // Reply-To is filed too ("ReplyTo"), since replies otherwise go astray.
     enum class HeaderFields { LastNeverFiled, EveryField };
     // classic: without recipient storages "To" is an empty list and the
     // display-To text is never used; complete: its names stand in.

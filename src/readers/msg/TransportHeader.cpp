@@ -46,6 +46,18 @@ std::string upper(std::string_view text) {
     return out;
 }
 
+void trimRecords(Array& list) {
+    for (Value& entry : list) {
+        Dict* record = entry.dict();
+        if (!record) continue;
+        for (std::string_view key : {keys::kName, keys::kAddress}) {
+            if (const std::string* text = record->findString(key)) {
+                record->set(std::string(key), Value(TextEncoding::trimWhitespaceAndNewlines(*text)));
+            }
+        }
+    }
+}
+
 }  // namespace
 
 std::string MsgTransportHeader::decodeSubject(const std::string& value) {
@@ -74,8 +86,17 @@ Dict MsgTransportHeader::parse(std::string_view header, MsgRules::HeaderFields f
         // Address fields under their upper-case names ("TO", "FROM", "CC",
         // "BCC"); Date and Subject only when written in that case.
         const std::string name = upper(pendingName);
+        auto addresses = [&] {
+            Array list = processEmailAddresses(pendingValue);
+            // classic: names keep the blank before "<address>"; complete: trimmed.
+            if (fields == MsgRules::HeaderFields::EveryField) trimRecords(list);
+            return Value(std::move(list));
+        };
         for (std::string_view key : {keys::kHeaderTo, keys::kHeaderFrom, keys::kCC, keys::kBCC}) {
-            if (name == key) parsed.set(std::string(key), Value(processEmailAddresses(pendingValue)));
+            if (name == key) parsed.set(std::string(key), addresses());
+        }
+        if (fields == MsgRules::HeaderFields::EveryField && name == "REPLY-TO") {
+            parsed.set(std::string(keys::kReplyTo), addresses());
         }
         if (pendingName == keys::kDate) {
             parsed.set(std::string(keys::kDate), Value(pendingValue));
