@@ -1,6 +1,8 @@
 #pragma once
 // The MSG reader: an Outlook message file (MS-OXMSG compound document) turned
-// into the message dictionary at creation. The class operations of property
+// into the message dictionary at creation, in the classic reading (the
+// default) or the complete one (MsgRules lists where they differ; most callers
+// go through readers/MessageReader.h). The class operations of property
 // access, named properties, recipients, attachments, contacts and
 // appointments live in their own classes; ReadMSG is their front.
 #include <cstdint>
@@ -21,14 +23,13 @@ namespace qh {
 
 class ReadMSG {
 public:
-    // None when the bytes are no compound document. `exactStreams` cuts every
-    // stream to its directory size before anything is read from it.
-    // The classic reading.
+    // The classic reading; none when the bytes are no compound document.
+    // `exactStreams` cuts every stream to its directory size before anything
+    // is read from it.
     static std::unique_ptr<ReadMSG> initWithData(ByteView data, bool exactStreams = false) {
         return initWithData(data, ReadOptions::classic(exactStreams));
     }
-    // The same in the reading `options` chooses (MsgRules tells where the
-    // readings differ).
+    // The same in the reading `options` chooses.
     static std::unique_ptr<ReadMSG> initWithData(ByteView data, const ReadOptions& options);
 
     // The same from an entry dictionary already taken from a compound
