@@ -318,19 +318,23 @@ std::string encodedWordParameter(std::string_view attribute, std::string_view va
 }
 
 std::string crlfLineEnds(std::string_view text) {
-    std::string out;
-    out.reserve(text.size() + text.size() / 32 + 2);
-    for (std::size_t i = 0; i < text.size(); ++i) {
-        char c = text[i];
-        if (c == '\r') {
-            out.append(kCRLF);
-            if (i + 1 < text.size() && text[i + 1] == '\n') ++i;
-        } else if (c == '\n') {
-            out.append(kCRLF);
+    // Written through a pointer into room for the worst case (every byte a
+    // line feed), then cut: a character costs a few instructions, not a
+    // push_back's capacity check.
+    std::string out(text.size() * 2, '\0');
+    char* to = out.data();
+    const std::size_t size = text.size();
+    for (std::size_t i = 0; i < size; ++i) {
+        const char c = text[i];
+        if (c == '\r' || c == '\n') {
+            *to++ = '\r';
+            *to++ = '\n';
+            if (c == '\r' && i + 1 < size && text[i + 1] == '\n') ++i;
         } else {
-            out.push_back(c);
+            *to++ = c;
         }
     }
+    out.resize(static_cast<std::size_t>(to - out.data()));
     return out;
 }
 
@@ -370,37 +374,57 @@ TransferEncoding chooseTextEncoding(std::string_view text) {
 }
 
 std::string quotedPrintable(std::string_view text) {
-    std::string out;
-    out.reserve(text.size() + text.size() / 8 + 16);
+    const std::size_t size = text.size();
+    // Room for the worst case, every byte escaped with a soft break after
+    // every 25 escapes; written through a pointer, then cut.
+    std::string out(size * 3 + (size / 25 + 1) * 3, '\0');
+    char* to = out.data();
     std::size_t column = 0;
-    for (std::size_t i = 0; i < text.size(); ++i) {
-        unsigned char c = static_cast<unsigned char>(text[i]);
-        if (c == '\r' && i + 1 < text.size() && text[i + 1] == '\n') {
-            out.append(kCRLF);
+    for (std::size_t i = 0; i < size; ++i) {
+        const unsigned char c = static_cast<unsigned char>(text[i]);
+        const bool printable = c >= 33 && c <= 126 && c != '=';
+        // Most characters: printable, not a line's first "F" (which may start
+        // "From "), and with room left on the line whatever follows.
+        if (printable && column < kBodyLineLength - 1 && !(column == 0 && c == 'F')) {
+            *to++ = static_cast<char>(c);
+            ++column;
+            continue;
+        }
+        if (c == '\r' && i + 1 < size && text[i + 1] == '\n') {
+            *to++ = '\r';
+            *to++ = '\n';
             column = 0;
             ++i;
             continue;
         }
-        bool lineEnds = i + 1 == text.size() || (text[i + 1] == '\r' && i + 2 < text.size() && text[i + 2] == '\n');
-        auto piece = [&](std::size_t atColumn) {
-            std::string p;
-            bool literal = (c >= 33 && c <= 126 && c != '=') || ((c == ' ' || c == '\t') && !lineEnds);
+        const bool lineEnds = i + 1 == size || (text[i + 1] == '\r' && i + 2 < size && text[i + 2] == '\n');
+        // The character as it is written at `atColumn`: itself, or "=XX".
+        auto literalAt = [&](std::size_t atColumn) {
+            bool literal = printable || ((c == ' ' || c == '\t') && !lineEnds);
             if (literal && atColumn == 0 && text.substr(i, 5) == "From ") literal = false;
-            if (literal) p.push_back(static_cast<char>(c));
-            else appendHex(p, c, '=');
-            return p;
+            return literal;
         };
-        std::string p = piece(column);
+        bool literal = literalAt(column);
         // The last character of a line may use column 76; any other leaves room for the soft break "=".
-        std::size_t limit = lineEnds ? kBodyLineLength : kBodyLineLength - 1;
-        if (column + p.size() > limit) {
-            out.append("=").append(kCRLF);
+        const std::size_t limit = lineEnds ? kBodyLineLength : kBodyLineLength - 1;
+        if (column + (literal ? 1 : 3) > limit) {
+            *to++ = '=';
+            *to++ = '\r';
+            *to++ = '\n';
             column = 0;
-            p = piece(0);
+            literal = literalAt(0);
         }
-        out += p;
-        column += p.size();
+        if (literal) {
+            *to++ = static_cast<char>(c);
+            column += 1;
+        } else {
+            *to++ = '=';
+            *to++ = kHex[c >> 4];
+            *to++ = kHex[c & 0x0F];
+            column += 3;
+        }
     }
+    out.resize(static_cast<std::size_t>(to - out.data()));
     return out;
 }
 

@@ -1,6 +1,8 @@
 // The MIME writer of the complete reading: header encoding and folding,
 // values from the file never starting a header line, the structure chosen for
 // the bodies and attachments, the encoders under it, and mbox entries.
+#include <random>
+#include <algorithm>
 #include <gtest/gtest.h>
 
 #include "core/Base64.h"
@@ -9,6 +11,7 @@
 #include "util/Base64Codec.h"
 #include "support/MimeShape.h"
 #include "writers/MboxWriter.h"
+#include "util/Rfc2045.h"
 #include "writers/MimeEncoding.h"
 #include "writers/MimeWriter.h"
 
@@ -311,6 +314,30 @@ TEST(MimeEncoding, QuotedPrintable) {
         {std::string(75, 'x') + "From a", std::string(75, 'x') + "=\r\n=46rom a"},
     };
     for (const auto& c : cases) EXPECT_EQ(qh::mime::quotedPrintable(c.in), c.out) << c.in;
+}
+
+TEST(MimeEncoding, QuotedPrintableRoundTripsWithinTheLineLimit) {
+    // Texts of the pieces the encoder treats apart: blanks before line ends,
+    // "=", "From " at a line start, 8-bit bytes, long runs.
+    const std::string pieces[] = {"a", "x", " ", "\t", "=", "From ", "F", "\r\n", "\xc3\xa9", "\n", std::string(30, 'y')};
+    std::mt19937 random(1123);
+    for (int round = 0; round < 2000; ++round) {
+        std::string text;
+        for (int n = static_cast<int>(random() % 40); n > 0; --n) text += pieces[random() % std::size(pieces)];
+        const std::string encoded = qh::mime::quotedPrintable(text);
+        const qh::Bytes decoded = qh::rfc2045::decodeQuotedPrintable(encoded, "\r\n");
+        ASSERT_EQ(std::string(decoded.begin(), decoded.end()), text) << encoded;
+        std::size_t lineStart = 0;
+        for (std::size_t at = encoded.find("\r\n"); ; at = encoded.find("\r\n", lineStart)) {
+            const std::string_view line = std::string_view(encoded).substr(lineStart, at - lineStart);
+            ASSERT_LE(line.size(), 76u) << encoded;
+            ASSERT_NE(line.substr(0, 5), "From ") << encoded;
+            ASSERT_TRUE(std::all_of(line.begin(), line.end(), [](char c) { return c == ' ' || c == '\t' || (c > 32 && c < 127); }))
+                << encoded;
+            if (at == std::string::npos) break;
+            lineStart = at + 2;
+        }
+    }
 }
 
 TEST(MimeEncoding, TextEncodingChoice) {
