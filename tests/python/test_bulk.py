@@ -50,12 +50,16 @@ def test_read_many_equals_read_in_order():
 @needs_corpus
 def test_threads_read_the_same_as_one_thread():
     paths = MESSAGES[:24]
-    expected = {p: quillhaven.convert(p, classic=True) for p in paths}
+    def both(path):
+        converted = quillhaven.convert(path)
+        return _steady(quillhaven.read(path)), converted and without_uuids(converted)
+
+    expected = {p: both(p) for p in paths}
     problems = []
 
     def work(part):
         for path in part:
-            if quillhaven.convert(path, classic=True) != expected[path]:
+            if both(path) != expected[path]:
                 problems.append(path)
 
     threads = [threading.Thread(target=work, args=(paths[i::4],)) for i in range(4)]
@@ -63,8 +67,7 @@ def test_threads_read_the_same_as_one_thread():
         thread.start()
     for thread in threads:
         thread.join()
-    # The classic writer is deterministic apart from its boundaries.
-    assert not [p for p in problems if b"boundary" not in expected[p]]
+    assert not problems
 
 
 @needs_corpus
