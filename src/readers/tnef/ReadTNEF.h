@@ -1,8 +1,10 @@
 #pragma once
-// Reads a TNEF stream (winmail.dat) into a message dictionary. Two readings of
-// the same bytes are combined: the attribute decoder (TNEFDecoder), and a
-// search for fixed property tags and attribute ids anywhere in the stream,
-// which adds the sender and the HTML body and overwrites what both produce.
+// Reads a TNEF stream (winmail.dat) into a message dictionary. The classic
+// reading combines two passes over the same bytes: the attribute decoder
+// (TNEFDecoder), and a search for fixed property tags and attribute ids
+// anywhere in the stream, which adds the sender and the HTML body and
+// overwrites what both produce. The complete reading takes everything from the
+// decoder (TNEFContent); TnefRules says where the two part ways.
 #include <cstdint>
 #include <memory>
 #include <optional>
