@@ -1,28 +1,62 @@
 #include "Input.h"
 
-#include <cstdio>
-#include <fstream>
-#include <iostream>
-#include <iterator>
+#include <cerrno>
+#include <cstdint>
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
 
 namespace qhcli {
 
+namespace {
+
+// Reads `descriptor` to its end into `data`: first into `expected` bytes
+// (a regular file's size, read without growing the buffer), then whatever
+// more there is (a pipe, a device, a file that grew). False on a read error.
+bool readToEnd(int descriptor, qh::Bytes& data, std::size_t expected) {
+    data.resize(expected);
+    std::size_t have = 0;
+    while (have < data.size()) {
+        const ssize_t got = ::read(descriptor, data.data() + have, data.size() - have);
+        if (got < 0 && errno == EINTR) continue;
+        if (got < 0) return false;
+        if (got == 0) {
+            data.resize(have);
+            return true;
+        }
+        have += static_cast<std::size_t>(got);
+    }
+    std::uint8_t chunk[1 << 16];
+    while (true) {
+        const ssize_t got = ::read(descriptor, chunk, sizeof chunk);
+        if (got < 0 && errno == EINTR) continue;
+        if (got < 0) return false;
+        if (got == 0) return true;
+        data.insert(data.end(), chunk, chunk + got);
+    }
+}
+
+}  // namespace
+
 std::optional<qh::Bytes> Input::readFile(const std::string& path) {
+    qh::Bytes data;
     if (path == "-") {
-        qh::Bytes data;
-        char chunk[65536];
-        std::size_t got;
-        while ((got = std::fread(chunk, 1, sizeof chunk, stdin)) > 0) data.insert(data.end(), chunk, chunk + got);
-        if (std::ferror(stdin)) return std::nullopt;
+        if (!readToEnd(STDIN_FILENO, data, 0)) return std::nullopt;
         return data;
     }
-    std::ifstream in(path, std::ios::binary | std::ios::ate);
-    if (!in) return std::nullopt;
-    std::streamsize size = in.tellg();
-    if (size < 0) return std::nullopt;
-    qh::Bytes data(static_cast<std::size_t>(size));
-    in.seekg(0);
-    if (size > 0 && !in.read(reinterpret_cast<char*>(data.data()), size)) return std::nullopt;
+    const int descriptor = ::open(path.c_str(), O_RDONLY | O_CLOEXEC);
+    if (descriptor < 0) return std::nullopt;
+    struct stat status {};
+    bool ok = ::fstat(descriptor, &status) == 0 && !S_ISDIR(status.st_mode);
+    if (ok) {
+        // A folder is no input (its size is meaningless); a regular file is
+        // read in one piece of its size, a pipe or a device in chunks.
+        const std::size_t size = S_ISREG(status.st_mode) ? static_cast<std::size_t>(status.st_size) : 0;
+        ok = readToEnd(descriptor, data, size);
+    }
+    ::close(descriptor);
+    if (!ok) return std::nullopt;
     return data;
 }
 

@@ -25,6 +25,8 @@ TEST(Arguments, UsageAndInputErrorsExitWithTwo) {
         {{"convert", "-o", "x.eml", "-d", scratch.str(), present}, 2},
         {{"attachments", present, present}, 2},         // one file only
         {{"read", missing}, 2},                         // unreadable single file
+        {{"read", scratch.str()}, 2},                   // a folder is no file
+        {{"convert", scratch.str()}, 2},
         {{"summary", missing}, 2},
         {{"convert", missing}, 2},
         {{"attachments", "-d", scratch.str(), missing}, 2},
