@@ -1,7 +1,8 @@
 #!/usr/bin/env python3
-"""Lists a compound file with python3-olefile, an independent reader, for the
-agreement test: one line per storage ("D\t/path") and per stream
-("S\t/path\tsize\thex of the exact contents"). Exit 3 when olefile is missing."""
+"""Lists compound files with python3-olefile, an independent reader, for the
+agreement test: for each file a line "F\t<file>", then one line per storage
+("D\t/path") and per stream ("S\t/path\tsize\thex of the exact contents").
+Exit 3 when olefile is missing."""
 import sys
 
 try:
@@ -15,9 +16,9 @@ def clean(name):
     return "".join(c for c in name if ord(c) >= 32)
 
 
-def main(path):
+def listing(path):
     ole = olefile.OleFileIO(path)
-    out = []
+    out = ["F\t%s" % path]
     for parts in ole.listdir(streams=True, storages=True):
         joined = "/".join(parts)
         shown = "/" + "/".join(clean(p) for p in parts)
@@ -27,8 +28,9 @@ def main(path):
             out.append("S\t%s\t%d\t%s" % (shown, ole.get_size(joined), data.hex()))
         elif kind == olefile.STGTY_STORAGE:
             out.append("D\t%s" % shown)
-    sys.stdout.write("\n".join(out) + ("\n" if out else ""))
+    sys.stdout.write("\n".join(out) + "\n")
 
 
 if __name__ == "__main__":
-    main(sys.argv[1])
+    for argument in sys.argv[1:]:
+        listing(argument)
