@@ -6,6 +6,7 @@
 #include <stdexcept>
 
 #include "core/Log.h"
+#include "util/Ascii.h"
 
 namespace qh {
 
@@ -24,13 +25,6 @@ constexpr std::array<std::uint8_t, 256> makeBase64Values() {
     return values;
 }
 constexpr std::array<std::uint8_t, 256> kBase64Values = makeBase64Values();
-
-int hexValue(char c) {
-    if (c >= '0' && c <= '9') return c - '0';
-    if (c >= 'a' && c <= 'f') return c - 'a' + 10;
-    if (c >= 'A' && c <= 'F') return c - 'A' + 10;
-    return -1;
-}
 
 void logConversionException(const std::exception& error, std::string_view functionName, std::int32_t location,
                             char step) {
@@ -157,7 +151,7 @@ std::optional<std::string> DataWangers::cleanNonHexCharsFromHexString(std::optio
     std::string digits;
     digits.reserve(withoutPrefixes.size());
     for (char c : withoutPrefixes)
-        if (hexValue(c) >= 0) digits += c;
+        if (ascii::hexValue(c) >= 0) digits += c;
     return digits;
 }
 
@@ -167,7 +161,7 @@ std::optional<Bytes> DataWangers::dataFromHexString(std::optional<std::string_vi
     Bytes out;
     out.reserve(digits->size() / 2);
     for (std::size_t i = 0; i + 1 < digits->size(); i += 2)
-        out.push_back(std::uint8_t(hexValue((*digits)[i]) << 4 | hexValue((*digits)[i + 1])));
+        out.push_back(std::uint8_t(ascii::hexValue((*digits)[i]) << 4 | ascii::hexValue((*digits)[i + 1])));
     return out;
 }
 

@@ -1,15 +1,10 @@
 #include "util/Rfc2045.h"
 
+#include "util/Ascii.h"
+
 namespace qh::rfc2045 {
 
-namespace {
-int hexValue(char c) {
-    if (c >= '0' && c <= '9') return c - '0';
-    if (c >= 'A' && c <= 'F') return c - 'A' + 10;
-    if (c >= 'a' && c <= 'f') return c - 'a' + 10;
-    return -1;
-}
-}  // namespace
+using ascii::hexValue;
 
 Bytes decodeQuotedPrintable(std::string_view text, std::string_view lineBreak) {
     Bytes out;

@@ -1,6 +1,7 @@
 #include "util/Rfc2047.h"
 
 #include "util/Base64Codec.h"
+#include "util/Ascii.h"
 #include "util/MimeCharset.h"
 
 namespace qh::rfc2047 {
@@ -8,24 +9,6 @@ namespace qh::rfc2047 {
 namespace {
 
 bool isBlank(char c) { return c == ' ' || c == '\t' || c == '\r' || c == '\n'; }
-
-int hexValue(char c) {
-    if (c >= '0' && c <= '9') return c - '0';
-    if (c >= 'A' && c <= 'F') return c - 'A' + 10;
-    if (c >= 'a' && c <= 'f') return c - 'a' + 10;
-    return -1;
-}
-
-bool sameCharset(std::string_view a, std::string_view b) {
-    if (a.size() != b.size()) return false;
-    for (std::size_t i = 0; i < a.size(); ++i) {
-        char x = a[i], y = b[i];
-        if (x >= 'A' && x <= 'Z') x = static_cast<char>(x - 'A' + 'a');
-        if (y >= 'A' && y <= 'Z') y = static_cast<char>(y - 'A' + 'a');
-        if (x != y) return false;
-    }
-    return true;
-}
 
 // A charset name is a token: no blanks, controls or tspecials that would end it.
 bool isTokenChar(char c) {
@@ -43,8 +26,8 @@ Bytes decodeQ(std::string_view text) {
         char c = text[i];
         if (c == '_') {
             out.push_back(' ');
-        } else if (c == '=' && i + 2 < text.size() && hexValue(text[i + 1]) >= 0 && hexValue(text[i + 2]) >= 0) {
-            out.push_back(static_cast<std::uint8_t>(hexValue(text[i + 1]) * 16 + hexValue(text[i + 2])));
+        } else if (c == '=' && i + 2 < text.size() && ascii::hexValue(text[i + 1]) >= 0 && ascii::hexValue(text[i + 2]) >= 0) {
+            out.push_back(static_cast<std::uint8_t>(ascii::hexValue(text[i + 1]) * 16 + ascii::hexValue(text[i + 2])));
             i += 2;
         } else {
             out.push_back(static_cast<std::uint8_t>(c));
@@ -109,7 +92,7 @@ std::string decodeText(std::string_view text) {
             EncodedWord next;
             if (!parseEncodedWord(after, next)) break;
             cursor = after;
-            if (sameCharset(next.charset, charset)) {
+            if (ascii::equalsIgnoringCase(next.charset, charset)) {
                 run.insert(run.end(), next.bytes.begin(), next.bytes.end());
             } else {
                 out += MimeCharset::decode(run, charset);

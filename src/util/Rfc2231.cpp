@@ -4,6 +4,7 @@
 #include <map>
 
 #include "core/Bytes.h"
+#include "util/Ascii.h"
 #include "util/MimeCharset.h"
 #include "util/Rfc2047.h"
 
@@ -43,13 +44,6 @@ std::string trimmed(std::string_view text) {
         text.remove_suffix(1);
     }
     return std::string(text);
-}
-
-int hexValue(char c) {
-    if (c >= '0' && c <= '9') return c - '0';
-    if (c >= 'A' && c <= 'F') return c - 'A' + 10;
-    if (c >= 'a' && c <= 'f') return c - 'a' + 10;
-    return -1;
 }
 
 }  // namespace
@@ -132,8 +126,8 @@ std::string percentDecode(std::string_view text) {
     std::string out;
     out.reserve(text.size());
     for (std::size_t i = 0; i < text.size(); ++i) {
-        if (text[i] == '%' && i + 2 < text.size() && hexValue(text[i + 1]) >= 0 && hexValue(text[i + 2]) >= 0) {
-            out.push_back(static_cast<char>(hexValue(text[i + 1]) * 16 + hexValue(text[i + 2])));
+        if (text[i] == '%' && i + 2 < text.size() && ascii::hexValue(text[i + 1]) >= 0 && ascii::hexValue(text[i + 2]) >= 0) {
+            out.push_back(static_cast<char>(ascii::hexValue(text[i + 1]) * 16 + ascii::hexValue(text[i + 2])));
             i += 2;
         } else {
             out.push_back(text[i]);

@@ -4,18 +4,12 @@
 #include <optional>
 
 #include "core/TextEncoding.h"
+#include "util/Ascii.h"
 #include "util/DataWangers.h"
 
 namespace qh {
 
 namespace {
-
-int hexDigitValue(char c) {
-    if (c >= '0' && c <= '9') return c - '0';
-    if (c >= 'a' && c <= 'f') return c - 'a' + 10;
-    if (c >= 'A' && c <= 'F') return c - 'A' + 10;
-    return -1;
-}
 
 // The Hebrew escapes the readers decode: D0-D8, E0-EF and F0-FA. D9-DF and
 // FB-FF are left alone on purpose.
@@ -69,7 +63,7 @@ std::string WindowsCodePageWangers::decodeCP1255FromMimeEncodedString(std::strin
     std::size_t position = 0;
     for (std::size_t equals = text.find('='); equals != std::string_view::npos; equals = text.find('=', equals + 1)) {
         if (equals + 2 >= text.size()) break;
-        int high = hexDigitValue(text[equals + 1]), low = hexDigitValue(text[equals + 2]);
+        int high = ascii::hexValue(text[equals + 1]), low = ascii::hexValue(text[equals + 2]);
         if (high < 0 || low < 0) continue;
         const auto& character = characters[std::size_t(high << 4 | low)];
         if (!character) continue;

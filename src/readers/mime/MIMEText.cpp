@@ -3,6 +3,7 @@
 #include <cstring>
 
 #include "core/TextEncoding.h"
+#include "util/Ascii.h"
 
 namespace qh {
 
@@ -109,14 +110,7 @@ bool MIMEText::secondPiece(std::string_view text, std::string_view separator, st
 }
 
 bool MIMEText::equalsASCIIIgnoringCase(std::string_view a, std::string_view b) {
-    if (a.size() != b.size()) return false;
-    for (std::size_t i = 0; i < a.size(); ++i) {
-        char x = a[i], y = b[i];
-        if (x >= 'A' && x <= 'Z') x = static_cast<char>(x - 'A' + 'a');
-        if (y >= 'A' && y <= 'Z') y = static_cast<char>(y - 'A' + 'a');
-        if (x != y) return false;
-    }
-    return true;
+    return ascii::equalsIgnoringCase(a, b);
 }
 
 std::string_view MIMEText::pathExtension(std::string_view name) {
