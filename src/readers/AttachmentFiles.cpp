@@ -9,6 +9,7 @@
 
 #include "core/MessageKeys.h"
 #include "readers/MessageReader.h"
+#include "writers/MessageItems.h"
 
 namespace qh {
 
@@ -29,15 +30,6 @@ const std::string* itemName(const Dict& item) {
     return item.findString("fileName");
 }
 
-// The item's contents: bytes, or the text an EML part was decoded to.
-std::optional<ByteView> itemData(const Dict& item) {
-    const Value* data = item.find(keys::kAttachData);
-    if (!data) return std::nullopt;
-    if (const Blob* bytes = data->bytes()) return bytes->view();
-    if (const std::string* text = data->string()) return asBytes(*text);
-    return std::nullopt;
-}
-
 bool walkList(const Dict& message, const ReadOptions& options, bool expandTnef, int tnefDepth,
               const std::function<bool(const AttachmentFiles::File&)>& visit,
               const std::function<void(std::string_view)>& complain) {
@@ -47,7 +39,7 @@ bool walkList(const Dict& message, const ReadOptions& options, bool expandTnef, 
     for (const Value& value : *list) {
         const Dict* item = value.dict();
         if (!item) continue;
-        std::optional<ByteView> data = itemData(*item);
+        std::optional<ByteView> data = items::itemData(*item);
         if (!data) continue;
         const std::string* name = itemName(*item);
         if (!visit({*item, name ? std::string_view(*name) : std::string_view(), *data})) return false;

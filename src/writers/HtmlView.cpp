@@ -13,6 +13,7 @@
 #include "core/TextEncoding.h"
 #include "richtext/RTFReader.h"
 #include "util/HtmlSanitizer.h"
+#include "writers/MessageItems.h"
 
 namespace qh {
 
@@ -82,15 +83,6 @@ std::optional<std::string> textOf(const Value* value, bool isHtml) {
     if (!value) return std::nullopt;
     if (const std::string* text = value->string()) return TextEncoding::sanitizeUTF8(*text);
     if (const Blob* bytes = value->bytes()) return decodeText(bytes->view(), isHtml);
-    return std::nullopt;
-}
-
-// The bytes of an attachment item: bytes, or the text an EML part was decoded to.
-std::optional<ByteView> itemData(const Dict& item) {
-    const Value* data = item.find(keys::kAttachData);
-    if (!data) return std::nullopt;
-    if (const Blob* bytes = data->bytes()) return bytes->view();
-    if (const std::string* text = data->string()) return asBytes(*text);
     return std::nullopt;
 }
 
@@ -250,7 +242,7 @@ private:
             const Dict* item = (*list)[i].dict();
             if (!item) continue;
             std::string name = itemName(*item, i);
-            std::optional<ByteView> data = itemData(*item);
+            std::optional<ByteView> data = items::itemData(*item);
             out += "<li>";
             std::string size;
             if (data) size = HtmlView::formatSize(data->size());
@@ -299,7 +291,7 @@ private:
                     matches = (location && *location == wanted) || (name && *name == wanted);
                 }
                 if (!matches) continue;
-                std::optional<ByteView> data = itemData(*item);
+                std::optional<ByteView> data = items::itemData(*item);
                 if (!data || data->size() > inlineLeft_) return std::nullopt;
                 inlineLeft_ -= data->size();
                 usedInline[i] = true;
@@ -349,7 +341,7 @@ private:
             if (!item) continue;
             std::string name = itemName(*item, i);
             if (!isEmbeddedMessage(*item, name)) continue;
-            std::optional<ByteView> data = itemData(*item);
+            std::optional<ByteView> data = items::itemData(*item);
             if (!data || data->empty()) continue;
             out += "<section class=\"qh-embedded\">\n<h2>Attached message: <bdi>" + escape(name) + "</bdi></h2>\n";
             if (depth + 1 >= HtmlView::kMaxNesting || embeddedShown_ >= HtmlView::kMaxEmbeddedMessages) {
@@ -506,7 +498,7 @@ std::string HtmlView::text(const Dict& message) {
         std::vector<std::string> names;
         for (std::size_t i = 0; i < list->size(); ++i)
             if (const Dict* item = (*list)[i].dict()) {
-                std::optional<ByteView> data = itemData(*item);
+                std::optional<ByteView> data = items::itemData(*item);
                 names.push_back(itemName(*item, i) + (data ? " (" + formatSize(data->size()) + ")" : ""));
             }
         line("Attachments", joined(names, ", "));

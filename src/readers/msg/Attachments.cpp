@@ -15,6 +15,7 @@
 #include "util/BitWangers.h"
 #include "util/DataWangers.h"
 #include "util/StringWangers.h"
+#include "writers/MessageItems.h"
 #include "writers/MimeWriter.h"
 #include "writers/WriteEML.h"
 
@@ -71,19 +72,7 @@ std::size_t convertedSizeEstimate(const Dict& message, const MsgRules& rules) {
     // Standards MIME writes non-ASCII text quoted-printable: up to three
     // bytes for one.
     const std::size_t textFactor = rules.embeddedText == MsgRules::EmbeddedText::StandardsMime ? 3 : 1;
-    std::size_t size = 0;
-    for (std::string_view key : {keys::kBody, keys::kHTML}) {
-        if (const std::string* text = message.findString(key)) size += text->size() * textFactor;
-    }
-    if (const Blob* rtf = message.findBytes(keys::kRTF)) size += rtf->size() * 2;
-    if (const Array* list = message.findArray(keys::kAttachmentList)) {
-        for (const Value& entry : *list) {
-            const Dict* attachment = entry.dict();
-            const Blob* data = attachment ? attachment->findBytes(keys::kAttachData) : nullptr;
-            if (data) size += data->size() / 3 * 4 + data->size() / 38 + 256;
-        }
-    }
-    return size;
+    return items::convertedSizeEstimate(message, textFactor);
 }
 
 // The three name texts of an attachment storage, and the encoding the

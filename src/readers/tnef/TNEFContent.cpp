@@ -17,6 +17,7 @@
 #include "util/AddressLists.h"
 #include "util/BitWangers.h"
 #include "util/TimeWangers.h"
+#include "writers/MessageItems.h"
 #include "writers/MimeWriter.h"
 
 namespace qh {
@@ -98,14 +99,7 @@ Dict addressRecord(const std::string& name, const std::string& address) {
 // carries the sender's wall-clock time without a zone: read as UTC.
 std::optional<Date> attributeDate(const TNEFDate& date) {
     if (date.year == 0) return std::nullopt;
-    DateComponents fields;
-    fields.year = date.year;
-    fields.month = date.month;
-    fields.day = date.day;
-    fields.hour = date.hour;
-    fields.minute = date.minute;
-    fields.second = date.second;
-    return DateFormatting::dateFromComponents(fields, "UTC");
+    return DateFormatting::dateFromComponents(date.components(), "UTC");
 }
 
 // An address as the sender's client stored it: SMTP when it says so.
@@ -203,23 +197,6 @@ void setBodies(Dict& dictionary, const TNEFMessage& message, const Properties& p
     }
 }
 
-// What the writers will make of a message: its bodies and attachments in base64.
-std::size_t convertedSizeEstimate(const Dict& message) {
-    std::size_t size = 0;
-    for (std::string_view key : std::initializer_list<std::string_view>{keys::kBody, keys::kHTML}) {
-        if (const std::string* text = message.findString(key)) size += text->size();
-    }
-    if (const Blob* rtf = message.findBytes(keys::kRTF)) size += rtf->size() * 2;
-    if (const Array* list = message.findArray(keys::kAttachmentList)) {
-        for (const Value& entry : *list) {
-            const Dict* attachment = entry.dict();
-            const Blob* data = attachment ? attachment->findBytes(keys::kAttachData) : nullptr;
-            if (data) size += data->size() / 3 * 4 + data->size() / 38 + 256;
-        }
-    }
-    return size;
-}
-
 // An attached message (a TNEF stream or a compound document after the
 // object's interface id) read one level down and written as MIME; none when it
 // is neither, too deep, or too large.
@@ -260,7 +237,7 @@ std::optional<Blob> attachedMessage(ByteView object, TnefReadContext& context) {
     }
     --budget.depth;
     if (!message) return std::nullopt;
-    const std::size_t estimate = convertedSizeEstimate(*message);
+    const std::size_t estimate = items::convertedSizeEstimate(*message);
     if (estimate > budget.convertedLimit || budget.convertedBytes > budget.convertedLimit - estimate) {
         Log::line("Embedded messages too large - not converted");
         return std::nullopt;

@@ -39,14 +39,7 @@ std::optional<std::string> attachmentName(ByteView bytes) {
 // read back with "yyyy-MM-dd HH:mm:ss", digits unpadded); fields out of range
 // (an absent date is all zeros) give no "Date".
 std::optional<std::string> displayDate(const TNEFDate& date) {
-    DateComponents fields;
-    fields.year = date.year;
-    fields.month = date.month;
-    fields.day = date.day;
-    fields.hour = date.hour;
-    fields.minute = date.minute;
-    fields.second = date.second;
-    std::optional<Date> parsed = DateFormatting::dateFromComponents(fields);
+    std::optional<Date> parsed = DateFormatting::dateFromComponents(date.components());
     if (!parsed) return std::nullopt;
     return TimeWangers::displayString(*parsed);
 }

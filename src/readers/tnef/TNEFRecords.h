@@ -12,6 +12,7 @@
 #include "core/Blob.h"
 #include "core/ByteCursor.h"
 #include "core/Bytes.h"
+#include "core/DateFormatting.h"
 #include "readers/tnef/TnefRules.h"
 
 namespace qh {
@@ -29,6 +30,19 @@ struct TNEFDate {
     std::uint16_t year = 0, month = 0, day = 0;
     std::uint16_t hour = 0, minute = 0, second = 0;
     std::uint16_t dayOfWeek = 0;
+
+    // The six calendar fields as they stand (the day of the week is not
+    // read); DateFormatting checks their range.
+    DateComponents components() const {
+        DateComponents fields;
+        fields.year = year;
+        fields.month = month;
+        fields.day = day;
+        fields.hour = hour;
+        fields.minute = minute;
+        fields.second = second;
+        return fields;
+    }
 };
 
 // One value of a MAPI property. `size` is the size the stream declared (for
