@@ -19,6 +19,8 @@ constexpr std::size_t kMaxOpenElements = 256;
 // data: URLs handed out for inline parts, in bytes, over the whole body: a
 // thousand <img src="cid:x"> must not make a thousand copies of a large image.
 constexpr std::size_t kInlineBudget = 48u << 20;
+// Attributes kept per tag.
+constexpr std::size_t kMaxAttributes = 64;
 
 bool isAsciiAlpha(char c) { return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z'); }
 bool isAsciiDigit(char c) { return c >= '0' && c <= '9'; }
@@ -281,9 +283,12 @@ std::size_t parseTag(std::string_view text, std::size_t pos, Tag& tag) {
                 attribute.value = decodeReferences(text.substr(start, i - start));
             }
         }
+        // The first of a name wins, as in the browser; past a few dozen, the
+        // rest are read over and dropped (no mail needs them, and checking for
+        // duplicates must not grow with the square of a hostile tag's length).
         bool duplicate = std::any_of(tag.attributes.begin(), tag.attributes.end(),
                                      [&](const Attribute& a) { return a.name == attribute.name; });
-        if (!duplicate) tag.attributes.push_back(std::move(attribute));
+        if (!duplicate && tag.attributes.size() < kMaxAttributes) tag.attributes.push_back(std::move(attribute));
     }
     return std::string_view::npos;
 }
@@ -387,11 +392,18 @@ std::string HtmlSanitizer::escape(std::string_view text) {
 }
 
 std::string HtmlSanitizer::sanitizeCss(std::string_view css, Result& result) {
-    std::string decoded = decodeCss(css);
-    // @import pulls in a style sheet from anywhere: gone, up to its ";".
-    for (std::size_t at = 0; (at = findIgnoringCase(decoded, "@import", at)) != std::string::npos;) {
-        std::size_t end = decoded.find(';', at);
-        decoded.erase(at, end == std::string::npos ? std::string::npos : end - at + 1);
+    std::string decoded;
+    {
+        // @import pulls in a style sheet from anywhere: gone, up to its ";".
+        std::string withImports = decodeCss(css);
+        decoded.reserve(withImports.size());
+        std::size_t from = 0;
+        for (std::size_t at; (at = findIgnoringCase(withImports, "@import", from)) != std::string::npos;) {
+            decoded.append(withImports, from, at - from);
+            std::size_t end = withImports.find(';', at);
+            from = end == std::string::npos ? withImports.size() : end + 1;
+        }
+        decoded.append(withImports, from, std::string::npos);
     }
     std::string out;
     out.reserve(decoded.size());
@@ -427,9 +439,19 @@ std::string HtmlSanitizer::sanitizeCss(std::string_view css, Result& result) {
     // Old browsers ran script from these; newer ones fetch with image-set().
     static constexpr std::string_view kDisarmed[] = {"expression", "image-set", "cross-fade", "behavior",
                                                      "-moz-binding", "javascript:", "vbscript:"};
-    for (std::string_view word : kDisarmed)
-        for (std::size_t at = 0; (at = findIgnoringCase(out, word, at)) != std::string::npos; at += word.size() + 2)
-            out.insert(at, "x-");
+    for (std::string_view word : kDisarmed) {
+        if (findIgnoringCase(out, word, 0) == std::string::npos) continue;
+        std::string disarmed;
+        disarmed.reserve(out.size() + out.size() / 4);
+        std::size_t from = 0;
+        for (std::size_t at; (at = findIgnoringCase(out, word, from)) != std::string::npos; from = at + word.size()) {
+            disarmed.append(out, from, at - from);
+            disarmed += "x-";
+            disarmed.append(out, at, word.size());
+        }
+        disarmed.append(out, from, std::string::npos);
+        out = std::move(disarmed);
+    }
     return out;
 }
 
