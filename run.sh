@@ -10,7 +10,8 @@ cd "$(dirname "$0")"
 ./scripts/install-deps.sh
 build=build-run
 if [ ! -f "$build/CMakeCache.txt" ]; then
-  cmake -S . -B "$build" -DCMAKE_BUILD_TYPE=RelWithDebInfo -DQH_BUILD_TESTS=OFF -DQH_BUILD_BENCH=OFF >/dev/null
+  cmake -S . -B "$build" -DCMAKE_BUILD_TYPE=Release -DCMAKE_CXX_FLAGS_RELEASE="-O2 -DNDEBUG" \
+    -DQH_BUILD_TESTS=OFF -DQH_BUILD_BENCH=OFF >/dev/null
 fi
 command="$build/quillhaven"
 if [ ! -x "$command" ]; then
