@@ -1,6 +1,9 @@
 #include "util/Rfc5322.h"
 
+#include <chrono>
+#include <cmath>
 #include <cstdint>
+#include <cstdio>
 
 #include "util/MimeCharset.h"
 #include "util/Rfc2047.h"
@@ -472,6 +475,26 @@ std::optional<int> zoneOf(std::string_view token) {
 }
 
 }  // namespace
+
+std::optional<std::string> formatDateTime(Date date) {
+    // 1900-01-01T00:00:00Z and 9999-12-31T23:59:59Z.
+    if (!std::isfinite(date.unixSeconds) || date.unixSeconds < -2208988800.0 || date.unixSeconds > 253402300799.0)
+        return std::nullopt;
+    using namespace std::chrono;
+    const auto seconds = static_cast<std::int64_t>(std::floor(date.unixSeconds));
+    const sys_days day{days{static_cast<int>(std::floor(static_cast<double>(seconds) / 86400.0))}};
+    const std::int64_t inDay = seconds - static_cast<std::int64_t>(day.time_since_epoch().count()) * 86400;
+    const year_month_day ymd{day};
+    static constexpr const char* kDays[] = {"Sun", "Mon", "Tue", "Wed", "Thu", "Fri", "Sat"};
+    static constexpr const char* kMonths[] = {"Jan", "Feb", "Mar", "Apr", "May", "Jun",
+                                              "Jul", "Aug", "Sep", "Oct", "Nov", "Dec"};
+    char text[40];
+    std::snprintf(text, sizeof text, "%s, %02u %s %04d %02d:%02d:%02d +0000", kDays[weekday{day}.c_encoding()],
+                  static_cast<unsigned>(ymd.day()), kMonths[static_cast<unsigned>(ymd.month()) - 1],
+                  static_cast<int>(ymd.year()), static_cast<int>(inDay / 3600), static_cast<int>(inDay / 60 % 60),
+                  static_cast<int>(inDay % 60));
+    return std::string(text);
+}
 
 std::optional<Date> parseDateTime(std::string_view text) {
     // Tokens without comments, split at blanks and commas.

@@ -47,6 +47,11 @@ std::vector<Mailbox> parseAddressList(std::string_view text, std::size_t limit =
 // and three-digit years and missing seconds; none when it does not parse.
 std::optional<Date> parseDateTime(std::string_view text);
 
+// The date-time of `date` in UTC, "Tue, 05 Mar 2024 10:02:03 +0000"; none
+// outside the years 1900 to 9999 (four digits, what every mail reader
+// accepts). The names are RFC 5322's own, whatever the user's locale.
+std::optional<std::string> formatDateTime(Date date);
+
 // msg-id = [CFWS] "<" id-left "@" id-right ">" [CFWS]: "<...>" as written.
 bool parseMsgId(std::string_view& cursor, std::string& out);
 // The identifiers of an In-Reply-To or References field, joined by one blank;

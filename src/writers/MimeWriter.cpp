@@ -5,13 +5,13 @@
 #include <cmath>
 #include <unordered_set>
 
-#include "core/DateFormatting.h"
 #include "core/MessageKeys.h"
 #include "core/TextEncoding.h"
 #include "core/Uuid.h"
 #include "richtext/RTFReader.h"
 #include "util/Base64Codec.h"
 #include "util/MediaTypes.h"
+#include "util/Rfc5322.h"
 #include "writers/Format.h"
 #include "writers/ICalendarWriter.h"
 #include "writers/MimeEncoding.h"
@@ -238,12 +238,9 @@ std::optional<std::string> dateText(const Dict& message) {
     std::optional<Date> date;
     if (stamp && stamp->date()) date = *stamp->date();
     else if (const std::string* text = message.findString(keys::kDate))
-        date = DateFormatting::parse(mime::cleanText(*text), "EEE, d MMM yyyy HH:mm:ss Z", "UTC");
-    // Years 1900 to 9999 only: four digits, and what every mail reader accepts.
-    if (!date || !std::isfinite(date->unixSeconds) || date->unixSeconds < -2208988800.0 ||
-        date->unixSeconds > 253402300799.0)
-        return std::nullopt;
-    return DateFormatting::format(*date, "EEE, dd MMM yyyy HH:mm:ss Z", "UTC");
+        date = rfc5322::parseDateTime(mime::cleanText(*text));
+    if (!date) return std::nullopt;
+    return rfc5322::formatDateTime(*date);
 }
 
 // --- attachments ---------------------------------------------------------

@@ -5,9 +5,12 @@
 
 #include <nlohmann/json.hpp>
 
+#include <cmath>
+#include <random>
 #include <string>
 #include <vector>
 
+#include "core/DateFormatting.h"
 #include "core/Value.h"
 #include "util/MediaTypes.h"
 #include "util/MimeCharset.h"
@@ -188,6 +191,23 @@ TEST(Rfc5322, Dates) {
         std::string got = date ? Value(*date).toJson()["$date"].get<std::string>() : "";
         EXPECT_EQ(got, c.utc) << c.header;
     }
+}
+
+TEST(Rfc5322, FormattedDatesReadAsIcuWritesThemAndBack) {
+    // Whole seconds, fractions and instants before 1970, over the years the
+    // writer accepts; the ICU pattern is what the text must equal.
+    std::mt19937_64 random(5322);
+    for (int round = 0; round < 2000; ++round) {
+        const double seconds = -2208988800.0 + static_cast<double>(random() % 254611289600ull) + (round % 3) * 0.25;
+        const std::optional<std::string> text = rfc5322::formatDateTime(Date{seconds});
+        ASSERT_TRUE(text) << seconds;
+        EXPECT_EQ(*text, DateFormatting::format(Date{std::floor(seconds)}, "EEE, dd MMM yyyy HH:mm:ss Z", "UTC"));
+        ASSERT_EQ(rfc5322::parseDateTime(*text), Date{std::floor(seconds)}) << *text;
+    }
+    EXPECT_EQ(rfc5322::formatDateTime(Date{0}), "Thu, 01 Jan 1970 00:00:00 +0000");
+    EXPECT_FALSE(rfc5322::formatDateTime(Date{-2208988801.0}));
+    EXPECT_FALSE(rfc5322::formatDateTime(Date{253402300800.0}));
+    EXPECT_FALSE(rfc5322::formatDateTime(Date{std::nan("")}));
 }
 
 TEST(Rfc5322, MessageIdentifiersAndFields) {

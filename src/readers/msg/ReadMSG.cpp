@@ -19,6 +19,7 @@
 #include "util/AddressLists.h"
 #include "util/DataWangers.h"
 #include "util/DateData.h"
+#include "util/Rfc5322.h"
 #include "util/StringWangers.h"
 #include "util/TimeWangers.h"
 #include "util/WebWangers.h"
@@ -293,7 +294,10 @@ Dict ReadMSG::buildDictionaryForMessage(const Dict& root) {
 
     // 11. Display date: delivery time, else the submission identifier; else a header date stays.
     std::string displayDate;
-    if (sendDate_) displayDate = TimeWangers::displayString(*sendDate_);
+    if (sendDate_) {
+        displayDate = rules.dateText == MsgRules::DateText::Rfc5322 ? rfc5322::formatDateTime(*sendDate_).value_or("")
+                                                                    : TimeWangers::displayString(*sendDate_);
+    }
     if (!displayDate.empty()) {
         setKey(content, keys::kDate, Value(displayDate));
     } else if (auto submission =

@@ -16,6 +16,7 @@
 #include "richtext/RTFWangers.h"
 #include "util/AddressLists.h"
 #include "util/BitWangers.h"
+#include "util/Rfc5322.h"
 #include "util/TimeWangers.h"
 #include "writers/MessageItems.h"
 #include "writers/MimeWriter.h"
@@ -135,7 +136,9 @@ void setDates(Dict& dictionary, const TNEFMessage& message, const Properties& pr
     if (!date) date = properties.time(kIdDeliveryTime);
     if (!date) date = attributeDate(message.dateReceived);
     if (!date) return;
-    dictionary.set(std::string(keys::kDate), TimeWangers::displayString(*date));
+    // The RFC 5322 date-time in UTC, as an .eml's Date field reads, whatever
+    // the reader's locale; views format "TimeStamp" for the user.
+    if (auto text = rfc5322::formatDateTime(*date)) dictionary.set(std::string(keys::kDate), std::move(*text));
     dictionary.set(std::string(keys::kTimeStamp), Value(*date));
 }
 
