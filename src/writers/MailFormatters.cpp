@@ -36,6 +36,22 @@ std::optional<std::string_view> textOf(const Value* value) {
 
 }  // namespace
 
+std::string MailFormatters::singleLine(std::string_view value) {
+    // A subject, name or file name is the sender's text: a line break in it
+    // would end the header there and start one of the sender's choosing.
+    std::string line;
+    line.reserve(value.size());
+    for (std::size_t i = 0; i < value.size(); ++i) {
+        if (value[i] != '\r' && value[i] != '\n') {
+            line.push_back(value[i]);
+            continue;
+        }
+        line.push_back(' ');
+        while (i + 1 < value.size() && (value[i + 1] == '\r' || value[i + 1] == '\n')) ++i;
+    }
+    return line;
+}
+
 std::string MailFormatters::boundaryTagWithBoundary(std::string_view boundary) {
     std::string tag("\n--");
     tag.append(boundary).append("\n");
@@ -68,8 +84,8 @@ std::string MailFormatters::formatMailingList(const Array& addresses) {
         std::optional<std::string> name;
         if (const std::string* rawName = record->findString("Name")) name = StringWangers::zapGremlins(*rawName);
         if (!name) name = address;
-        list.append("\"").append(*name).append("\" ");
-        list.append("<").append(*address).append(">,\n ");
+        list.append("\"").append(singleLine(*name)).append("\" ");
+        list.append("<").append(singleLine(*address)).append(">,\n ");
     }
     // The last entry keeps its comma: only the line end and blank after it go.
     if (TextEncoding::utf16Length(list) >= 3) list.resize(list.size() - 2);
@@ -135,7 +151,7 @@ std::string MailFormatters::attachmentContents(const Dict& message, std::string_
 
         content.append("\n").append(boundaryTagWithBoundary(boundary));
         content.append("Content-Transfer-Encoding: base64").append("\n");
-        content.append("Content-Disposition: attachment;\n\tfilename=\"").append(*name).append("\"\n\n");
+        content.append("Content-Disposition: attachment;\n\tfilename=\"").append(singleLine(*name)).append("\"\n\n");
         content.append(withSingleNewlines(encoded));
         content.append("\n\n");
     }

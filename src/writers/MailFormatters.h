@@ -16,6 +16,9 @@ public:
     // The message's content type: multipart/related on systems newer than
     // 10.8, multipart/mixed on older ones.
     static std::string contentTagWithBoundary(std::string_view boundary);
+    // A value read from a message, made fit for one header line: every run of
+    // CR and LF characters becomes one space. Anything else stays as it is.
+    static std::string singleLine(std::string_view value);
     // One "\"Name\" <address>,\n " entry per valid address, the last comma
     // kept, then "\n".
     static std::string formatMailingList(const Array& addresses);

@@ -25,9 +25,9 @@ std::string WriteEML::formatOutputFile() const {
     std::string text;
     text.append("Generated-By: Quillhaven 3\n");
 
-    // No header encoding: the subject goes out in UTF-8 as it stands.
+    // No header encoding: the subject goes out in UTF-8 as it stands, on one line.
     if (const std::string* subject = dictionary_.findString("Subject"))
-        text.append("Subject: ").append(TextEncoding::trimWhitespaceAndNewlines(*subject)).append("\n");
+        text.append("Subject: ").append(MailFormatters::singleLine(TextEncoding::trimWhitespaceAndNewlines(*subject))).append("\n");
 
     const std::pair<std::string_view, std::string_view> addressHeaders[] = {
         {"From", "From: "}, {"To", "To: "}, {"CC", "Cc: "}, {"BCC", "Bcc: "}};
@@ -40,7 +40,7 @@ std::string WriteEML::formatOutputFile() const {
     if (timeStamp && timeStamp->date()) {
         text.append("Date: ").append(DateFormatting::format(*timeStamp->date(), "E, d MMM yyyy HH:mm:ss Z")).append("\n");
     } else if (const std::string* date = dictionary_.findString("Date")) {
-        text.append("Date: ").append(TextEncoding::trimWhitespaceAndNewlines(*date)).append("\n");
+        text.append("Date: ").append(MailFormatters::singleLine(TextEncoding::trimWhitespaceAndNewlines(*date))).append("\n");
     }
 
     // One fixed Message-ID for every converted message: the conversion is not a new message.
