@@ -32,12 +32,18 @@ std::string runPython(const std::string& script, const std::vector<std::filesyst
     for (const auto& file : files) command += " '" + file.string() + "'";
     command += " 2>/dev/null";
     std::string out;
-    if (FILE* pipe = popen(command.c_str(), "r")) {
-        char buffer[4096];
-        std::size_t n;
-        while ((n = fread(buffer, 1, sizeof buffer, pipe)) > 0) out.append(buffer, n);
-        pclose(pipe);
+    FILE* pipe = popen(command.c_str(), "r");
+    if (!pipe) {
+        ADD_FAILURE() << "cannot run " << script;
+        return out;
     }
+    char buffer[4096];
+    std::size_t n;
+    while ((n = fread(buffer, 1, sizeof buffer, pipe)) > 0) out.append(buffer, n);
+    const int status = pclose(pipe);
+    // The oracle is installed (checked before): failing or saying nothing is a failure.
+    if (status != 0) ADD_FAILURE() << script << " exited with status " << status;
+    if (out.empty()) ADD_FAILURE() << script << " printed nothing";
     return out;
 }
 
