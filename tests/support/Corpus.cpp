@@ -7,6 +7,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <cstdlib>
 #include <fstream>
 #include <iterator>
 
@@ -39,7 +40,9 @@ qh::Bytes readFileBytes(const std::filesystem::path& path) {
     return qh::Bytes((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
 }
 
-CliResult runCli(const std::vector<std::string>& args, const std::string& input) {
+namespace {
+
+CliResult spawnAndCollect(const std::vector<std::string>& argvStore, const std::string& input) {
     int inPipe[2], outPipe[2], errPipe[2];
     if (pipe(inPipe) || pipe(outPipe) || pipe(errPipe)) return {};
     posix_spawn_file_actions_t actions;
@@ -50,15 +53,12 @@ CliResult runCli(const std::vector<std::string>& args, const std::string& input)
     for (int fd : {inPipe[0], inPipe[1], outPipe[0], outPipe[1], errPipe[0], errPipe[1]})
         posix_spawn_file_actions_addclose(&actions, fd);
 
-    std::vector<std::string> argvStore;
-    argvStore.push_back(QH_CLI_PATH);
-    argvStore.insert(argvStore.end(), args.begin(), args.end());
     std::vector<char*> argv;
-    for (auto& a : argvStore) argv.push_back(a.data());
+    for (const auto& a : argvStore) argv.push_back(const_cast<char*>(a.c_str()));
     argv.push_back(nullptr);
 
     pid_t pid;
-    int rc = posix_spawn(&pid, QH_CLI_PATH, &actions, nullptr, argv.data(), environ);
+    int rc = posix_spawn(&pid, argv[0], &actions, nullptr, argv.data(), environ);
     posix_spawn_file_actions_destroy(&actions);
     close(inPipe[0]);
     close(outPipe[1]);
@@ -111,6 +111,40 @@ CliResult runCli(const std::vector<std::string>& args, const std::string& input)
     int status = 0;
     waitpid(pid, &status, 0);
     result.exitCode = WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+    return result;
+}
+
+}  // namespace
+
+CliResult runCli(const std::vector<std::string>& args, const std::string& input) {
+    std::vector<std::string> argv{QH_CLI_PATH};
+    argv.insert(argv.end(), args.begin(), args.end());
+    return spawnAndCollect(argv, input);
+}
+
+CliResult runCliMeasured(const std::vector<std::string>& args, const std::string& input) {
+    const char* timer = "/usr/bin/time";
+    if (::access(timer, X_OK) != 0) {
+        CliResult result = runCli(args, input);
+        result.peakRssKiB = -1;
+        return result;
+    }
+    char report[] = "/tmp/qh-peak-XXXXXX";
+    const int fd = ::mkstemp(report);
+    if (fd >= 0) ::close(fd);
+    // GNU time exits with the command's status; a command killed by a signal
+    // gives "Command terminated by signal", which is no clean exit either.
+    std::vector<std::string> argv{timer, "-q", "-f", "%M", "-o", report, QH_CLI_PATH};
+    argv.insert(argv.end(), args.begin(), args.end());
+    CliResult result = spawnAndCollect(argv, input);
+    std::ifstream in(report);
+    std::string line, last;
+    while (std::getline(in, line)) {
+        if (line.starts_with("Command terminated by signal")) result.exitCode = -1;
+        if (!line.empty()) last = line;
+    }
+    result.peakRssKiB = last.empty() ? 0 : std::atol(last.c_str());
+    ::unlink(report);
     return result;
 }
 

@@ -19,12 +19,18 @@ qh::Bytes readFileBytes(const std::filesystem::path& path);
 
 // The output of one run of the command.
 struct CliResult {
-    int exitCode = -1;
+    int exitCode = -1;  // -1 when the command did not exit by itself (a signal)
     std::string out;
     std::string err;
+    long peakRssKiB = 0;  // the command's peak resident memory (runCliMeasured only)
 };
 // Runs the built `quillhaven` with `args`, feeding `input` to its standard input.
 CliResult runCli(const std::vector<std::string>& args, const std::string& input = "");
+// The same under /usr/bin/time, which gives the command's own peak resident
+// memory: a process spawned straight from a test program inherits the test
+// program's high-water mark, one forked by a small program does not. The
+// peak is -1 when /usr/bin/time is not installed.
+CliResult runCliMeasured(const std::vector<std::string>& args, const std::string& input = "");
 
 }  // namespace qhtest
 

@@ -1,0 +1,246 @@
+// Every named hostile input (HostileInputs.cpp) through every path the
+// command has: in-process (the front door in both readings, the summary, the
+// writers, the preview's extraction, the compound-document walk) and as the
+// command itself (read, summary, convert, attachments, view, preview, ls,
+// cat, rtf). Each must end cleanly: an exit status of 0 or 1, no sanitizer
+// report, no header line injected into a written message, no file written
+// outside its folder, and a peak resident memory of at most 8 times the
+// input plus 64 MiB.
+#include <gtest/gtest.h>
+
+#include <unistd.h>
+
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <set>
+#include <sstream>
+
+#include "compound/Mole.h"
+#include "core/Log.h"
+#include "hostile/HostileInputs.h"
+#include "plugin/MsgMetaData.h"
+#include "readers/MessageReader.h"
+#include "richtext/RTFReader.h"
+#include "richtext/RTFWangers.h"
+#include "support/Corpus.h"
+#include "writers/WriteEML.h"
+
+namespace {
+
+namespace fs = std::filesystem;
+using qhtest::HostileInput;
+using qhtest::HostileKind;
+
+#if defined(__SANITIZE_ADDRESS__)
+constexpr bool kMemoryIsMeasurable = false;  // the sanitizer's shadow memory and quarantine dominate
+#else
+constexpr bool kMemoryIsMeasurable = true;
+#endif
+
+// The bound every run of the command keeps: 8 times its input plus 64 MiB.
+long memoryBoundKiB(std::size_t inputBytes) { return static_cast<long>((8 * inputBytes + (64u << 20)) / 1024); }
+
+// The lines of a written message that start a header of the attacker's.
+std::vector<std::string> injectedLines(std::string_view text) {
+    std::vector<std::string> found;
+    std::size_t start = 0;
+    while (start <= text.size()) {
+        std::size_t end = text.find_first_of("\r\n", start);
+        if (end == std::string_view::npos) end = text.size();
+        std::string_view line = text.substr(start, end - start);
+        if (line.starts_with(qhtest::kInjectedHeader)) found.emplace_back(line);
+        start = end + 1;
+    }
+    return found;
+}
+
+// Whether the command has `name` (a command still being built is run once it lands).
+bool hasCommand(const std::string& name) {
+    static const std::string help = qhtest::runCli({"--help"}).out;
+    return help.find("\n  " + name + " ") != std::string::npos;
+}
+
+// Everything in-process; returns nothing, fails through gtest.
+void readInProcess(const qh::Bytes& bytes, HostileKind kind) {
+    const qh::MessageKind messageKind = qh::MessageReader::detectKind(bytes);
+    for (const qh::ReadOptions& options :
+         {qh::ReadOptions::classic(), qh::ReadOptions::classic(true), qh::ReadOptions::complete()}) {
+        SCOPED_TRACE(options.isComplete() ? "complete" : options.exactStreams ? "classic, exact" : "classic");
+        const std::optional<qh::Dict> message = qh::MessageReader::read(bytes, messageKind, options);
+        (void)qh::MessageReader::summary(bytes, messageKind, options);
+        if (!message) continue;
+        const qh::WriteEML writer(*message);
+        const std::string text = writer.formatOutputFile();
+        EXPECT_EQ(injectedLines(text), std::vector<std::string>{});
+        const std::string* type = message->findString("MessageType");
+        if (type && *type == "Contact") {
+            EXPECT_EQ(injectedLines(writer.exportContacts()), std::vector<std::string>{});
+        }
+        if (type && *type == "Calendar") {
+            EXPECT_EQ(injectedLines(writer.exportAppointment()), std::vector<std::string>{});
+        }
+    }
+    (void)qh::msgMetaData(bytes);
+    if (auto mole = qh::Mole::initWithData(bytes)) {
+        for (const qh::Value& record : mole->getDirectory()) {
+            const std::string* name = record.dict() ? record.dict()->findString("entryname") : nullptr;
+            ASSERT_NE(name, nullptr);
+            if (auto stream = mole->getStream(*name)) {
+                EXPECT_LE(stream->size(), 64 * bytes.size() + (1u << 20));
+            }
+        }
+    }
+    if (kind == HostileKind::lzfu) {
+        if (auto rtf = qh::RTFWangers::getRTFForData(bytes)) {
+            (void)qh::RTFReader::stringFromRTFData(*rtf);
+            (void)qh::RTFReader::htmlFromRTFData(*rtf);
+        }
+    }
+}
+
+// Every file under `dir`, as paths relative to it.
+std::set<std::string> filesUnder(const fs::path& dir) {
+    std::set<std::string> out;
+    for (const auto& entry : fs::recursive_directory_iterator(dir)) out.insert(fs::relative(entry.path(), dir).string());
+    return out;
+}
+
+}  // namespace
+
+namespace qhtest {
+// Test names and failure messages show the input's name.
+void PrintTo(const HostileInput& input, std::ostream* out) { *out << input.name; }
+}  // namespace qhtest
+
+namespace {
+
+class Hostile : public testing::TestWithParam<HostileInput> {
+protected:
+    void SetUp() override {
+        qh::Log::setSystemLogEnabled(false);
+        scratch_ = fs::temp_directory_path() / ("qh-hostile-" + std::to_string(::getpid()));
+        fs::remove_all(scratch_);
+        fs::create_directories(scratch_);
+    }
+    void TearDown() override { fs::remove_all(scratch_); }
+
+    // Runs the command; checks what every run must keep. Returns its result.
+    qhtest::CliResult run(const std::vector<std::string>& args, std::size_t inputBytes) {
+        std::string line;
+        for (const std::string& arg : args) line += " " + arg;
+        SCOPED_TRACE("quillhaven" + line);
+        qhtest::CliResult result = qhtest::runCliMeasured(args);
+        EXPECT_TRUE(result.exitCode == 0 || result.exitCode == 1) << "exit " << result.exitCode << "\n" << result.err;
+        EXPECT_EQ(result.err.find("Sanitizer"), std::string::npos) << result.err;
+        EXPECT_EQ(result.err.find("runtime error"), std::string::npos) << result.err;
+        if (kMemoryIsMeasurable && result.peakRssKiB >= 0) {
+            EXPECT_LE(result.peakRssKiB, memoryBoundKiB(inputBytes)) << "peak resident KiB for " << inputBytes << " bytes";
+        }
+        return result;
+    }
+
+    fs::path scratch_;
+};
+
+TEST_P(Hostile, EveryPathEndsCleanly) {
+    const HostileInput& input = GetParam();
+    const qh::Bytes bytes = input.make();
+    ASSERT_FALSE(bytes.empty());
+    readInProcess(bytes, input.kind);
+
+    const fs::path file = scratch_ / input.name;
+    std::ofstream(file, std::ios::binary).write(reinterpret_cast<const char*>(bytes.data()), bytes.size());
+    const std::string path = file.string();
+    const std::size_t size = bytes.size();
+    // QH_HOSTILE_DUMP=DIR keeps a copy of each input (to look at, or to seed a fuzzer with).
+    if (const char* dump = std::getenv("QH_HOSTILE_DUMP")) {
+        fs::copy_file(file, fs::path(dump) / input.name, fs::copy_options::overwrite_existing);
+    }
+
+    for (const char* command : {"read", "summary"}) {
+        for (const char* reading : {"", "--classic", "--whole-sectors"}) {
+            std::vector<std::string> args{command};
+            if (*reading) args.push_back(reading);
+            args.push_back(path);
+            (void)run(args, size);
+        }
+    }
+    for (const char* reading : {"", "--classic", "--whole-sectors"}) {
+        std::vector<std::string> args{"convert"};
+        if (*reading) args.push_back(reading);
+        args.push_back(path);
+        const auto converted = run(args, size);
+        EXPECT_EQ(injectedLines(converted.out), std::vector<std::string>{}) << reading;
+    }
+
+    // Attachments: only plain files directly inside the folder given, with
+    // safe names; nothing anywhere else.
+    const fs::path out = scratch_ / "out";
+    const auto before = filesUnder(scratch_);
+    for (const char* expand : {"", "--expand-tnef"}) {
+        std::vector<std::string> args{"attachments", "-d", out.string()};
+        if (*expand) args.push_back(expand);
+        args.push_back(path);
+        (void)run(args, size);
+        if (!fs::exists(out)) continue;
+        for (const auto& entry : fs::directory_iterator(out)) {
+            const std::string name = entry.path().filename().string();
+            EXPECT_TRUE(entry.is_regular_file() && !entry.is_symlink()) << name;
+            EXPECT_EQ(name.find_first_of("/\\"), std::string::npos) << name;
+            EXPECT_NE(name, "..");
+            EXPECT_FALSE(name.starts_with(".")) << name;
+            EXPECT_LE(name.size(), 255u);
+        }
+        fs::remove_all(out);
+    }
+    EXPECT_EQ(filesUnder(scratch_), before);
+    EXPECT_FALSE(fs::exists("/tmp/qh-hostile-absolute"));
+    EXPECT_FALSE(fs::exists("/tmp/qh-hostile-absolute-mime"));
+
+    if (hasCommand("view")) {
+        (void)run({"view", "-o", (scratch_ / "page.html").string(), path}, size);
+        fs::remove(scratch_ / "page.html");
+    }
+    (void)run({"preview", path}, size);
+    (void)run({"preview", "--json", path}, size);
+
+    // ls, then cat of each stream it lists (at most a few hundred).
+    const auto listing = run({"ls", path}, size);
+    std::istringstream lines(listing.out);
+    std::size_t cats = 0;
+    for (std::string line; std::getline(lines, line) && cats < 200;) {
+        const std::size_t tab = line.rfind('\t');
+        if (tab == std::string::npos || tab + 1 == line.size()) continue;
+        (void)run({"cat", path, line.substr(0, tab)}, size);
+        ++cats;
+    }
+    (void)run({"cat", path, "/no/such/stream"}, size);
+
+    if (input.kind == HostileKind::lzfu) {
+        for (const char* form : {"", "--text", "--html"}) {
+            std::vector<std::string> args{"rtf"};
+            if (*form) args.push_back(form);
+            args.push_back(path);
+            (void)run(args, size);
+        }
+    }
+}
+
+INSTANTIATE_TEST_SUITE_P(Inputs, Hostile, testing::ValuesIn(qhtest::hostileInputs()),
+                         [](const testing::TestParamInfo<HostileInput>& info) {
+                             std::string name;
+                             for (char c : info.param.name) name += std::isalnum(static_cast<unsigned char>(c)) ? c : '_';
+                             return name;
+                         });
+
+TEST(HostileTable, NamesAreUniqueAndSayTheirKind) {
+    std::set<std::string> names;
+    for (const HostileInput& input : qhtest::hostileInputs()) {
+        EXPECT_TRUE(names.insert(input.name).second) << input.name;
+        const bool lzfu = input.name.ends_with(".lzfu");
+        EXPECT_EQ(lzfu, input.kind == HostileKind::lzfu) << input.name;
+    }
+}
+
+}  // namespace
