@@ -26,17 +26,37 @@ std::size_t sequenceLength(unsigned char lead) {
     return 4;
 }
 
-// The characters of valid UTF-8 text, one sequence each.
-std::vector<std::string_view> characters(std::string_view text) {
-    std::vector<std::string_view> out;
-    out.reserve(text.size());
-    for (std::size_t at = 0; at < text.size();) {
-        std::size_t length = std::min(sequenceLength(static_cast<unsigned char>(text[at])), text.size() - at);
-        out.push_back(text.substr(at, length));
-        at += length;
-    }
-    return out;
-}
+// The characters of valid UTF-8 text, one sequence each, visited in place: a
+// list of them would hold 16 bytes for every byte of the text (160 MB for a
+// subject of 10 MB).
+class Characters {
+public:
+    explicit Characters(std::string_view text) : text_(text) {}
+    class Iterator {
+    public:
+        Iterator(std::string_view text, std::size_t at) : text_(text), at_(at) {}
+        std::string_view operator*() const { return text_.substr(at_, length()); }
+        Iterator& operator++() {
+            at_ += length();
+            return *this;
+        }
+        bool operator!=(const Iterator& other) const { return at_ != other.at_; }
+
+    private:
+        std::size_t length() const {
+            return std::min(sequenceLength(static_cast<unsigned char>(text_[at_])), text_.size() - at_);
+        }
+        std::string_view text_;
+        std::size_t at_;
+    };
+    Iterator begin() const { return {text_, 0}; }
+    Iterator end() const { return {text_, text_.size()}; }
+
+private:
+    std::string_view text_;
+};
+
+Characters characters(std::string_view text) { return Characters(text); }
 
 // RFC 5322 3.2.3 atext.
 bool isAtext(char c) {
@@ -60,9 +80,16 @@ bool isPrintableASCII(std::string_view text) {
     return std::all_of(text.begin(), text.end(), [](char c) { return c >= 0x20 && c <= 0x7E; });
 }
 
-std::vector<std::string> encodeQ(std::string_view text) {
+std::size_t qLength(std::string_view text) {
+    std::size_t length = 0;
+    for (unsigned char byte : text) length += (byte == ' ' || isQSafe(byte)) ? 1 : 3;
+    return length;
+}
+
+using WordSink = std::function<void(std::string_view word)>;
+
+void encodeQ(std::string_view text, const WordSink& emit) {
     constexpr std::size_t kPayload = kEncodedWordLength - (std::string_view("=?UTF-8?Q?").size() + 2);
-    std::vector<std::string> words;
     std::string payload;
     for (std::string_view character : characters(text)) {
         std::string piece;
@@ -72,19 +99,39 @@ std::vector<std::string> encodeQ(std::string_view text) {
             else appendHex(piece, byte, '=');
         }
         if (!payload.empty() && payload.size() + piece.size() > kPayload) {
-            words.push_back("=?UTF-8?Q?" + payload + "?=");
+            emit("=?UTF-8?Q?" + payload + "?=");
             payload.clear();
         }
         payload += piece;
     }
-    if (!payload.empty()) words.push_back("=?UTF-8?Q?" + payload + "?=");
-    return words;
+    if (!payload.empty()) emit("=?UTF-8?Q?" + payload + "?=");
 }
 
-std::size_t qLength(std::string_view text) {
-    std::size_t length = 0;
-    for (unsigned char byte : text) length += (byte == ' ' || isQSafe(byte)) ? 1 : 3;
-    return length;
+void encodeB(std::string_view text, const WordSink& emit) {
+    constexpr std::size_t kPayload = kEncodedWordLength - (std::string_view("=?UTF-8?B?").size() + 2);
+    constexpr std::size_t kBytes = kPayload / 4 * 3;
+    std::string chunk;
+    auto flush = [&] {
+        emit("=?UTF-8?B?" + Base64::encode(asBytes(chunk)) + "?=");
+        chunk.clear();
+    };
+    for (std::string_view character : characters(text)) {
+        if (!chunk.empty() && chunk.size() + character.size() > kBytes) flush();
+        chunk += character;
+    }
+    if (!chunk.empty()) flush();
+}
+
+// Q keeps mostly-Latin text readable in raw form; B is shorter for other scripts.
+void encodeShorter(std::string_view text, const WordSink& emit) {
+    if (qLength(text) * 2 <= (text.size() + 2) / 3 * 4 * 3) return encodeQ(text, emit);
+    encodeB(text, emit);
+}
+
+std::vector<std::string> collected(void (*encode)(std::string_view, const WordSink&), std::string_view text) {
+    std::vector<std::string> words;
+    encode(text, [&](std::string_view word) { words.emplace_back(word); });
+    return words;
 }
 
 }  // namespace
@@ -135,63 +182,62 @@ bool isASCII(std::string_view text) {
     return std::all_of(text.begin(), text.end(), [](char c) { return static_cast<unsigned char>(c) < 0x80; });
 }
 
-std::vector<std::string> encodedWordsB(std::string_view text) {
-    constexpr std::size_t kPayload = kEncodedWordLength - (std::string_view("=?UTF-8?B?").size() + 2);
-    constexpr std::size_t kBytes = kPayload / 4 * 3;
-    std::vector<std::string> words;
-    std::string chunk;
-    auto flush = [&] {
-        words.push_back("=?UTF-8?B?" + Base64::encode(asBytes(chunk)) + "?=");
-        chunk.clear();
-    };
-    for (std::string_view character : characters(text)) {
-        if (!chunk.empty() && chunk.size() + character.size() > kBytes) flush();
-        chunk += character;
-    }
-    if (!chunk.empty()) flush();
-    return words;
-}
+std::vector<std::string> encodedWordsB(std::string_view text) { return collected(encodeB, text); }
 
-std::vector<std::string> encodedWords(std::string_view text) {
-    // Q keeps mostly-Latin text readable in raw form; B is shorter for other scripts.
-    if (qLength(text) * 2 <= (text.size() + 2) / 3 * 4 * 3) return encodeQ(text);
-    return encodedWordsB(text);
-}
+std::vector<std::string> encodedWords(std::string_view text) { return collected(encodeShorter, text); }
 
 std::vector<Word> unstructuredWords(std::string_view text) {
-    std::string clean = cleanText(text);
-    // Split into white space and words.
-    std::vector<Word> split;
-    for (std::size_t at = 0; at < clean.size();) {
-        std::size_t wordStart = clean.find_first_not_of(' ', at);
-        if (wordStart == std::string::npos) break;
-        std::size_t wordEnd = std::min(clean.find(' ', wordStart), clean.size());
-        split.push_back({clean.substr(at, wordStart - at), clean.substr(wordStart, wordEnd - wordStart)});
-        at = wordEnd;
-    }
+    std::vector<Word> out;
+    unstructuredWords(text, [&](std::string_view space, std::string_view word) {
+        out.push_back({std::string(space), std::string(word)});
+    });
+    return out;
+}
+
+void unstructuredWords(std::string_view text,
+                       const std::function<void(std::string_view space, std::string_view word)>& emit) {
+    const std::string clean = cleanText(text);
+    const std::string_view all(clean);
     // A reader would decode a word that looks like an encoded word, and
     // cannot fold one longer than a line: both go out encoded.
-    auto needsEncoding = [](const std::string& word) {
-        return !isASCII(word) || word.find("=?") != std::string::npos || word.size() > kLongestPlainWord;
+    auto needsEncoding = [](std::string_view word) {
+        return !isASCII(word) || word.find("=?") != std::string_view::npos || word.size() > kLongestPlainWord;
     };
-    std::vector<Word> out;
-    for (std::size_t i = 0; i < split.size();) {
-        if (!needsEncoding(split[i].word)) {
-            out.push_back(split[i++]);
-            continue;
-        }
-        // Adjacent encoded words are joined without the white space between
-        // them (RFC 2047 6.2), so a run of such words carries its inner blanks.
-        std::string run = split[i].word;
-        std::string space = split[i].space;
-        for (++i; i < split.size() && needsEncoding(split[i].word); ++i) run += split[i].space + split[i].word;
-        for (std::string& word : encodedWords(run)) {
-            out.push_back({space, std::move(word)});
+    bool first = true;
+    auto put = [&](std::string_view space, std::string_view word) {
+        emit(first ? std::string_view(" ") : space, word);
+        first = false;
+    };
+    // Adjacent encoded words are joined without the white space between them
+    // (RFC 2047 6.2), so a run of such words carries its inner blanks: the run
+    // is the text from its first word to its last, encoded as one.
+    std::size_t runStart = std::string_view::npos, runEnd = 0;
+    std::string_view runSpace;
+    auto flushRun = [&] {
+        if (runStart == std::string_view::npos) return;
+        std::string_view space = runSpace;
+        encodeShorter(all.substr(runStart, runEnd - runStart), [&](std::string_view word) {
+            put(space, word);
             space = " ";
+        });
+        runStart = std::string_view::npos;
+    };
+    for (std::size_t at = 0; at < all.size();) {
+        const std::size_t wordStart = all.find_first_not_of(' ', at);
+        if (wordStart == std::string_view::npos) break;
+        const std::size_t wordEnd = std::min(all.find(' ', wordStart), all.size());
+        const std::string_view space = all.substr(at, wordStart - at);
+        const std::string_view word = all.substr(wordStart, wordEnd - wordStart);
+        if (needsEncoding(word)) {
+            if (runStart == std::string_view::npos) runStart = wordStart, runSpace = space;
+            runEnd = wordEnd;
+        } else {
+            flushRun();
+            put(space, word);
         }
+        at = wordEnd;
     }
-    if (!out.empty()) out.front().space = " ";
-    return out;
+    flushRun();
 }
 
 std::string quotedString(std::string_view text) {

@@ -5,6 +5,7 @@
 // body lines of at most 76 characters. Everything here takes text from a
 // hostile file: no value can end a header line early, and every output line
 // ends in CR LF.
+#include <functional>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -60,6 +61,11 @@ std::vector<std::string> encodedWordsB(std::string_view text);
 // words for runs that are not (or that look like encoded words, or that are
 // too long to fold); white space between words kept.
 std::vector<Word> unstructuredWords(std::string_view text);
+// The same words handed to `emit` (white space, word) one at a time as they
+// are made, so that a value of any size costs its text and one word: a list of
+// the words of a 10 MB subject would hold several times the subject.
+void unstructuredWords(std::string_view text,
+                       const std::function<void(std::string_view space, std::string_view word)>& emit);
 // A display name (RFC 5322 phrase): atoms, else one quoted string, else
 // encoded words. Empty for an empty name.
 std::vector<Word> phraseWords(std::string_view name);

@@ -506,12 +506,9 @@ std::string MimeWriter::write() const {
     for (auto [key, name] : addressFields)
         if (auto written = addressField(name, message_.findArray(key))) out += *written;
     if (const std::string* subject = message_.findString(keys::kSubject)) {
-        std::vector<mime::Word> words = mime::unstructuredWords(*subject);
-        if (!words.empty()) {
-            FieldWriter writer("Subject");
-            for (const mime::Word& word : words) writer.add(word.word, word.space);
-            out += writer.finish();
-        }
+        FieldWriter writer("Subject");
+        mime::unstructuredWords(*subject, [&](std::string_view space, std::string_view word) { writer.add(word, space); });
+        if (!writer.empty()) out += writer.finish();
     }
     std::vector<std::string> ownId;
     if (const std::string* id = message_.findString(keys::kMessageID)) ownId = msgIds(*id);
