@@ -24,6 +24,7 @@
 #include "richtext/RTFReader.h"
 #include "richtext/RTFWangers.h"
 #include "support/Corpus.h"
+#include "writers/MimeWriter.h"
 #include "writers/WriteEML.h"
 
 namespace {
@@ -61,6 +62,20 @@ bool hasCommand(const std::string& name) {
     return help.find("\n  " + name + " ") != std::string::npos;
 }
 
+// The MIME writer's text, attached messages read and written again a few
+// levels deep, the way convert does it.
+std::string mimeText(const qh::Dict& message, int depth) {
+    qh::MimeWriter::Options options;
+    if (depth < 8) {
+        options.attachedMessage = [depth](qh::ByteView bytes) -> std::optional<std::string> {
+            std::optional<qh::Dict> attached = qh::MessageReader::read(bytes, qh::ReadOptions::complete());
+            if (!attached) return std::nullopt;
+            return mimeText(*attached, depth + 1);
+        };
+    }
+    return qh::MimeWriter(message, std::move(options)).write();
+}
+
 // Everything in-process; returns nothing, fails through gtest.
 void readInProcess(const qh::Bytes& bytes, HostileKind kind) {
     const qh::MessageKind messageKind = qh::MessageReader::detectKind(bytes);
@@ -71,8 +86,8 @@ void readInProcess(const qh::Bytes& bytes, HostileKind kind) {
         (void)qh::MessageReader::summary(bytes, messageKind, options);
         if (!message) continue;
         const qh::WriteEML writer(*message);
-        const std::string text = writer.formatOutputFile();
-        EXPECT_EQ(injectedLines(text), std::vector<std::string>{});
+        EXPECT_EQ(injectedLines(writer.formatOutputFile()), std::vector<std::string>{});
+        EXPECT_EQ(injectedLines(mimeText(*message, 0)), std::vector<std::string>{});
         const std::string* type = message->findString("MessageType");
         if (type && *type == "Contact") {
             EXPECT_EQ(injectedLines(writer.exportContacts()), std::vector<std::string>{});
