@@ -71,6 +71,10 @@ if [[ -n $shared && -d $root/../shared/corpus/$shared ]]; then
 fi
 seed_dirs=("$root/fuzz/corpus/$target" "$work/seeds")
 [[ -d $root/tests/regress/$target ]] && seed_dirs+=("$root/tests/regress/$target")
+# What earlier runs here found and the repository does not keep (over 16 KiB).
+for earlier in "$build"/campaign/"$target"-*/new; do
+    [[ -d $earlier && $earlier != "$work/new" ]] && seed_dirs+=("$earlier")
+done
 dict_args=()
 [[ -f $root/fuzz/$target.dict ]] && dict_args=(-dict="$root/fuzz/$target.dict")
 
@@ -98,11 +102,29 @@ executions=$(sed -E 's/^#([0-9]+).*/\1/' <<<"$last")
 cov=$(sed -E 's/.*cov: ([0-9]+).*/\1/' <<<"$last")
 ft=$(sed -E 's/.*ft: ([0-9]+).*/\1/' <<<"$last")
 
-# 3. What is new goes into the kept corpus, only where it adds coverage.
-before=$(find "$root/fuzz/corpus/$target" -type f | wc -l)
+# 3. What is new goes into the kept corpus, only where it adds coverage to
+# what is replayed already (the kept corpus, the regression inputs and the
+# shared corpus): the merge starts from copies of those, and what it adds
+# there is what the kept corpus gains.
+mkdir -p "$work/known"
+for dir in "${seed_dirs[@]}"; do
+    find -L "$dir" -maxdepth 1 -type f -exec cp -L -t "$work/known" {} + 2>/dev/null || true
+done
+ls "$work/known" | sort >"$work/known.list"
 nice -n "$niceness" "$fuzzer" -merge=1 -max_len="$max_len" -timeout=20 -rss_limit_mb=2048 \
-    "$root/fuzz/corpus/$target" "$work/new" >"$work/merge.log" 2>&1 || echo "merge failed: see $work/merge.log" >&2
-added=$(($(find "$root/fuzz/corpus/$target" -type f | wc -l) - before))
+    "$work/known" "$work/new" >"$work/merge.log" 2>&1 || echo "merge failed: see $work/merge.log" >&2
+# Only inputs up to 16 KiB are kept in the repository (every build replays
+# them); bigger ones stay in the run's folder, which later runs on this
+# machine read as seeds.
+added=0 left=0
+while read -r name; do
+    if [[ $(stat -c %s "$work/known/$name") -le 16384 ]]; then
+        cp "$work/known/$name" "$root/fuzz/corpus/$target/$name"
+        added=$((added + 1))
+    else
+        left=$((left + 1))
+    fi
+done < <(ls "$work/known" | sort | comm -13 "$work/known.list" -)
 
 # 4. Findings become regression inputs.
 findings=()
@@ -129,6 +151,6 @@ fi
 [[ $status -eq 0 ]] || found="$found; fuzzer exit status $status, log $work/fuzz.log"
 
 # 5. The log line. The CPU figure is the only number followed by "s" on it.
-line="- $(date -u '+%Y-%m-%d %H:%M') UTC | $target | $cpu_seconds CPU s | executions ${executions:-0} | cov ${cov:-0} ft ${ft:-0} | corpus +$added | jobs $jobs, nice $niceness, load $load_before to $load_after | $found"
+line="- $(date -u '+%Y-%m-%d %H:%M') UTC | $target | $cpu_seconds CPU s | executions ${executions:-0} | cov ${cov:-0} ft ${ft:-0} | corpus +$added (+$left over 16 KiB kept locally) | jobs $jobs, nice $niceness, load $load_before to $load_after | $found"
 echo "$line" >>"$root/fuzz/CAMPAIGN.md"
 echo "$line"
