@@ -7,6 +7,9 @@
 namespace qhcli {
 
 void Output::out(std::string_view text) {
+    // An empty view may have no data at all (an empty preview), and fwrite
+    // must not be handed a null pointer even for nothing.
+    if (text.empty()) return;
     std::fwrite(text.data(), 1, text.size(), stdout);
 }
 
