@@ -51,12 +51,13 @@ case $target in
     *) max_len=16384 ext=bin shared= ;;
 esac
 
-# 1. The build (ccache makes an unchanged rebuild cheap).
+# 1. The build (ccache makes an unchanged rebuild cheap), at the priority of
+# any other build: niced on a busy machine it would not finish.
 if [[ ! -f $build/CMakeCache.txt ]]; then
     cmake -S "$root" -B "$build" -DCMAKE_CXX_COMPILER=clang++ -DQH_BUILD_FUZZ=ON \
         -DQH_BUILD_BENCH=OFF -DCMAKE_BUILD_TYPE=RelWithDebInfo >/dev/null
 fi
-nice -n "$niceness" cmake --build "$build" --target "fuzz_$target" -j"$jobs" >/dev/null
+cmake --build "$build" --target "fuzz_$target" -j"$jobs" >/dev/null
 fuzzer=$build/fuzz/fuzz_$target
 
 # 2. The run, in a work folder of its own.

@@ -173,15 +173,19 @@ TEST_P(Hostile, EveryPathEndsCleanly) {
         fs::copy_file(file, fs::path(dump) / input.name, fs::copy_options::overwrite_existing);
     }
 
+    // Whole sectors differ from the classic reading only for compound documents.
+    const bool compound = bytes.size() >= 8 && bytes[0] == 0xD0 && bytes[1] == 0xCF;
+    std::vector<const char*> readings{"", "--classic"};
+    if (compound) readings.push_back("--whole-sectors");
     for (const char* command : {"read", "summary"}) {
-        for (const char* reading : {"", "--classic", "--whole-sectors"}) {
+        for (const char* reading : readings) {
             std::vector<std::string> args{command};
             if (*reading) args.push_back(reading);
             args.push_back(path);
             (void)run(args, size);
         }
     }
-    for (const char* reading : {"", "--classic", "--whole-sectors"}) {
+    for (const char* reading : readings) {
         std::vector<std::string> args{"convert"};
         if (*reading) args.push_back(reading);
         args.push_back(path);
@@ -220,11 +224,11 @@ TEST_P(Hostile, EveryPathEndsCleanly) {
     (void)run({"preview", path}, size);
     (void)run({"preview", "--json", path}, size);
 
-    // ls, then cat of each stream it lists (at most a few hundred).
+    // ls, then cat of the first streams it lists (the walk is the same for all).
     const auto listing = run({"ls", path}, size);
     std::istringstream lines(listing.out);
     std::size_t cats = 0;
-    for (std::string line; std::getline(lines, line) && cats < 200;) {
+    for (std::string line; std::getline(lines, line) && cats < 16;) {
         const std::size_t tab = line.rfind('\t');
         if (tab == std::string::npos || tab + 1 == line.size()) continue;
         (void)run({"cat", path, line.substr(0, tab)}, size);
