@@ -19,6 +19,7 @@ namespace {
 
 using qh::Bytes;
 using namespace qh::tnef;
+using namespace std::string_literals;
 
 Bytes text(std::string_view s) { return qh::toBytes(s); }
 
@@ -354,7 +355,7 @@ std::vector<HostileInput> makeTable() {
         {"msg-attachment-named-device.msg", M, [] { return attachmentNamed("CON"); }},
         {"msg-attachment-named-10000-characters.msg", M, [] { return attachmentNamed(std::string(10000, 'n') + ".txt"); }},
         {"msg-attachment-named-with-control-characters.msg", M,
-         [] { return attachmentNamed(std::string("a\0b\x1b[2J\xE2\x80\xAEtxt.exe", 14)); }},
+         [] { return attachmentNamed("a\0b\x1b[2J\xE2\x80\xAE" "txt.exe"s); }},
         {"msg-values-with-line-breaks.msg", M, [] {
              return noteWith([](MsgFixture& m) {
                  m.unicode("", 0x0E1D, kInjection).unicode("", 0x0042, kInjectionLF).unicode("", 0x0065, kInjectionCR);
@@ -566,9 +567,8 @@ std::vector<HostileInput> makeTable() {
         {"mime-a-million-folded-lines.eml", M,
          [] { return text("Subject: start\r\n" + repeated(" fold\r\n", 1000000) + "\r\nbody\r\n"); }},
         {"mime-nul-bytes-in-headers.eml", M, [] {
-             return text(std::string("Subj\0ect: a\0b\r\nFrom: \0<a@example.com>\r\nContent-Type: text/pl\0ain; charset=\0\r\n"
-                                      "\r\nbody\0body\r\n",
-                                      93));
+             return text("Subj\0ect: a\0b\r\nFrom: \0<a@example.com>\r\nContent-Type: text/pl\0ain; charset=\0\r\n"
+                         "\r\nbody\0body\r\n"s);
          }},
         {"mime-malformed-encoded-words.eml", M, [] {
              return text(MimeBuilder()
