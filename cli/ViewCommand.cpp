@@ -129,7 +129,7 @@ int view(const Arguments& arguments) {
     return 0;
 }
 
-const bool registered = Commands::add([](CLI::App& app, Outcome& outcome) {
+const bool registered = Commands::add("view", [](CLI::App& app, Outcome& outcome) {
     auto arguments = std::make_shared<Arguments>();
     CLI::App* command = app.add_subcommand(
         "view", "Write FILE as one self-contained, safe HTML page (no script, nothing fetched from the network)");

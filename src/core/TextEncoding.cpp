@@ -70,6 +70,19 @@ struct SingleByteTable {
     bool valid = false;
 };
 
+// The Windows code pages decoded through a table of their 256 bytes.
+bool isSingleByteCodePage(StringEncoding encoding) {
+    switch (encoding) {
+        case StringEncoding::Windows1250:
+        case StringEncoding::Windows1251:
+        case StringEncoding::Windows1252:
+        case StringEncoding::Windows1253:
+        case StringEncoding::Windows1254:
+        case StringEncoding::Windows1255: return true;
+        default: return false;
+    }
+}
+
 const SingleByteTable* singleByteTable(StringEncoding encoding) {
     const char* name = nullptr;
     switch (encoding) {
@@ -277,11 +290,16 @@ std::optional<std::string> TextEncoding::decode(ByteView bytes, StringEncoding e
         case StringEncoding::UTF16LE: return decodeUTF16(bytes, false);
         default: break;
     }
+    // Every listed code page keeps ASCII as it is: text that is all ASCII
+    // needs no table (building one opens an ICU converter and asks it about
+    // every byte, a tenth of a small one-file run).
+    if (asciiPrefix(bytes.data(), bytes.size()) == bytes.size() && isSingleByteCodePage(encoding))
+        return std::string(asText(bytes));
     const SingleByteTable* table = singleByteTable(encoding);
     if (!table) return std::nullopt;
     std::string out;
     out.reserve(bytes.size() + bytes.size() / 2);
-    // Every listed code page keeps ASCII as it is; copy its runs whole.
+    // Copy the ASCII runs whole.
     for (std::size_t i = 0; i < bytes.size();) {
         std::size_t run = asciiPrefix(bytes.data() + i, bytes.size() - i);
         out.append(reinterpret_cast<const char*>(bytes.data() + i), run);
