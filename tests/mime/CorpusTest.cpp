@@ -12,6 +12,7 @@
 #include <map>
 #include <optional>
 #include <set>
+#include <span>
 #include <string>
 
 #include <unistd.h>
@@ -52,12 +53,14 @@ const KnownDifference kKnownDifferences[] = {
      "a part without a file name is named after its Content-Description; Python lists no name for it"},
 };
 
-bool known(const std::string& file, const std::string& field) {
-    for (const KnownDifference& d : kKnownDifferences) {
+bool listed(std::span<const KnownDifference> differences, const std::string& file, const std::string& field) {
+    for (const KnownDifference& d : differences) {
         if (file == d.file && field == d.field) return true;
     }
     return false;
 }
+
+bool known(const std::string& file, const std::string& field) { return listed(kKnownDifferences, file, field); }
 
 // Python's reading of each message, in order, or none when python3 or its
 // email package is missing. An oracle that is there but fails (an error, no
@@ -243,12 +246,7 @@ const KnownDifference kCompleteDifferences[] = {
      "a multipart/alternative without a single part holds nothing; Python lists it as an empty leaf"},
 };
 
-bool knownComplete(const std::string& file, const std::string& field) {
-    for (const KnownDifference& d : kCompleteDifferences) {
-        if (file == d.file && field == d.field) return true;
-    }
-    return false;
-}
+bool knownComplete(const std::string& file, const std::string& field) { return listed(kCompleteDifferences, file, field); }
 
 std::vector<std::pair<std::string, std::string>> mailboxesOf(const qh::Dict& mail, std::string_view key) {
     std::vector<std::pair<std::string, std::string>> out;

@@ -47,6 +47,17 @@ std::string runPython(const std::string& script, const std::vector<std::filesyst
     return out;
 }
 
+// olefile's reading of each file (tests/msg/olefile_oracle.py), by path.
+std::map<std::string, nlohmann::json> olefileOracle(const std::vector<std::filesystem::path>& files) {
+    std::istringstream lines(runPython("olefile_oracle.py", files));
+    std::map<std::string, nlohmann::json> oracle;
+    for (std::string line; std::getline(lines, line);) {
+        auto entry = nlohmann::json::parse(line);
+        oracle[entry["file"].get<std::string>()] = entry;
+    }
+    return oracle;
+}
+
 bool pythonHas(const char* modules) {
     std::string command = std::string(kPython) + " -c 'import " + modules + "' 2>/dev/null";
     return std::system(command.c_str()) == 0;
@@ -111,12 +122,7 @@ TEST(MsgCorpus, SubjectsBodiesAndAttachmentsAgreeWithOlefile) {
     QH_REQUIRE_CORPUS("msg");
     if (!pythonHas("olefile, json")) GTEST_SKIP() << "python3-olefile is not installed";
     auto files = qhtest::corpusFiles("msg", ".msg");
-    std::istringstream lines(runPython("olefile_oracle.py", files));
-    std::map<std::string, nlohmann::json> oracle;
-    for (std::string line; std::getline(lines, line);) {
-        auto entry = nlohmann::json::parse(line);
-        oracle[entry["file"].get<std::string>()] = entry;
-    }
+    std::map<std::string, nlohmann::json> oracle = olefileOracle(files);
     ASSERT_EQ(oracle.size(), files.size());
 
     qh::Log::Capture quiet;
@@ -187,12 +193,7 @@ TEST(MsgCorpus, CompleteReadingAgreesWithOlefile) {
     QH_REQUIRE_CORPUS("msg");
     if (!pythonHas("olefile, json")) GTEST_SKIP() << "python3-olefile is not installed";
     auto files = qhtest::corpusFiles("msg", ".msg");
-    std::istringstream lines(runPython("olefile_oracle.py", files));
-    std::map<std::string, nlohmann::json> oracle;
-    for (std::string line; std::getline(lines, line);) {
-        auto entry = nlohmann::json::parse(line);
-        oracle[entry["file"].get<std::string>()] = entry;
-    }
+    std::map<std::string, nlohmann::json> oracle = olefileOracle(files);
     // An oracle that fails is a failure, not a skip.
     ASSERT_EQ(oracle.size(), files.size());
 

@@ -1,5 +1,6 @@
 // The reader: the two readings combined, the tag search over the message
 // property block, the attachment search and its exact log lines, the summary.
+#include <initializer_list>
 #include <optional>
 #include <string>
 #include <vector>
@@ -30,6 +31,19 @@ const std::string kDataContinue = "** Decode error ** Bad size in TNEF data. Att
 
 std::size_t countOf(const std::vector<std::string>& lines, const std::string& line) {
     return static_cast<std::size_t>(std::count(lines.begin(), lines.end(), line));
+}
+
+// Attachments written data first, title after, as some writers order them:
+// rendering info, data, then the title "1.txt\0", "2.txt\0", ...
+qh::Bytes dataBeforeTitles(std::initializer_list<const char*> contents) {
+    TnefWriter writer;
+    int number = 0;
+    for (const char* data : contents) {
+        writer.attribute(kLevelAttachment, kAttAttachRendData, "r")
+            .attribute(kLevelAttachment, kAttAttachData, data)
+            .attribute(kLevelAttachment, kAttAttachTitle, std::to_string(++number) + std::string(".txt\0", 5));
+    }
+    return writer.bytes();
 }
 
 qh::Bytes u32(std::uint32_t value) {
@@ -213,22 +227,13 @@ TEST(ReadTNEFAttachments, SearchPairsTitlesWithTheDataThatFollows) {
         qh::Bytes stream;
         std::vector<std::pair<std::string, std::string>> found;  // name, data
     };
-    // Data before title, as some writers order them: each title pairs with
-    // the data of the next attachment.
-    qh::Bytes dataFirst = TnefWriter()
-                              .attribute(kLevelAttachment, kAttAttachRendData, "r")
-                              .attribute(kLevelAttachment, kAttAttachData, "one")
-                              .attribute(kLevelAttachment, kAttAttachTitle, std::string("1.txt\0", 6))
-                              .attribute(kLevelAttachment, kAttAttachRendData, "r")
-                              .attribute(kLevelAttachment, kAttAttachData, "two")
-                              .attribute(kLevelAttachment, kAttAttachTitle, std::string("2.txt\0", 6))
-                              .bytes();
     const Case cases[] = {
         {"none", TnefWriter().bytes(), {}},
         {"title then data",
          TnefWriter().attachment("a.txt", qh::asBytes("AAA")).attachment("b.txt", qh::asBytes("BB")).bytes(),
          {{std::string("a.txt\0", 6), "AAA"}, {std::string("b.txt\0", 6), "BB"}}},
-        {"data then title", dataFirst, {{std::string("1.txt\0", 6), "two"}}},
+        // Each title pairs with the data of the next attachment.
+        {"data then title", dataBeforeTitles({"one", "two"}), {{std::string("1.txt\0", 6), "two"}}},
         {"a title alone", TnefWriter().attachment("only.txt", std::nullopt).bytes(), {}},
     };
     for (const Case& c : cases) {
@@ -437,17 +442,7 @@ TEST(ReadTNEFComplete, RuleByRule) {
          TnefWriter().raw(qh::Bytes{2, 0x02, 0x90, 0, 0, 0, 0, 0, 0, 0, 0}).attribute(kLevelAttachment, 0x800F, "abc").bytes(),
          "AttachmentList/0/data", "", "{\"$base64\":\"YWJj\"}"},
         {"data before its title pairs with it",
-         TnefWriter()
-             .attribute(kLevelAttachment, kAttAttachRendData, "r")
-             .attribute(kLevelAttachment, kAttAttachData, "one")
-             .attribute(kLevelAttachment, kAttAttachTitle, std::string("1.txt\0", 6))
-             .attribute(kLevelAttachment, kAttAttachRendData, "r")
-             .attribute(kLevelAttachment, kAttAttachData, "two")
-             .attribute(kLevelAttachment, kAttAttachTitle, std::string("2.txt\0", 6))
-             .attribute(kLevelAttachment, kAttAttachRendData, "r")
-             .attribute(kLevelAttachment, kAttAttachData, "three")
-             .attribute(kLevelAttachment, kAttAttachTitle, std::string("3.txt\0", 6))
-             .bytes(),
+         dataBeforeTitles({"one", "two", "three"}),
          "AttachmentList/0", "{\"data\":{\"$base64\":\"dHdv\"},\"name\":\"1.txt\\u0000\"}",
          "{\"name\":\"1.txt\",\"data\":{\"$base64\":\"b25l\"},\"size\":3,\"sizeString\":\"3.00 bytes\"}"},
         {"data, name, type and content id from the attachment's property block",
