@@ -244,13 +244,18 @@ bool addrSpec(std::string_view& cursor, std::string& out, std::string* comments)
         at = probe;
         return true;
     };
-    if (!word(in)) return false;
-    while (!in.empty() && in.front() == '.') {
-        std::string_view next = in.substr(1);
-        address.push_back('.');
-        if (!word(next)) break;
-        in = next;
-    }
+    // word *("." word); a dot not followed by a word stays in the address.
+    auto dottedWords = [&](std::string_view& at) {
+        if (!word(at)) return false;
+        while (!at.empty() && at.front() == '.') {
+            std::string_view next = at.substr(1);
+            address.push_back('.');
+            if (!word(next)) break;
+            at = next;
+        }
+        return true;
+    };
+    if (!dottedWords(in)) return false;
     skipCFWS(in);
     if (in.empty() || in.front() != '@') return false;
     address.push_back('@');
@@ -264,13 +269,7 @@ bool addrSpec(std::string_view& cursor, std::string& out, std::string* comments)
         in.remove_prefix(close + 1);
     } else {
         std::size_t before = address.size();
-        if (!word(in)) return false;
-        while (!in.empty() && in.front() == '.') {
-            std::string_view next = in.substr(1);
-            address.push_back('.');
-            if (!word(next)) break;
-            in = next;
-        }
+        if (!dottedWords(in)) return false;
         if (address.size() == before) return false;
     }
     skipCFWS(in, comments);
