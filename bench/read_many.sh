@@ -1,7 +1,8 @@
 #!/usr/bin/env bash
 # `quillhaven read` of many files in one process: the largest corpus .msg
 # copied 200 times, JSON to /dev/null; reports GB/s of input (best of 3 runs),
-# with every core and with one thread; also the CPU time (user + system), which
+# with every core, with one thread, and with one thread in the classic reading;
+# also the CPU time (user + system), which
 # stays meaningful on a machine that other work keeps busy.
 # Usage: bench/read_many.sh [path/to/quillhaven]   (corpus: $QH_CORPUS or ../shared/corpus)
 set -euo pipefail
@@ -24,9 +25,12 @@ best_of_three() {  # prints "<wall> <cpu>" of the fastest of three runs of "$qh"
 }
 read -r all all_cpu < <(best_of_three)
 read -r one one_cpu < <(best_of_three -j 1)
+read -r classic classic_cpu < <(best_of_three -j 1 --classic)
 awk -v name="$(basename "$largest")" -v n="$copies" -v total="$total" -v all="$all" -v one="$one" \
-    -v allc="$all_cpu" -v onec="$one_cpu" -v cores="$(nproc)" -v load="$(cut -d' ' -f1 /proc/loadavg)" 'BEGIN {
+    -v allc="$all_cpu" -v onec="$one_cpu" -v classic="$classic" -v classicc="$classic_cpu" -v cores="$(nproc)" -v load="$(cut -d' ' -f1 /proc/loadavg)" 'BEGIN {
   printf "read of many files in one process: %s x %d = %.1f MB (load average %s on %d cores)\n", name, n, total / 1e6, load, cores
   printf "  every core   %6.3f s wall  %6.2f GB/s   (aim: > 1 GB/s)   CPU %6.3f s: %5.2f GB/s per CPU second\n", all, total / all / 1e9, allc, total / allc / 1e9
-  printf "  one thread   %6.3f s wall  %6.2f GB/s                     CPU %6.3f s: %5.2f GB/s per CPU second\n", one, total / one / 1e9, onec, total / onec / 1e9
+  printf "  one thread   %6.3f s wall  %6.2f GB/s   (aim: > 1.5 GB/s) CPU %6.3f s: %5.2f GB/s per CPU second\n", one, total / one / 1e9, onec, total / onec / 1e9
+  printf "  --classic    %6.3f s wall  %6.2f GB/s   one thread         CPU %6.3f s: %5.2f GB/s per CPU second\n", classic, total / classic / 1e9, classicc, total / classicc / 1e9
+  printf "  default / --classic on one thread: %.2fx the time (aim: within 1.10x)\n", one / classic
 }'
