@@ -4,7 +4,6 @@
 #include <optional>
 
 #include "BatchRunner.h"
-#include "JsonWriter.h"
 #include "Output.h"
 
 namespace qhcli {
@@ -19,7 +18,7 @@ void appendDocument(const LoadedMessage& loaded, std::string& out) {
     // Most of a message's bytes come back as base64 (4 characters for 3 bytes):
     // room for that up front spares growing the text through several copies.
     out.reserve(out.size() + loaded.inputSize / 3 * 4 + 4096);
-    JsonWriter::append(*loaded.value, out);
+    loaded.value->appendJson(out);
 }
 
 }  // namespace
@@ -45,7 +44,7 @@ void DocumentPrinter::install(CLI::App& app, Outcome& outcome, const std::string
 std::string DocumentPrinter::jsonLine(const std::string& path, const LoadedMessage* loaded) {
     std::string line = "{\"file\":";
     // Paths are bytes; one that is not UTF-8 still gives valid JSON.
-    JsonWriter::appendString(path, line);
+    qh::Value::appendJsonString(path, line);
     line += ",\"result\":";
     if (loaded)
         appendDocument(*loaded, line);

@@ -7,6 +7,7 @@
 #include "Commands.h"
 #include "Input.h"
 #include "compound/Mole.h"
+#include "core/MessageKeys.h"
 
 namespace {
 
@@ -25,10 +26,10 @@ int listEntries(const std::string& path) {
     for (const qh::Value& record : mole->getDirectory()) {
         const qh::Dict* entry = record.dict();
         if (!entry) continue;
-        const std::string* name = entry->findString("entryname");
+        const std::string* name = entry->findString(qh::keys::kEntryName);
         out += name ? *name : std::string();
         out += '\t';
-        if (const qh::Value* size = entry->find("entrysize")) out += std::to_string(size->integer());
+        if (const qh::Value* size = entry->find(qh::keys::kEntrySize)) out += std::to_string(size->integer());
         out += '\n';
     }
     mole->deInitialize();

@@ -9,12 +9,11 @@
 
 #include <unistd.h>
 
-#include <nlohmann/json.hpp>
 
 #include "Commands.h"
 #include "Input.h"
 #include "Output.h"
-#include "core/Base64.h"
+#include "core/Value.h"
 #include "plugin/PluginIDs.h"
 #include "plugin/shim/ShimHost.h"
 
@@ -69,14 +68,9 @@ int preview(const std::string& file, const std::string& contentType, bool asJson
         if (request.data) Output::out(qh::asText(*request.data));
         return 0;
     }
-    nlohmann::ordered_json document;
-    document["contentType"] = request.contentType ? nlohmann::ordered_json(*request.contentType) : nullptr;
-    if (request.data) {
-        document["data"] = {{"$base64", qh::Base64::encode(*request.data)}};
-    } else {
-        document["data"] = nullptr;
-    }
-    Output::out(document.dump() + "\n");
+    qh::Dict document{{"contentType", request.contentType ? qh::Value(*request.contentType) : qh::Value()},
+                      {"data", request.data ? qh::Value(*request.data) : qh::Value()}};
+    Output::out(qh::Value(std::move(document)).toJsonText() + "\n");
     return 0;
 }
 

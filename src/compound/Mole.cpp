@@ -10,6 +10,7 @@
 #include "compound/Stream.h"
 #include "compound/StreamHandler.h"
 #include "core/Log.h"
+#include "core/MessageKeys.h"
 
 namespace qh {
 
@@ -165,9 +166,9 @@ void Mole::buildDirectory(Walk& walk, const std::string& path) {
     for (const std::string& name : walk.document.entries(path)) {
         const std::string fullPath = path + name;
         directoryEntry_ = Dict();
-        directoryEntry_.set("entryname", fullPath);
+        directoryEntry_.set(keys::kEntryName, fullPath);
         Stream stream(walk.document, fullPath);
-        if (!stream.fail()) directoryEntry_.set("entrysize", Value(stream.size()));
+        if (!stream.fail()) directoryEntry_.set(keys::kEntrySize, Value(stream.size()));
         directoryArray_.push_back(Value(std::move(directoryEntry_)));
         if (walk.document.isDirectory(fullPath) && walk.enter(fullPath)) {
             ++walk.depth;
@@ -183,8 +184,8 @@ Array Mole::buildOLEArray(Walk& walk, const std::string& path) {
         const std::string fullPath = path + name;
         Dict item;
         if (auto bytes = walk.streamValue(fullPath)) {
-            item.set("entryname", name);
-            item.set("objectdata", std::move(*bytes));
+            item.set(keys::kEntryName, name);
+            item.set(keys::kEntryObjectData, std::move(*bytes));
         }
         // The storage test looks the bare name up from the root: kept as the
         // readers of this array expect it.
@@ -195,8 +196,8 @@ Array Mole::buildOLEArray(Walk& walk, const std::string& path) {
                 children = buildOLEArray(walk, fullPath + "/");
                 --walk.depth;
             }
-            item.set("entryname", name);
-            item.set("childentry", std::move(children));
+            item.set(keys::kEntryName, name);
+            item.set(keys::kEntryChildren, std::move(children));
         }
         items.push_back(Value(std::move(item)));
     }

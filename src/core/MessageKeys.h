@@ -50,4 +50,15 @@ inline constexpr std::string_view kAttachContentLocation = "AttachContentLocatio
 inline constexpr std::string_view kAttachContentID = "AttachContentID";  // complete: every kind, without <>
 inline constexpr std::string_view kEmlContentID = "ContentID";  // classic .eml attachment items
 
+// MIME part record (classic .eml "MailContent"); its attachment items may carry
+// the file name under kPartFileName instead of kAttachName.
+inline constexpr std::string_view kPartFileName = "fileName";
+inline constexpr std::string_view kPartContentType = "contentType";  // the media type's first piece, lower case
+
+// Compound document entry (Mole): a stream or storage by its path.
+inline constexpr std::string_view kEntryName = "entryname";
+inline constexpr std::string_view kEntrySize = "entrysize";
+inline constexpr std::string_view kEntryObjectData = "objectdata";  // bytes of a stream
+inline constexpr std::string_view kEntryChildren = "childentry";    // array of entries of a storage
+
 }  // namespace qh::keys

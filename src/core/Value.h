@@ -20,8 +20,6 @@
 #include <variant>
 #include <vector>
 
-#include <nlohmann/json_fwd.hpp>
-
 #include "core/Blob.h"
 
 namespace qh {
@@ -40,10 +38,11 @@ public:
     using Entry = std::pair<std::string, Value>;
 
     Dict() = default;
-    Dict(std::initializer_list<Entry> entries);
+    // Keys by name (core/MessageKeys.h) or as text.
+    Dict(std::initializer_list<std::pair<std::string_view, Value>> entries);
 
     // Replaces the value of an existing key in place (keeping its position) or appends.
-    void set(std::string key, Value value);
+    void set(std::string_view key, Value value);
     const Value* find(std::string_view key) const;
     Value* find(std::string_view key);
     bool contains(std::string_view key) const { return find(key) != nullptr; }
@@ -112,11 +111,15 @@ public:
 
     const Storage& storage() const { return v_; }
 
-    // JSON encoding of the command's contract: bytes as {"$base64": ...},
-    // dates as {"$date": "YYYY-MM-DDTHH:MM:SSZ"}, dictionaries in key order.
-    nlohmann::ordered_json toJson() const;
-    // The JSON document as one line of UTF-8 text (no trailing line feed).
+    // JSON encoding of the command's contract, as one line of UTF-8 text (no
+    // trailing line feed): bytes as {"$base64": ...}, dates as
+    // {"$date": "YYYY-MM-DDTHH:MM:SSZ"}, dictionaries in key order, whole
+    // numbers without a fraction, invalid UTF-8 replaced by U+FFFD.
     std::string toJsonText() const;
+    // The same, appended to `out`.
+    void appendJson(std::string& out) const;
+    // `text` as a JSON string, appended to `out`.
+    static void appendJsonString(std::string_view text, std::string& out);
 
     friend bool operator==(const Value& a, const Value& b) { return a.v_ == b.v_; }
 

@@ -5,6 +5,7 @@
 #include <vector>
 
 #include "core/Log.h"
+#include "core/MessageKeys.h"
 #include "core/SystemInfo.h"
 #include "core/TextEncoding.h"
 #include "util/StringWangers.h"
@@ -127,20 +128,20 @@ Dict createEmailDictionary(std::string_view text) {
     }
     // A name that is empty or still an encoded word (another charset) shows the address.
     if (name.empty() || name[0] == '=') name = address;
-    return Dict{{"Name", std::move(name)}, {"Address", std::move(address)}};
+    return Dict{{keys::kName, std::move(name)}, {keys::kAddress, std::move(address)}};
 }
 
 Dict buildAddressFromTags(std::optional<std::string_view> name, std::optional<std::string_view> address) {
     Dict record;
     if (name && !name->empty()) {
-        record.set("Name", *name);
-        if (address) record.set("Address", *address);
+        record.set(keys::kName, *name);
+        if (address) record.set(keys::kAddress, *address);
     } else if (address && !address->empty()) {
-        record.set("Name", name ? *name : *address);
-        record.set("Address", *address);
+        record.set(keys::kName, name ? *name : *address);
+        record.set(keys::kAddress, *address);
     } else {
-        record.set("Name", "");
-        record.set("Address", "");
+        record.set(keys::kName, "");
+        record.set(keys::kAddress, "");
     }
     return record;
 }
@@ -154,8 +155,8 @@ std::string buildHTMLContactList(const Array& list) {
     std::string out;
     for (const Value& entry : list) {
         const Dict* record = entry.dict();
-        const std::string* name = record ? record->findString("Name") : nullptr;
-        const std::string* address = record ? record->findString("Address") : nullptr;
+        const std::string* name = record ? record->findString(keys::kName) : nullptr;
+        const std::string* address = record ? record->findString(keys::kAddress) : nullptr;
         const bool link = address && formsLink(*address);
         if (link) out += "<a href=\"mailto:" + *address + "\">";
         if (name) out += *name;
@@ -171,8 +172,8 @@ std::string buildContactList(const Array& list) {
     std::string out;
     for (const Value& entry : list) {
         const Dict* record = entry.dict();
-        const std::string* name = record ? record->findString("Name") : nullptr;
-        const std::string* address = record ? record->findString("Address") : nullptr;
+        const std::string* name = record ? record->findString(keys::kName) : nullptr;
+        const std::string* address = record ? record->findString(keys::kAddress) : nullptr;
         if (!out.empty()) out += ", ";
         if (name && !name->empty()) {
             out += *name;

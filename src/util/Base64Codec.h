@@ -1,8 +1,8 @@
 #pragma once
-// The base64 codec under the mail writers and readers, and the byte-buffer
-// front ends. The decoder skips every byte outside the alphabet (padding,
-// line ends, junk) and goes on past padding; the encoder writes 64-character
-// lines joined by CR LF when asked to separate lines.
+// The named base64 front ends of the mail writers and readers, over the one
+// codec (core/Base64.h). The decoder skips every byte outside the alphabet
+// (padding, line ends, junk) and goes on past padding; the encoder writes
+// 64-character lines joined by CR LF when asked to separate lines.
 #include <cstddef>
 #include <cstdint>
 #include <string>

@@ -5,6 +5,7 @@
 #include <cstdio>
 #include <stdexcept>
 
+#include "core/Base64.h"
 #include "core/Log.h"
 #include "util/Ascii.h"
 
@@ -12,19 +13,7 @@ namespace qh {
 
 namespace {
 
-constexpr char kBase64Alphabet[] = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+/";
 constexpr std::size_t kMimeLineLength = 76;
-
-// Alphabet values; the pad "=" is kept (value 0) for the group checks.
-constexpr std::uint8_t kNotBase64 = 0xFF;
-constexpr std::array<std::uint8_t, 256> makeBase64Values() {
-    std::array<std::uint8_t, 256> values{};
-    for (auto& v : values) v = kNotBase64;
-    for (std::uint8_t k = 0; k < 64; ++k) values[static_cast<unsigned char>(kBase64Alphabet[k])] = k;
-    values['='] = 0;
-    return values;
-}
-constexpr std::array<std::uint8_t, 256> kBase64Values = makeBase64Values();
 
 void logConversionException(const std::exception& error, std::string_view functionName, std::int32_t location,
                             char step) {
@@ -74,37 +63,7 @@ std::optional<std::string> DataWangers::getStringFromData(const Value* data, Str
     return getStringFromData(bytes->view(), encoding, functionName, location);
 }
 
-std::string DataWangers::b64EncodeData(ByteView data) {
-    // 57 input bytes make one 76-character line; CR LF between lines.
-    constexpr std::size_t kLineInput = kMimeLineLength / 4 * 3;
-    const std::size_t encodedLength = (data.size() + 2) / 3 * 4;
-    const std::size_t lines = (encodedLength + kMimeLineLength - 1) / kMimeLineLength;
-    std::string out(encodedLength + (lines ? (lines - 1) * 2 : 0), '\0');
-    char* o = out.data();
-    std::size_t i = 0;
-    for (std::size_t lineStart = 0; lineStart < data.size(); lineStart += kLineInput) {
-        if (lineStart) {
-            *o++ = '\r';
-            *o++ = '\n';
-        }
-        const std::size_t lineEnd = std::min(data.size(), lineStart + kLineInput);
-        for (i = lineStart; i + 3 <= lineEnd; i += 3) {
-            std::uint32_t n = std::uint32_t(data[i]) << 16 | std::uint32_t(data[i + 1]) << 8 | data[i + 2];
-            *o++ = kBase64Alphabet[n >> 18 & 63];
-            *o++ = kBase64Alphabet[n >> 12 & 63];
-            *o++ = kBase64Alphabet[n >> 6 & 63];
-            *o++ = kBase64Alphabet[n & 63];
-        }
-        if (std::size_t rest = lineEnd - i) {
-            std::uint32_t n = std::uint32_t(data[i]) << 16 | (rest == 2 ? std::uint32_t(data[i + 1]) << 8 : 0);
-            *o++ = kBase64Alphabet[n >> 18 & 63];
-            *o++ = kBase64Alphabet[n >> 12 & 63];
-            *o++ = rest == 2 ? kBase64Alphabet[n >> 6 & 63] : '=';
-            *o++ = '=';
-        }
-    }
-    return out;
-}
+std::string DataWangers::b64EncodeData(ByteView data) { return Base64::encode(data, kMimeLineLength); }
 
 std::string DataWangers::b64EncodeData(std::string_view text) { return std::string(text); }
 
@@ -112,28 +71,15 @@ std::optional<Bytes> DataWangers::b64DecodeDataString(std::optional<std::string_
     if (!text || text->empty()) return std::nullopt;
     // Characters outside the alphabet are ignored; what remains must be whole
     // groups of four, padded only at the very end.
-    std::string kept(text->size(), '\0');
-    std::size_t keptLength = 0;
+    std::string kept;
+    kept.reserve(text->size());
     for (char c : *text)
-        if (kBase64Values[static_cast<unsigned char>(c)] != kNotBase64) kept[keptLength++] = c;
-    kept.resize(keptLength);
+        if (c == '=' || Base64::valueOf(c) >= 0) kept += c;
     if (kept.size() % 4) return std::nullopt;
     std::size_t padding = 0;
     if (!kept.empty() && kept.back() == '=') padding = (kept[kept.size() - 2] == '=') ? 2 : 1;
     if (kept.find('=') < kept.size() - padding) return std::nullopt;
-    Bytes out;
-    out.reserve(kept.size() / 4 * 3);
-    for (std::size_t i = 0; i < kept.size(); i += 4) {
-        const bool last = i + 4 == kept.size();
-        const std::size_t values = last ? 4 - padding : 4;
-        std::uint32_t n = 0;
-        for (std::size_t k = 0; k < 4; ++k)
-            n = n << 6 | std::uint32_t(k < values ? kBase64Values[static_cast<unsigned char>(kept[i + k])] : 0);
-        out.push_back(std::uint8_t(n >> 16));
-        if (values > 2) out.push_back(std::uint8_t(n >> 8));
-        if (values > 3) out.push_back(std::uint8_t(n));
-    }
-    return out;
+    return Base64::decode(asBytes(kept));
 }
 
 std::optional<std::string> DataWangers::cleanNonHexCharsFromHexString(std::optional<std::string_view> text) {

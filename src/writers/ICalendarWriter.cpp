@@ -5,11 +5,10 @@
 #include <ctime>
 
 #include "core/ItemKeys.h"
+#include "core/MessageKeys.h"
 #include "core/TextEncoding.h"
 
 namespace qh {
-
-namespace keys = ItemKeys;
 
 namespace {
 constexpr std::size_t kMaxLineOctets = 75;
@@ -33,10 +32,10 @@ void addLine(std::string& out, std::string_view name, std::string_view value) {
 }
 
 std::string calAddress(const Dict& record, std::string_view property, std::string_view extraParameters) {
-    const std::string* address = record.findString("Address");
+    const std::string* address = record.findString(keys::kAddress);
     if (!address || address->empty()) return "";
     std::string line(property);
-    const std::string* name = record.findString("Name");
+    const std::string* name = record.findString(keys::kName);
     if (name && !name->empty()) line += ";CN=\"" + ICalendarWriter::cleanValue(*name, true) + "\"";
     line += extraParameters;
     line += ":mailto:" + ICalendarWriter::cleanValue(*address);
@@ -52,8 +51,8 @@ std::string fallbackUid(const Dict& item) {
             hash *= 1099511628211ull;
         }
     };
-    if (const std::string* subject = item.findString("Subject")) mix(*subject);
-    if (const Value* start = item.find(keys::kStartTime); start && start->date()) {
+    if (const std::string* subject = item.findString(keys::kSubject)) mix(*subject);
+    if (const Value* start = item.find(ItemKeys::kStartTime); start && start->date()) {
         mix(ICalendarWriter::utcDateTime(*start->date()));
     }
     char text[64];
@@ -139,12 +138,12 @@ std::string ICalendarWriter::write(const Dict& item) {
     out += "METHOD:PUBLISH\r\n";
     out += "BEGIN:VEVENT\r\n";
 
-    const std::string* globalId = item.findString(keys::kGlobalObjectId);
+    const std::string* globalId = item.findString(ItemKeys::kGlobalObjectId);
     addLine(out, "UID", escapeText(globalId && !globalId->empty() ? *globalId : fallbackUid(item)));
 
-    const Value* start = item.find(keys::kStartTime);
-    const Value* end = item.find(keys::kEndTime);
-    const Value* stamp = item.find("TimeStamp");
+    const Value* start = item.find(ItemKeys::kStartTime);
+    const Value* end = item.find(ItemKeys::kEndTime);
+    const Value* stamp = item.find(keys::kTimeStamp);
     Date stampDate{static_cast<double>(std::time(nullptr))};
     if (stamp && stamp->date()) {
         stampDate = *stamp->date();
@@ -153,7 +152,7 @@ std::string ICalendarWriter::write(const Dict& item) {
     }
     addLine(out, "DTSTAMP", utcDateTime(stampDate));
 
-    const Value* allDayValue = item.find(keys::kAllDay);
+    const Value* allDayValue = item.find(ItemKeys::kAllDay);
     const bool allDay = allDayValue && allDayValue->boolean() && *allDayValue->boolean();
     if (start && start->date()) {
         if (allDay) {
@@ -171,33 +170,33 @@ std::string ICalendarWriter::write(const Dict& item) {
         }
     }
 
-    if (const std::string* subject = item.findString("Subject"); subject && !subject->empty()) {
+    if (const std::string* subject = item.findString(keys::kSubject); subject && !subject->empty()) {
         addLine(out, "SUMMARY", escapeText(*subject));
     }
-    if (const std::string* location = item.findString(keys::kLocation); location && !location->empty()) {
+    if (const std::string* location = item.findString(ItemKeys::kLocation); location && !location->empty()) {
         addLine(out, "LOCATION", escapeText(*location));
     }
-    if (const std::string* body = item.findString("Body")) {
+    if (const std::string* body = item.findString(keys::kBody)) {
         if (std::string trimmed = TextEncoding::trimWhitespaceAndNewlines(*body); !trimmed.empty()) {
             addLine(out, "DESCRIPTION", escapeText(trimmed));
         }
     }
-    if (const std::string* rule = item.findString(keys::kRecurrenceRule); rule && !rule->empty() && start) {
+    if (const std::string* rule = item.findString(ItemKeys::kRecurrenceRule); rule && !rule->empty() && start) {
         addLine(out, "RRULE", cleanValue(*rule));
     }
-    if (const Dict* organizer = item.findDict(keys::kOrganizer)) out += calAddress(*organizer, "ORGANIZER", "");
-    if (const Array* attendees = item.findArray(keys::kAttendees)) {
+    if (const Dict* organizer = item.findDict(ItemKeys::kOrganizer)) out += calAddress(*organizer, "ORGANIZER", "");
+    if (const Array* attendees = item.findArray(ItemKeys::kAttendees)) {
         for (const Value& attendee : *attendees) {
             if (const Dict* record = attendee.dict()) {
                 out += calAddress(*record, "ATTENDEE", ";ROLE=REQ-PARTICIPANT");
             }
         }
     }
-    if (const std::string* busy = item.findString(keys::kBusyStatus)) {
+    if (const std::string* busy = item.findString(ItemKeys::kBusyStatus)) {
         addLine(out, "TRANSP", *busy == "FREE" ? "TRANSPARENT" : "OPAQUE");
         if (*busy == "TENTATIVE") addLine(out, "STATUS", "TENTATIVE");
     }
-    if (const Value* reminder = item.find(keys::kReminderMinutes); reminder && reminder->isNumber()) {
+    if (const Value* reminder = item.find(ItemKeys::kReminderMinutes); reminder && reminder->isNumber()) {
         std::int64_t minutes = reminder->integer();
         if (minutes >= 0 && minutes < 1000000000) {
             out += "BEGIN:VALARM\r\n";

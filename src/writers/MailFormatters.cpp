@@ -1,5 +1,6 @@
 #include "writers/MailFormatters.h"
 
+#include "core/MessageKeys.h"
 #include "core/SystemInfo.h"
 #include "core/TextEncoding.h"
 #include "richtext/RTFReader.h"
@@ -77,12 +78,12 @@ std::string MailFormatters::formatMailingList(const Array& addresses) {
     for (const Value& entry : addresses) {
         const Dict* record = entry.dict();
         if (!record) continue;
-        const std::string* rawAddress = record->findString("Address");
+        const std::string* rawAddress = record->findString(keys::kAddress);
         std::optional<std::string> address =
             StringWangers::zapGremlins(rawAddress ? std::optional<std::string_view>(*rawAddress) : std::nullopt);
         if (!address || !WebWangers::validateEmailAddress(*address)) continue;
         std::optional<std::string> name;
-        if (const std::string* rawName = record->findString("Name")) name = StringWangers::zapGremlins(*rawName);
+        if (const std::string* rawName = record->findString(keys::kName)) name = StringWangers::zapGremlins(*rawName);
         if (!name) name = address;
         list.append("\"").append(singleLine(*name)).append("\" ");
         list.append("<").append(singleLine(*address)).append(">,\n ");
@@ -97,12 +98,12 @@ std::string MailFormatters::messageContent(const Dict& message, std::string_view
     const std::string separator = partBoundary(boundary);
     std::string content;
 
-    const Blob* rtf = message.findBytes("RTF");
+    const Blob* rtf = message.findBytes(keys::kRTF);
     std::optional<std::string> rtfText;
 
-    if (auto rawMail = textOf(message.find("RawMail"))) {
+    if (auto rawMail = textOf(message.find(keys::kRawMail))) {
         content.append(separator).append(kQuotedPrintableHTMLHeader).append("\n").append(*rawMail);
-    } else if (auto html = textOf(message.find("HTML"))) {
+    } else if (auto html = textOf(message.find(keys::kHTML))) {
         // The header announces quoted-printable, but this HTML goes out as it is: mail readers cope.
         content.append(separator).append(kQuotedPrintableHTMLHeader).append("\n");
         content.append(withSingleNewlines(trimmed(*html)));
@@ -126,7 +127,7 @@ std::string MailFormatters::messageContent(const Dict& message, std::string_view
         // The plain part's header stands before its boundary line: mail that
         // was written this way is read back by the readers as it is.
         content.append(kPlainTextHeader).append("\n");
-        if (const std::string* body = message.findString("Body")) content.append(separator).append(trimmed(*body));
+        if (const std::string* body = message.findString(keys::kBody)) content.append(separator).append(trimmed(*body));
     }
     content.append("\n\n");
     return content;
@@ -134,19 +135,19 @@ std::string MailFormatters::messageContent(const Dict& message, std::string_view
 
 std::string MailFormatters::attachmentContents(const Dict& message, std::string_view boundary, bool /*convertType*/) {
     std::string content;
-    const Array* attachments = message.findArray("AttachmentList");
+    const Array* attachments = message.findArray(keys::kAttachmentList);
     if (!attachments) return content;
     for (const Value& entry : *attachments) {
         const Dict* attachment = entry.dict();
         if (!attachment) continue;
-        const Value* data = attachment->find("data");
+        const Value* data = attachment->find(keys::kAttachData);
         std::string encoded;
         if (data && data->bytes()) encoded = DataWangers::b64EncodeData(data->bytes()->view());
         else if (data && data->string()) encoded = DataWangers::b64EncodeData(std::string_view(*data->string()));
         if (encoded.empty()) continue;
 
         std::optional<std::string> name;
-        if (const std::string* rawName = attachment->findString("name")) name = StringWangers::zapGremlins(*rawName);
+        if (const std::string* rawName = attachment->findString(keys::kAttachName)) name = StringWangers::zapGremlins(*rawName);
         if (!name || name->empty()) name = "Unnamed";
 
         content.append("\n").append(boundaryTagWithBoundary(boundary));

@@ -1,12 +1,11 @@
 #include "writers/VCardWriter.h"
 
 #include "core/ItemKeys.h"
+#include "core/MessageKeys.h"
 #include "core/TextEncoding.h"
 #include "writers/ICalendarWriter.h"
 
 namespace qh {
-
-namespace keys = ItemKeys;
 
 namespace {
 std::string text(const Dict& item, std::string_view key) {
@@ -51,33 +50,33 @@ std::string VCardWriter::write(const Dict& item) {
     out += "BEGIN:VCARD\r\n";
     out += "VERSION:3.0\r\n";
     addLine(out, "N",
-            components(item, {keys::kSurname, keys::kGivenName, keys::kMiddleName, keys::kNamePrefix, keys::kNameSuffix}));
+            components(item, {ItemKeys::kSurname, ItemKeys::kGivenName, ItemKeys::kMiddleName, ItemKeys::kNamePrefix, ItemKeys::kNameSuffix}));
 
     // FN is required: the display name, else the parts, else what else names the card.
-    std::string formatted = text(item, keys::kDisplayName);
+    std::string formatted = text(item, ItemKeys::kDisplayName);
     if (formatted.empty()) {
-        for (std::string_view key : {keys::kNamePrefix, keys::kGivenName, keys::kMiddleName, keys::kSurname,
-                                     keys::kNameSuffix}) {
+        for (std::string_view key : {ItemKeys::kNamePrefix, ItemKeys::kGivenName, ItemKeys::kMiddleName, ItemKeys::kSurname,
+                                     ItemKeys::kNameSuffix}) {
             std::string part = text(item, key);
             if (part.empty()) continue;
             if (!formatted.empty()) formatted += ' ';
             formatted += part;
         }
     }
-    for (std::string_view key : {keys::kFileAs, keys::kCompanyName, keys::kEmail1, std::string_view("Subject")}) {
+    for (std::string_view key : {ItemKeys::kFileAs, ItemKeys::kCompanyName, ItemKeys::kEmail1, keys::kSubject}) {
         if (!formatted.empty()) break;
         formatted = text(item, key);
     }
     addLine(out, "FN", ICalendarWriter::escapeText(formatted));
 
-    addText(out, item, "NICKNAME", keys::kNickname);
-    if (anyOf(item, {keys::kCompanyName, keys::kDepartment})) {
-        addLine(out, "ORG", components(item, {keys::kCompanyName, keys::kDepartment}));
+    addText(out, item, "NICKNAME", ItemKeys::kNickname);
+    if (anyOf(item, {ItemKeys::kCompanyName, ItemKeys::kDepartment})) {
+        addLine(out, "ORG", components(item, {ItemKeys::kCompanyName, ItemKeys::kDepartment}));
     }
-    addText(out, item, "TITLE", keys::kJobTitle);
+    addText(out, item, "TITLE", ItemKeys::kJobTitle);
 
     bool preferred = true;
-    for (std::string_view key : {keys::kEmail1, keys::kEmail2, keys::kEmail3}) {
+    for (std::string_view key : {ItemKeys::kEmail1, ItemKeys::kEmail2, ItemKeys::kEmail3}) {
         std::string address = text(item, key);
         if (address.empty()) continue;
         addLine(out, preferred ? "EMAIL;TYPE=INTERNET,PREF" : "EMAIL;TYPE=INTERNET",
@@ -85,31 +84,31 @@ std::string VCardWriter::write(const Dict& item) {
         preferred = false;
     }
 
-    addText(out, item, "TEL;TYPE=WORK,VOICE", keys::kWorkPhone);
-    addText(out, item, "TEL;TYPE=HOME,VOICE", keys::kHomePhone);
-    addText(out, item, "TEL;TYPE=CELL,VOICE", keys::kMobilePhone);
-    addText(out, item, "TEL;TYPE=WORK,FAX", keys::kWorkFax);
-    addText(out, item, "TEL;TYPE=HOME,FAX", keys::kHomeFax);
+    addText(out, item, "TEL;TYPE=WORK,VOICE", ItemKeys::kWorkPhone);
+    addText(out, item, "TEL;TYPE=HOME,VOICE", ItemKeys::kHomePhone);
+    addText(out, item, "TEL;TYPE=CELL,VOICE", ItemKeys::kMobilePhone);
+    addText(out, item, "TEL;TYPE=WORK,FAX", ItemKeys::kWorkFax);
+    addText(out, item, "TEL;TYPE=HOME,FAX", ItemKeys::kHomeFax);
 
     // ADR: post office box; extended address; street; locality; region; postal code; country.
-    if (anyOf(item, {keys::kWorkStreet, keys::kWorkCity, keys::kWorkState, keys::kWorkPostalCode, keys::kWorkCountry})) {
+    if (anyOf(item, {ItemKeys::kWorkStreet, ItemKeys::kWorkCity, ItemKeys::kWorkState, ItemKeys::kWorkPostalCode, ItemKeys::kWorkCountry})) {
         addLine(out, "ADR;TYPE=WORK",
-                components(item, {"", "", keys::kWorkStreet, keys::kWorkCity, keys::kWorkState, keys::kWorkPostalCode,
-                                  keys::kWorkCountry}));
+                components(item, {"", "", ItemKeys::kWorkStreet, ItemKeys::kWorkCity, ItemKeys::kWorkState, ItemKeys::kWorkPostalCode,
+                                  ItemKeys::kWorkCountry}));
     }
-    if (anyOf(item, {keys::kHomeStreet, keys::kHomeCity, keys::kHomeState, keys::kHomePostalCode, keys::kHomeCountry})) {
+    if (anyOf(item, {ItemKeys::kHomeStreet, ItemKeys::kHomeCity, ItemKeys::kHomeState, ItemKeys::kHomePostalCode, ItemKeys::kHomeCountry})) {
         addLine(out, "ADR;TYPE=HOME",
-                components(item, {"", "", keys::kHomeStreet, keys::kHomeCity, keys::kHomeState, keys::kHomePostalCode,
-                                  keys::kHomeCountry}));
+                components(item, {"", "", ItemKeys::kHomeStreet, ItemKeys::kHomeCity, ItemKeys::kHomeState, ItemKeys::kHomePostalCode,
+                                  ItemKeys::kHomeCountry}));
     }
-    if (std::string web = text(item, keys::kWebPage); !web.empty()) {
+    if (std::string web = text(item, ItemKeys::kWebPage); !web.empty()) {
         addLine(out, "URL", ICalendarWriter::cleanValue(web));
     }
-    if (const Value* birthday = item.find(keys::kBirthday); birthday && birthday->date()) {
+    if (const Value* birthday = item.find(ItemKeys::kBirthday); birthday && birthday->date()) {
         std::string day = ICalendarWriter::dayOf(*birthday->date());
         addLine(out, "BDAY", day.substr(0, 4) + "-" + day.substr(4, 2) + "-" + day.substr(6, 2));
     }
-    if (std::string notes = TextEncoding::trimWhitespaceAndNewlines(text(item, keys::kNotes)); !notes.empty()) {
+    if (std::string notes = TextEncoding::trimWhitespaceAndNewlines(text(item, ItemKeys::kNotes)); !notes.empty()) {
         addLine(out, "NOTE", ICalendarWriter::escapeText(notes));
     }
     out += "END:VCARD\r\n";

@@ -1,6 +1,7 @@
 #include "writers/WriteEML.h"
 
 #include "core/DateFormatting.h"
+#include "core/MessageKeys.h"
 #include "core/TextEncoding.h"
 #include "util/StringWangers.h"
 #include "writers/ICalendarWriter.h"
@@ -18,7 +19,7 @@ WriteEML::WriteEML(Dict dictionary) : dictionary_(std::move(dictionary)) {}
 
 const Value* WriteEML::checkContent(std::string_view key) const { return dictionary_.find(key); }
 
-const Array* WriteEML::attachmentArray() const { return dictionary_.findArray("AttachmentList"); }
+const Array* WriteEML::attachmentArray() const { return dictionary_.findArray(keys::kAttachmentList); }
 
 std::string WriteEML::formatOutputFile() const {
     const std::string boundary = StringWangers::generateUUIDString();
@@ -26,20 +27,20 @@ std::string WriteEML::formatOutputFile() const {
     text.append("Generated-By: Quillhaven 3\n");
 
     // No header encoding: the subject goes out in UTF-8 as it stands, on one line.
-    if (const std::string* subject = dictionary_.findString("Subject"))
+    if (const std::string* subject = dictionary_.findString(keys::kSubject))
         text.append("Subject: ").append(MailFormatters::singleLine(TextEncoding::trimWhitespaceAndNewlines(*subject))).append("\n");
 
     const std::pair<std::string_view, std::string_view> addressHeaders[] = {
-        {"From", "From: "}, {"To", "To: "}, {"CC", "Cc: "}, {"BCC", "Bcc: "}};
+        {keys::kFrom, "From: "}, {keys::kTo, "To: "}, {keys::kCC, "Cc: "}, {keys::kBCC, "Bcc: "}};
     for (auto [key, label] : addressHeaders) {
         if (const Array* addresses = dictionary_.findArray(key))
             text.append(label).append(MailFormatters::formatMailingList(*addresses));
     }
 
-    const Value* timeStamp = dictionary_.find("TimeStamp");
+    const Value* timeStamp = dictionary_.find(keys::kTimeStamp);
     if (timeStamp && timeStamp->date()) {
         text.append("Date: ").append(DateFormatting::format(*timeStamp->date(), "E, d MMM yyyy HH:mm:ss Z")).append("\n");
-    } else if (const std::string* date = dictionary_.findString("Date")) {
+    } else if (const std::string* date = dictionary_.findString(keys::kDate)) {
         text.append("Date: ").append(MailFormatters::singleLine(TextEncoding::trimWhitespaceAndNewlines(*date))).append("\n");
     }
 
