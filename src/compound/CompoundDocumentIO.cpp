@@ -38,7 +38,9 @@ bool CompoundDocumentIO::open() {
     if (opened) closeCompoundDocument();
     if (!header) return false;
     const bool loaded = compoundDocumentLoaded();
-    // A failure after the header was accepted still opens: only `result` tells.
+    // classic: a failure after the header was accepted (directory unreadable)
+    // still opens and only `result` tells: Mole, and so the plug-in and the
+    // readers, take such a file as an empty document instead of refusing it.
     return (loaded && result == kLoaded) || (!loaded && result == kInvalid);
 }
 
@@ -70,8 +72,10 @@ Bytes CompoundDocumentIO::readChain(const std::vector<std::uint32_t>& chain, std
 bool CompoundDocumentIO::compoundDocumentLoaded() {
     result = kUnreadable;
     filesize = messageData.size();
-    if (messageData.size() < cfb::kHeaderSize) return false;
-    header->oleLoad(ByteView(messageData).first(cfb::kHeaderSize));
+    ByteCursor in(messageData);
+    const ByteView headerBytes = in.bytes(cfb::kHeaderSize);
+    if (in.isShort()) return false;
+    header->oleLoad(headerBytes);
     result = kBadSignature;
     for (std::size_t i = 0; i < Header::magicNumber.size(); ++i)
         if (header->getIdent(i) != Header::magicNumber[i]) return true;
@@ -194,13 +198,13 @@ bool CompoundDocumentIO::dataIntoBuffer(std::uint8_t* buffer, std::uint64_t loca
 
 std::optional<ByteView> CompoundDocumentIO::sectorBytes(std::uint64_t sector) const {
     const std::uint64_t size = bigSectorSize();
-    const std::uint64_t offset = (sector + 1) * size;
-    if (offset > messageData.size()) {
+    // The last sector of a file may come short: what it holds is read.
+    ByteCursor cursor(messageData, static_cast<std::size_t>((sector + 1) * size));
+    if (cursor.isShort()) {
         Log::line(kPrematureLine);
         return std::nullopt;
     }
-    const std::uint64_t length = std::min<std::uint64_t>(size, messageData.size() - offset);
-    return ByteView(messageData).subspan(offset, length);
+    return cursor.upTo(static_cast<std::size_t>(size));
 }
 
 ByteView CompoundDocumentIO::smallSectorBytes(std::uint64_t sector) const {
@@ -211,8 +215,8 @@ ByteView CompoundDocumentIO::smallSectorBytes(std::uint64_t sector) const {
     if (containerIndex >= smallSectorArray.size()) return {};
     auto container = sectorBytes(smallSectorArray[containerIndex]);
     const std::uint64_t offset = position % bigSize;
-    if (!container || offset >= container->size()) return {};
-    return container->subspan(offset, std::min<std::uint64_t>(smallSize, container->size() - offset));
+    if (!container) return {};
+    return ByteCursor(*container, static_cast<std::size_t>(offset)).upTo(static_cast<std::size_t>(smallSize));
 }
 
 std::size_t CompoundDocumentIO::loadSectors(const std::vector<std::uint32_t>& sectors, std::uint8_t* buffer,

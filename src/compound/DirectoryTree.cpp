@@ -86,8 +86,10 @@ bool DirectoryTree::loadEntries(ByteView buffer, std::size_t size) {
         thisEntry_ = DirectoryEntry{};
         thisEntry_.name = entryName(raw);
         if (thisEntry_.name == "MsoDataStore") dataStoreSeen = true;
-        // Once a data store has been met, nameless entries are dropped and the
-        // records after them move up: readers of such files depend on it.
+        // classic: once a data store has been met, nameless entries are dropped
+        // and the records after them move up one place; the classic output of
+        // `ls` on Office documents with a data store, compared byte for byte,
+        // depends on it.
         if (thisEntry_.name.empty() && dataStoreSeen) continue;
         in.seek(cfb::kEntryType);
         const std::uint8_t type = in.u8();

@@ -41,8 +41,9 @@ bool Header::isValid() const {
     if (threshold != cfb::kMiniStreamCutoff) return false;
     if (allocationTableCount == 0) return false;
     if (allocationTableCount > cfb::kHeaderDifatEntries) {
-        // 127 entries per master sector whatever the sector size: files in the
-        // wild with larger sectors still pass because they claim fewer sectors.
+        // classic: 127 entries per master sector whatever the sector size;
+        // files in the wild with larger sectors still pass because they claim
+        // fewer sectors, and every reader opens them.
         if (allocationTableCount > masterSectorAllocationTableCount * cfb::kMasterEntriesPerSector + cfb::kHeaderDifatEntries)
             return false;
     } else if (allocationTableCount < cfb::kHeaderDifatEntries && masterSectorAllocationTableCount != 0) {

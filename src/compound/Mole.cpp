@@ -187,8 +187,9 @@ Array Mole::buildOLEArray(Walk& walk, const std::string& path) {
             item.set(keys::kEntryName, name);
             item.set(keys::kEntryObjectData, std::move(*bytes));
         }
-        // The storage test looks the bare name up from the root: kept as the
-        // readers of this array expect it.
+        // classic: the storage test looks the bare name up from the root, so
+        // below the top level only storages the root also holds are entered;
+        // no caller in this tree, kept for outside users of the facade.
         if (walk.document.isDirectory(name)) {
             Array children;
             if (walk.enter(fullPath)) {
@@ -215,8 +216,9 @@ Dict Mole::buildOLEDictionary(Walk& walk, const std::string& path, const std::ve
             continue;
         const std::string fullPath = path + name;
         if (auto bytes = walk.streamValue(fullPath)) dictionary.set(name, std::move(*bytes));
-        // The filtered walk asks the root whether the bare name is a storage, so
-        // below the top level it enters only storages the root also holds.
+        // classic: the filtered walk asks the root whether the bare name is a
+        // storage, so below the top level it enters only storages the root
+        // also holds; no caller in this tree, kept for outside users.
         const bool storage = filtered ? walk.document.isDirectory(name) : walk.document.isDirectory(fullPath);
         if (storage) {
             Dict children;

@@ -38,13 +38,16 @@ public:
     Mole(const Mole&) = delete;
     Mole& operator=(const Mole&) = delete;
 
-    // The stream at `path` as whole sectors; none when the path names no stream
-    // (missing, or a storage).
+    // The stream at `path`; none when the path names no stream (missing, or a
+    // storage).
+    // classic: whole sectors, not cut at the stream's size; the plug-in, `cat`
+    // and the classic readings with `--whole-sectors` get these bytes.
     std::optional<Blob> getStream(std::string_view path) const;
 
     // Every entry of the tree, depth first in sibling order:
-    // {"entryname": full path, "entrysize": size (streams only)}. The list is
-    // kept between calls, so a second call lists every entry twice.
+    // {"entryname": full path, "entrysize": size (streams only)}.
+    // classic: the list is kept between calls, so a second call lists every
+    // entry twice; `ls` calls it once, kept for outside users of the facade.
     Array getDirectory();
     // [{"entryname": name, "objectdata": bytes} | {"entryname": name, "childentry": [...]} | {}]
     Array getOLEArray();

@@ -4,6 +4,7 @@
 #include <cstring>
 
 #include "compound/CompoundDocumentIO.h"
+#include "core/ByteCursor.h"
 
 namespace qh {
 
@@ -43,10 +44,10 @@ std::size_t StreamHandler::readAtPosition(std::uint64_t position, std::uint8_t* 
     while (copied < maxLength && index < sectorArray.size()) {
         bool beyondFile = false;
         ByteView bytes = sectorView(sectorArray[index], beyondFile);
-        if (offset >= bytes.size()) break;
-        const std::size_t length = std::min<std::uint64_t>(bytes.size() - offset, maxLength - copied);
-        std::memcpy(data + copied, bytes.data() + offset, length);
-        copied += length;
+        const ByteView piece = ByteCursor(bytes, static_cast<std::size_t>(offset)).upTo(maxLength - copied);
+        if (piece.empty()) break;
+        std::memcpy(data + copied, piece.data(), piece.size());
+        copied += piece.size();
         // A sector cut short by the end of the file is the last one read.
         if (bytes.size() < sectorSize) break;
         offset = 0;

@@ -58,8 +58,7 @@ std::uint64_t RTFWangers::maximumRawSize(std::uint64_t compressedSize) {
 }
 
 bool RTFWangers::typeIsRTF(ByteView bytes) {
-    if (bytes.size() < rtfcp::kTypeOffset + 4) return false;
-    std::uint32_t type = loadU32(bytes, rtfcp::kTypeOffset);
+    const std::uint32_t type = loadU32(bytes, rtfcp::kTypeOffset);  // 0 when short
     return type == rtfcp::kTypeUncompressed || type == rtfcp::kTypeCompressed;
 }
 
@@ -81,14 +80,15 @@ void RTFWangers::getRTFFromBuffer(ByteView buffer, std::uint32_t& returnSize,
     returnSize = rawSize;
 
     if (type == rtfcp::kTypeCompressed) {
-        ByteView source = buffer.size() > rtfcp::kHeaderSize ? buffer.subspan(rtfcp::kHeaderSize) : ByteView();
+        const ByteView source = ByteCursor(buffer, rtfcp::kHeaderSize).rest();
         returnData = decodeRTFSource(source, source.size(), rawSize);
     } else if (type == rtfcp::kTypeUncompressed) {
-        // Only a caller that hands in a buffer gets an uncompressed body, and
-        // the copy starts at the raw-size field, not after the header: callers
-        // in the field rely on both.
+        // classic: only a caller that hands in a buffer gets an uncompressed
+        // body, and the copy starts at the raw-size field, not after the
+        // header; getRTFForData passes none, so the plug-in and the readers
+        // fall back to the text bodies for such streams.
         if (!returnData) return;
-        ByteView from = buffer.size() > rtfcp::kRawSizeOffset ? buffer.subspan(rtfcp::kRawSizeOffset) : ByteView();
+        const ByteView from = ByteCursor(buffer, rtfcp::kRawSizeOffset).rest();
         std::uint64_t size = std::min<std::uint64_t>(rawSize, from.size() + kRawSizeAllowance);
         std::optional<Bytes> copy = zeroFilled(size);
         if (copy) {
@@ -123,7 +123,9 @@ std::optional<Bytes> RTFWangers::decodeRTFSource(ByteView source, std::uint64_t 
     // what follows is read as further control bytes until the input is used
     // up. Stream bytes come with sector padding, so this runs over the padding
     // too; the output never grows past the raw size because every token that
-    // would pass it is dropped whole.
+    // would pass it is dropped whole. The input and output bounds are checked
+    // here inline rather than through ByteCursor: this loop is the hot path of
+    // every RTF body, and each check guards the access right after it.
     std::size_t control = 0;
     std::size_t q = 1;
     while (q <= inputLength) {
@@ -175,7 +177,6 @@ std::optional<Bytes> RTFWangers::initializeArrayWithEntryCount(std::size_t count
 }
 
 std::uint64_t RTFWangers::convertToLongLong(ByteView bytes) {
-    if (bytes.size() < 4) return 0;
     return loadU32(bytes, 0);
 }
 

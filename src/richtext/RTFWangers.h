@@ -1,7 +1,8 @@
 #pragma once
 // Compressed RTF (MS-OXRTFCP): the "LZFu" decoder that message bodies in .msg
-// and TNEF files need, as class operations, plus two small helpers that the
-// TNEF code also calls through plain C entry points.
+// and TNEF files need, as class operations, plus two small helpers that are
+// also exported as plain C functions for C callers outside this library
+// (nothing in this tree calls the C forms).
 #include <cstddef>
 #include <cstdint>
 #include <optional>

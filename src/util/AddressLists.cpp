@@ -202,8 +202,9 @@ std::string makeUTF8(ByteView utf16le) {
     // reader (and would wrap the bound below).
     if (n < 2) return out;
     out.reserve(n * 3 / 2);
-    // Every character derives from the first byte, not from the code unit at
-    // its position: the stored texts of such properties depend on it.
+    // classic: every character derives from the first byte, not from the
+    // code unit at its position; the classic TNEF reading's 0x001F property
+    // texts are made so.
     const auto first = static_cast<std::int8_t>(utf16le[0]);
     for (std::size_t i = 0; i < n - 1; i += 2) {
         const auto v = static_cast<std::uint32_t>(std::int64_t(first) + std::int64_t(i));

@@ -32,8 +32,8 @@ bool typeIsHTML(ByteView text);
 bool typeIsHTML(const char* text);
 // The TNEF reader's conversion of a UTF-16LE property value: every output
 // character derives from the FIRST input byte (b, b+2, b+4, ...), with the
-// two-byte form ending at 0x7FE. The stored texts of such properties depend on
-// it. Returns the bytes written before the terminating NUL.
+// two-byte form ending at 0x7FE (the classic TNEF reading's property texts).
+// Returns the bytes written before the terminating NUL.
 std::string makeUTF8(ByteView utf16le);
 // "<user caches>/Quillhaven", created when missing; the caches folder itself
 // when it cannot be created.

@@ -60,8 +60,10 @@ std::optional<std::string> StringWangers::zapGremlins(std::optional<std::string_
         }
     }
     if (plain) return TextEncoding::trimWhitespaceAndNewlines(*text);
-    // Values read from fixed-size fields, or from UTF-16 read in the wrong
-    // encoding, carry junk after the real text; keep the first run of it.
+    // classic: values read from fixed-size fields, or from UTF-16 read in the
+    // wrong encoding, carry junk after the real text; keep the first run of
+    // it (CJK after four ordinary characters is cut too). The MSG reader's
+    // classic `strings` rule and the writers' names depend on it.
     const std::string sane = TextEncoding::sanitizeUTF8(*text);
     std::string_view prefix = std::string_view(sane).substr(0, gremlinCut(sane));
     std::optional<std::string> decoded = TextEncoding::removePercentEncoding(prefix);

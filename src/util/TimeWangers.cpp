@@ -125,7 +125,8 @@ std::optional<std::string> TimeWangers::create24HourStringFrom12Hour(std::string
     const std::int64_t h = leadingInt(pieces[0]), m = leadingInt(pieces[1]);
     const std::int64_t base = h == 12 ? (pm ? 12 : 0) : h;
     const std::int64_t hour = (pm && base < 12) ? base + 12 : base;
-    // Minute 60 passes: the clock strings of old files carry it.
+    // classic: minute 60 passes; the clock strings of old files carry it and
+    // the classic readings show them.
     if (m < 0 || m > 60 || hour < 0 || hour > 23) return std::nullopt;
     char out[16];
     std::snprintf(out, sizeof out, "%02d:%02d", int(hour), int(m));

@@ -14,7 +14,8 @@ class TimeWangers {
 public:
     // FILETIME ticks -> whole Unix seconds (t / 10^7 - 11644473600).
     static std::int64_t unixTimeFromWindows(std::int64_t fileTime);
-    // (u - 11644473600) / 10^7: not the inverse of the above, kept as it always was.
+    // classic: (u - 11644473600) / 10^7, not the inverse of the above; no
+    // caller in this tree, kept for outside users of the helper.
     static std::int64_t windowsTimeFromUnix(std::int64_t unixTime);
     // Unix seconds -> VMS ticks (s * 10^7 + 35067168000000000, wrapping), despite the name.
     static std::int64_t unixTimeFromVMS(std::int64_t seconds);

@@ -84,9 +84,11 @@ private:
     std::size_t position_ = 0;
 };
 
-// The published RFC 5322 address expression, kept as it stands (its
-// general-literal class overlaps itself: \x21-\x5a and \x53-\x7f); 430
-// characters, "&" and "^" escaped in the atom classes.
+// The published RFC 5322 address expression; 430 characters, "&" and "^"
+// escaped in the atom classes.
+// classic: kept as it stands, its general-literal class overlapping itself
+// (\x21-\x5a and \x53-\x7f); the MSG reader's sender candidates are
+// chosen by it.
 constexpr std::string_view kEmailPattern =
     "(?:[a-z0-9!#$%\\&'*+/=?\\^_`{|}~-]+(?:\\.[a-z0-9!#$%\\&'*+/=?\\^_`{|}~-]+)*|\"(?:[\\x01-\\x08\\x0b\\x0c\\x0e-\\x1f\\x21"
     "\\x23-\\x5b\\x5d-\\x7f]|\\\\[\\x01-\\x09\\x0b\\x0c\\x0e-\\x7f])*\")@(?:(?:[a-z0-9](?:[a-z0-9-]*[a-z0-9])?\\.)+"
@@ -100,9 +102,10 @@ std::string WebWangers::decodeQuotedPrintableString(std::string_view text, std::
     if (encoding != "quoted-printable") return TextEncoding::trimWhitespaceAndNewlines(text);
     // Soft breaks: the callers hand over text whose line ends are LF already.
     std::string work = replaceAll(text, "=\n", "");
-    // Upper-case escapes =01 to =FE become percent escapes (=00 and =FF, and
-    // lower-case escapes, stay as they are). Escapes cannot overlap, so one
-    // pass does what replacing them code by code would.
+    // Upper-case escapes =01 to =FE become percent escapes. Escapes cannot
+    // overlap, so one pass does what replacing them code by code would.
+    // classic: =00, =FF and lower-case escapes stay as they are; the classic
+    // MIME reading's bodies keep them.
     for (std::size_t i = 0; i + 2 < work.size(); ++i) {
         if (work[i] != '=' || !isUpperHexDigit(work[i + 1]) || !isUpperHexDigit(work[i + 2])) continue;
         int code = hexDigitValue(work[i + 1]) << 4 | hexDigitValue(work[i + 2]);
@@ -119,7 +122,9 @@ std::string WebWangers::decodedQuotedPrintable(std::string_view text) {
     const std::size_t length = units.size();
     std::u16string out;
     out.reserve(length);
-    // The first character is never an escape's start.
+    // classic: the first character is never an escape's start, and an escape
+    // within the last four characters stays (below); the classic MIME
+    // reading's bodies keep both.
     std::size_t next = 0;
     if (length > 0) out.push_back(units[next++]);
     while (next < length) {
@@ -163,8 +168,9 @@ std::string WebWangers::decodeUTF8B(std::string_view text) {
     std::string out;
     out.reserve(text.size());
     std::int32_t counter = 0;
-    // The first piece is read like the others: a "?=" in plain text ends an
-    // encoded word even where no marker came before it.
+    // classic: the first piece is read like the others, so a "?=" in plain
+    // text ends an encoded word even where no marker came before it, and the
+    // blanks between words are kept; the classic MIME reading's subjects.
     for (std::string_view piece : splitIgnoringCase(text, "=?UTF-8?B?")) {
         std::size_t end = piece.find("?=");
         if (end == std::string_view::npos) {

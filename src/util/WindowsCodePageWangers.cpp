@@ -11,8 +11,9 @@ namespace qh {
 
 namespace {
 
-// The Hebrew escapes the readers decode: D0-D8, E0-EF and F0-FA. D9-DF and
-// FB-FF are left alone on purpose.
+// The Hebrew escapes the readers decode: D0-D8, E0-EF and F0-FA.
+// classic: D9-DF and FB-FF are left alone; the classic MIME reading's subjects
+// in Windows-1255 keep them as escapes.
 bool isHebrewEscapeCode(int code) {
     return (code >= 0xD0 && code <= 0xD8) || (code >= 0xE0 && code <= 0xFA);
 }

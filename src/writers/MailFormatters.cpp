@@ -124,8 +124,9 @@ std::string MailFormatters::messageContent(const Dict& message, std::string_view
         content.append("Content-length: ").append(std::to_string(TextEncoding::utf16Length(*rtfText))).append("\n\n");
         content.append(withSingleNewlines(*rtfText));
     } else {
-        // The plain part's header stands before its boundary line: mail that
-        // was written this way is read back by the readers as it is.
+        // classic: the plain part's header stands before its boundary line;
+        // every .eml the classic writer (`convert --classic`, embedded
+        // messages) has made looks so, and its readers get it byte for byte.
         content.append(kPlainTextHeader).append("\n");
         if (const std::string* body = message.findString(keys::kBody)) content.append(separator).append(trimmed(*body));
     }
