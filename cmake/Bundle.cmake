@@ -7,7 +7,7 @@ find_library(QH_COREFOUNDATION_FRAMEWORK CoreFoundation REQUIRED)
 find_library(QH_CORESERVICES_FRAMEWORK CoreServices REQUIRED)
 find_library(QH_QUICKLOOK_FRAMEWORK QuickLook REQUIRED)
 
-set(QH_PLUGIN_IDS_HEADER ${CMAKE_SOURCE_DIR}/src/plugin/PluginIDs.h)
+set(QH_PLUGIN_IDS_HEADER ${PROJECT_SOURCE_DIR}/src/plugin/PluginIDs.h)
 file(STRINGS ${QH_PLUGIN_IDS_HEADER} QH_FACTORY_LINE REGEX "^#define QH_PLUGIN_FACTORY_UUID ")
 string(REGEX REPLACE ".*\"([0-9A-Fa-f-]+)\".*" "\\1" QH_PLUGIN_FACTORY_UUID "${QH_FACTORY_LINE}")
 file(STRINGS ${QH_PLUGIN_IDS_HEADER} QH_MSG_TYPE_LINE REGEX "^#define QH_MSG_CONTENT_TYPE ")
@@ -19,7 +19,7 @@ if(NOT QH_PLUGIN_FACTORY_UUID MATCHES "^[0-9A-Fa-f-]+$")
 endif()
 
 # Only the top folder: src/plugin/shim is the stand-in for these frameworks.
-file(GLOB QH_PLUGIN_BUNDLE_SOURCES CONFIGURE_DEPENDS ${CMAKE_SOURCE_DIR}/src/plugin/*.cpp)
+file(GLOB QH_PLUGIN_BUNDLE_SOURCES CONFIGURE_DEPENDS ${PROJECT_SOURCE_DIR}/src/plugin/*.cpp)
 
 add_library(quillhaven_qlgenerator MODULE ${QH_PLUGIN_BUNDLE_SOURCES})
 target_compile_definitions(quillhaven_qlgenerator PRIVATE QH_PLUGIN_HOST_FRAMEWORKS=1)
@@ -29,12 +29,12 @@ target_link_libraries(quillhaven_qlgenerator PRIVATE
 
 set(QH_BUNDLE_IDENTIFIER "com.quillhaven.qlgenerator")
 set(QH_BUNDLE_VERSION "${PROJECT_VERSION}")
-configure_file(${CMAKE_SOURCE_DIR}/cmake/Info.plist.in ${CMAKE_BINARY_DIR}/qlgenerator/Info.plist @ONLY)
+configure_file(${PROJECT_SOURCE_DIR}/cmake/Info.plist.in ${PROJECT_BINARY_DIR}/qlgenerator/Info.plist @ONLY)
 
 set_target_properties(quillhaven_qlgenerator PROPERTIES
   BUNDLE TRUE
   BUNDLE_EXTENSION qlgenerator
   OUTPUT_NAME Quillhaven
-  MACOSX_BUNDLE_INFO_PLIST ${CMAKE_BINARY_DIR}/qlgenerator/Info.plist)
+  MACOSX_BUNDLE_INFO_PLIST ${PROJECT_BINARY_DIR}/qlgenerator/Info.plist)
 
 install(TARGETS quillhaven_qlgenerator LIBRARY DESTINATION Library/QuickLook)
