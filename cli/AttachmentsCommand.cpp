@@ -48,16 +48,11 @@ private:
 };
 
 int extract(const Arguments& arguments) {
-    LoadedMessage loaded = MessageSource::load(arguments.file, arguments.source, MessageSource::Want::dictionary);
-    if (loaded.failed()) {
-        Output::complain(loaded.problem);
-        return 2;
-    }
-    const qh::Dict* message = MessageSource::dictionary(loaded);
-    if (!message) {
-        Output::complain("no message in " + arguments.file);
-        return 0;
-    }
+    int exitCode = 0;
+    const std::optional<LoadedMessage> loaded =
+        MessageSource::loadMessage(arguments.file, arguments.source, 0, exitCode);
+    if (!loaded) return exitCode;
+    const qh::Dict* message = MessageSource::dictionary(*loaded);
     std::string problem;
     std::optional<qh::OutputFolder> folder = qh::OutputFolder::open(arguments.dir, problem);
     if (!folder) {

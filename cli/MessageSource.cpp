@@ -3,6 +3,7 @@
 #include <mutex>
 
 #include "Input.h"
+#include "Output.h"
 #include "readers/MessageReader.h"
 
 namespace qhcli {
@@ -65,6 +66,22 @@ LoadedMessage MessageSource::run(qh::ByteView data, const std::string& kind, con
 
 const qh::Dict* MessageSource::dictionary(const LoadedMessage& loaded) {
     return loaded.value ? loaded.value->dict() : nullptr;
+}
+
+std::optional<LoadedMessage> MessageSource::loadMessage(const std::string& path, const SourceOptions& options,
+                                                       int noMessageExit, int& exitCode) {
+    LoadedMessage loaded = load(path, options, Want::dictionary);
+    if (loaded.failed()) {
+        Output::complain(loaded.problem);
+        exitCode = 2;
+        return std::nullopt;
+    }
+    if (!dictionary(loaded)) {
+        Output::complain("no message in " + path);
+        exitCode = noMessageExit;
+        return std::nullopt;
+    }
+    return loaded;
 }
 
 }  // namespace qhcli

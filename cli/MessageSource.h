@@ -59,6 +59,12 @@ public:
 
     // The dictionary inside a loaded result, or null.
     static const qh::Dict* dictionary(const LoadedMessage& loaded);
+
+    // Loads `path` for a command that needs its message. None after saying
+    // why on standard error, with `exitCode` set: 2 when the file cannot be
+    // read, `noMessageExit` when it holds no message.
+    static std::optional<LoadedMessage> loadMessage(const std::string& path, const SourceOptions& options,
+                                                    int noMessageExit, int& exitCode);
 };
 
 }  // namespace qhcli

@@ -76,16 +76,11 @@ bool openInBrowser(const std::string& path) {
 }
 
 int view(const Arguments& arguments) {
-    LoadedMessage loaded = MessageSource::load(arguments.file, arguments.source, MessageSource::Want::dictionary);
-    if (loaded.failed()) {
-        Output::complain(loaded.problem);
-        return 2;
-    }
-    const qh::Dict* message = MessageSource::dictionary(loaded);
-    if (!message) {
-        Output::complain("no message in " + arguments.file);
-        return 1;
-    }
+    int exitCode = 0;
+    const std::optional<LoadedMessage> loaded =
+        MessageSource::loadMessage(arguments.file, arguments.source, 1, exitCode);
+    if (!loaded) return exitCode;
+    const qh::Dict* message = MessageSource::dictionary(*loaded);
     std::string document;
     if (arguments.text) {
         document = qh::HtmlView::text(*message);
