@@ -10,7 +10,7 @@
 #include <string_view>
 #include <vector>
 
-#include "core/Bytes.h"
+#include <quillhaven/Bytes.h>
 
 namespace qhbench {
 

@@ -10,7 +10,7 @@
 #include <iterator>
 #include <vector>
 
-#include "compound/Mole.h"
+#include <quillhaven/Mole.h>
 #include "core/Log.h"
 
 namespace {

@@ -10,7 +10,7 @@
 
 #include "BenchCorpus.h"
 
-#include "compound/Mole.h"
+#include <quillhaven/Mole.h>
 #include "richtext/RTFReader.h"
 #include "richtext/RTFWangers.h"
 

@@ -7,7 +7,7 @@
 
 #include "Commands.h"
 #include "Input.h"
-#include "compound/Mole.h"
+#include <quillhaven/Mole.h>
 
 namespace {
 

@@ -14,7 +14,7 @@
 #include "Output.h"
 #include "readers/MimeOutput.h"
 #include "util/SafeNames.h"
-#include "writers/MboxWriter.h"
+#include <quillhaven/MboxWriter.h>
 #include "writers/UniqueMessageIds.h"
 
 namespace qhcli {

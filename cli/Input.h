@@ -4,7 +4,7 @@
 #include <string>
 #include <string_view>
 
-#include "core/Bytes.h"
+#include <quillhaven/Bytes.h>
 
 namespace qhcli {
 

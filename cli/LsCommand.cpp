@@ -6,8 +6,8 @@
 
 #include "Commands.h"
 #include "Input.h"
-#include "compound/Mole.h"
-#include "core/MessageKeys.h"
+#include <quillhaven/Mole.h>
+#include <quillhaven/MessageKeys.h>
 
 namespace {
 

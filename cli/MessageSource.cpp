@@ -4,7 +4,7 @@
 
 #include "Input.h"
 #include "Output.h"
-#include "readers/MessageReader.h"
+#include <quillhaven/MessageReader.h>
 
 namespace qhcli {
 

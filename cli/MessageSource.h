@@ -7,8 +7,8 @@
 
 #include <CLI/CLI.hpp>
 
-#include "core/Reading.h"
-#include "core/Value.h"
+#include <quillhaven/Reading.h>
+#include <quillhaven/Value.h>
 
 namespace qhcli {
 

@@ -13,7 +13,7 @@
 #include "Commands.h"
 #include "Input.h"
 #include "Output.h"
-#include "core/Value.h"
+#include <quillhaven/Value.h>
 #include "plugin/PluginIDs.h"
 #include "plugin/shim/ShimHost.h"
 

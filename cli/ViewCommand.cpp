@@ -14,7 +14,7 @@
 #include "Commands.h"
 #include "MessageSource.h"
 #include "Output.h"
-#include "writers/HtmlView.h"
+#include <quillhaven/HtmlView.h>
 
 extern char** environ;
 

@@ -8,10 +8,10 @@
 #include <cstdlib>
 
 #include "../tests/support/MimeShape.h"
-#include "core/Reading.h"
-#include "readers/MessageReader.h"
-#include "writers/MimeWriter.h"
-#include "writers/WriteEML.h"
+#include <quillhaven/Reading.h>
+#include <quillhaven/MessageReader.h>
+#include <quillhaven/MimeWriter.h>
+#include <quillhaven/WriteEML.h>
 
 namespace qhfuzz {
 

@@ -6,7 +6,7 @@
 #include <string>
 #include <vector>
 
-#include "compound/Mole.h"
+#include <quillhaven/Mole.h>
 #include "core/Log.h"
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {

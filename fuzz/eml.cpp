@@ -4,9 +4,9 @@
 #include <cstddef>
 #include <cstdint>
 
-#include "core/Reading.h"
+#include <quillhaven/Reading.h>
 #include "readers/mime/ReadEML.h"
-#include "writers/WriteEML.h"
+#include <quillhaven/WriteEML.h>
 #include "WriteBoth.h"
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {

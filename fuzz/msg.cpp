@@ -7,7 +7,7 @@
 
 #include "core/Log.h"
 #include "readers/msg/ReadMSG.h"
-#include "writers/WriteEML.h"
+#include <quillhaven/WriteEML.h>
 #include "WriteBoth.h"
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {

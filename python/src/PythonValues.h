@@ -5,7 +5,7 @@
 // arrays as lists, dictionaries as dicts in key order, null as None.
 #include <pybind11/pybind11.h>
 
-#include "core/Value.h"
+#include <quillhaven/Value.h>
 
 namespace qhpy {
 

@@ -18,12 +18,12 @@
 #endif
 
 #include "PythonValues.h"
-#include "core/Bytes.h"
-#include "core/MessageKeys.h"
-#include "core/Reading.h"
+#include <quillhaven/Bytes.h>
+#include <quillhaven/MessageKeys.h>
+#include <quillhaven/Reading.h>
 #include "plugin/MsgMetaData.h"
 #include "readers/AttachmentFiles.h"
-#include "readers/MessageReader.h"
+#include <quillhaven/MessageReader.h>
 #include "readers/MimeOutput.h"
 #include "util/SafeNames.h"
 #include "writers/UniqueMessageIds.h"

@@ -5,7 +5,7 @@
 #include <string_view>
 #include <vector>
 
-#include "core/Bytes.h"
+#include <quillhaven/Bytes.h>
 
 namespace qh {
 

@@ -11,7 +11,7 @@
 #include "compound/DirectoryTree.h"
 #include "compound/Header.h"
 #include "compound/SectorAllocTable.h"
-#include "core/Bytes.h"
+#include <quillhaven/Bytes.h>
 
 namespace qh {
 

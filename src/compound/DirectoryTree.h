@@ -10,7 +10,7 @@
 #include <vector>
 
 #include "compound/DirectoryEntry.h"
-#include "core/Bytes.h"
+#include <quillhaven/Bytes.h>
 
 namespace qh {
 

@@ -3,7 +3,7 @@
 #include <array>
 #include <cstdint>
 
-#include "core/Bytes.h"
+#include <quillhaven/Bytes.h>
 
 namespace qh {
 

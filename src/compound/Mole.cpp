@@ -1,4 +1,4 @@
-#include "compound/Mole.h"
+#include <quillhaven/Mole.h>
 
 #include <algorithm>
 #include <map>
@@ -10,7 +10,7 @@
 #include "compound/Stream.h"
 #include "compound/StreamHandler.h"
 #include "core/Log.h"
-#include "core/MessageKeys.h"
+#include <quillhaven/MessageKeys.h>
 
 namespace qh {
 

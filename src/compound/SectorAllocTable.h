@@ -4,7 +4,7 @@
 #include <cstdint>
 #include <vector>
 
-#include "core/Bytes.h"
+#include <quillhaven/Bytes.h>
 
 namespace qh {
 

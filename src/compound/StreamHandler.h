@@ -5,7 +5,7 @@
 #include <vector>
 
 #include "compound/DirectoryEntry.h"
-#include "core/Bytes.h"
+#include <quillhaven/Bytes.h>
 
 namespace qh {
 

@@ -3,7 +3,7 @@
 // the mail code (util/Base64Codec.h, DataWangers) and the JSON encoding call it.
 #include <string>
 
-#include "core/Bytes.h"
+#include <quillhaven/Bytes.h>
 
 namespace qh {
 

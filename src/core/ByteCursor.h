@@ -11,7 +11,7 @@
 #include <cstring>  // kept for the files that came to rely on it through this header
 #include <limits>
 
-#include "core/Bytes.h"
+#include <quillhaven/Bytes.h>
 
 namespace qh {
 

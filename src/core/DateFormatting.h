@@ -12,7 +12,7 @@
 #include <string>
 #include <string_view>
 
-#include "core/Value.h"
+#include <quillhaven/Value.h>
 
 namespace qh {
 

@@ -9,7 +9,7 @@
 #include <nlohmann/json.hpp>
 
 #include "core/Base64.h"
-#include "core/Value.h"
+#include <quillhaven/Value.h>
 
 namespace qh {
 

@@ -1,4 +1,4 @@
-#include "core/Value.h"
+#include <quillhaven/Value.h>
 
 #include <cmath>
 

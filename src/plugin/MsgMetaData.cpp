@@ -1,6 +1,6 @@
 #include "plugin/MsgMetaData.h"
 
-#include "compound/Mole.h"
+#include <quillhaven/Mole.h>
 #include "core/TextEncoding.h"
 #include "richtext/RTFWangers.h"
 

@@ -4,7 +4,7 @@
 #include <string>
 #include <variant>
 
-#include "core/Bytes.h"
+#include <quillhaven/Bytes.h>
 
 namespace qh {
 

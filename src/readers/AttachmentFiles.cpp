@@ -7,8 +7,8 @@
 #include <string>
 #include <vector>
 
-#include "core/MessageKeys.h"
-#include "readers/MessageReader.h"
+#include <quillhaven/MessageKeys.h>
+#include <quillhaven/MessageReader.h>
 #include "writers/MessageItems.h"
 
 namespace qh {

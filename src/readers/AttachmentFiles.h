@@ -7,9 +7,9 @@
 #include <functional>
 #include <string_view>
 
-#include "core/Bytes.h"
-#include "core/Reading.h"
-#include "core/Value.h"
+#include <quillhaven/Bytes.h>
+#include <quillhaven/Reading.h>
+#include <quillhaven/Value.h>
 
 namespace qh {
 

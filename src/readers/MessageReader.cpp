@@ -1,4 +1,4 @@
-#include "readers/MessageReader.h"
+#include <quillhaven/MessageReader.h>
 
 #include <algorithm>
 #include <iterator>

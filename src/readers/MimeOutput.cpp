@@ -1,8 +1,8 @@
 #include "readers/MimeOutput.h"
 
-#include "readers/MessageReader.h"
-#include "writers/MimeWriter.h"
-#include "writers/WriteEML.h"
+#include <quillhaven/MessageReader.h>
+#include <quillhaven/MimeWriter.h>
+#include <quillhaven/WriteEML.h>
 
 namespace qh {
 

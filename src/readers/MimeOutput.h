@@ -5,8 +5,8 @@
 #include <optional>
 #include <string>
 
-#include "core/Reading.h"
-#include "core/Value.h"
+#include <quillhaven/Reading.h>
+#include <quillhaven/Value.h>
 
 namespace qh {
 

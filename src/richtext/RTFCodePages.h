@@ -7,7 +7,7 @@
 #include <utility>
 #include <vector>
 
-#include "core/Bytes.h"
+#include <quillhaven/Bytes.h>
 
 struct UConverter;
 

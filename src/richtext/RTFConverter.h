@@ -12,7 +12,7 @@
 #include <unordered_map>
 #include <vector>
 
-#include "core/Bytes.h"
+#include <quillhaven/Bytes.h>
 #include "richtext/RTFCodePages.h"
 #include "richtext/RTFTokenizer.h"
 

@@ -6,7 +6,7 @@
 #include <optional>
 #include <string>
 
-#include "core/Bytes.h"
+#include <quillhaven/Bytes.h>
 
 namespace qh {
 

@@ -7,7 +7,7 @@
 #include <cstdint>
 #include <optional>
 
-#include "core/Bytes.h"
+#include <quillhaven/Bytes.h>
 
 namespace qh {
 

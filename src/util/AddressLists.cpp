@@ -5,7 +5,7 @@
 #include <vector>
 
 #include "core/Log.h"
-#include "core/MessageKeys.h"
+#include <quillhaven/MessageKeys.h>
 #include "core/SystemInfo.h"
 #include "core/TextEncoding.h"
 #include "util/StringWangers.h"

@@ -7,8 +7,8 @@
 #include <utility>
 #include <vector>
 
-#include "core/Bytes.h"
-#include "core/Value.h"
+#include <quillhaven/Bytes.h>
+#include <quillhaven/Value.h>
 
 namespace qh {
 

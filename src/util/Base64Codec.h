@@ -8,7 +8,7 @@
 #include <string>
 #include <string_view>
 
-#include "core/Bytes.h"
+#include <quillhaven/Bytes.h>
 
 namespace qh {
 

@@ -3,7 +3,7 @@
 #include <cstdint>
 #include <string>
 
-#include "core/Bytes.h"
+#include <quillhaven/Bytes.h>
 
 namespace qh {
 

@@ -4,7 +4,7 @@
 // integer in the system is little-endian.
 #include <cstdint>
 
-#include "core/Bytes.h"
+#include <quillhaven/Bytes.h>
 
 namespace qh {
 

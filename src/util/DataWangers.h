@@ -7,9 +7,9 @@
 #include <string>
 #include <string_view>
 
-#include "core/Bytes.h"
+#include <quillhaven/Bytes.h>
 #include "core/TextEncoding.h"
-#include "core/Value.h"
+#include <quillhaven/Value.h>
 
 namespace qh {
 

@@ -6,7 +6,7 @@
 #include <string>
 #include <string_view>
 
-#include "core/Bytes.h"
+#include <quillhaven/Bytes.h>
 
 namespace qh {
 

@@ -2,7 +2,7 @@
 // RFC 2045 content transfer encodings, decoded to the bytes that were sent.
 #include <string_view>
 
-#include "core/Bytes.h"
+#include <quillhaven/Bytes.h>
 
 namespace qh::rfc2045 {
 

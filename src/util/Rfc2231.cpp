@@ -3,7 +3,7 @@
 #include <algorithm>
 #include <map>
 
-#include "core/Bytes.h"
+#include <quillhaven/Bytes.h>
 #include "util/Ascii.h"
 #include "util/MimeCharset.h"
 #include "util/Rfc2047.h"

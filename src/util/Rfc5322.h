@@ -8,7 +8,7 @@
 #include <string_view>
 #include <vector>
 
-#include "core/Value.h"
+#include <quillhaven/Value.h>
 
 namespace qh::rfc5322 {
 

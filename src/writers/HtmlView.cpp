@@ -1,4 +1,4 @@
-#include "writers/HtmlView.h"
+#include <quillhaven/HtmlView.h>
 
 #include <algorithm>
 #include <array>
@@ -7,8 +7,8 @@
 
 #include "core/Base64.h"
 #include "core/DateFormatting.h"
-#include "core/ItemKeys.h"
-#include "core/MessageKeys.h"
+#include <quillhaven/ItemKeys.h>
+#include <quillhaven/MessageKeys.h>
 #include "core/Regex.h"
 #include "core/TextEncoding.h"
 #include "richtext/RTFReader.h"

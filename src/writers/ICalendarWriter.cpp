@@ -1,11 +1,11 @@
-#include "writers/ICalendarWriter.h"
+#include <quillhaven/ICalendarWriter.h>
 
 #include <cmath>
 #include <cstdio>
 #include <ctime>
 
-#include "core/ItemKeys.h"
-#include "core/MessageKeys.h"
+#include <quillhaven/ItemKeys.h>
+#include <quillhaven/MessageKeys.h>
 #include "core/TextEncoding.h"
 
 namespace qh {

@@ -1,6 +1,6 @@
 #include "writers/MailFormatters.h"
 
-#include "core/MessageKeys.h"
+#include <quillhaven/MessageKeys.h>
 #include "core/SystemInfo.h"
 #include "core/TextEncoding.h"
 #include "richtext/RTFReader.h"

@@ -1,10 +1,10 @@
-#include "writers/MboxWriter.h"
+#include <quillhaven/MboxWriter.h>
 
 #include <cmath>
 #include <cstdio>
 
 #include "core/DateFormatting.h"
-#include "core/MessageKeys.h"
+#include <quillhaven/MessageKeys.h>
 #include "writers/Format.h"
 #include "writers/MimeEncoding.h"
 

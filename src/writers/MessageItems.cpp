@@ -4,7 +4,7 @@
 #include <string>
 #include <string_view>
 
-#include "core/MessageKeys.h"
+#include <quillhaven/MessageKeys.h>
 
 namespace qh::items {
 

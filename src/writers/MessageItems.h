@@ -4,8 +4,8 @@
 #include <cstddef>
 #include <optional>
 
-#include "core/Bytes.h"
-#include "core/Value.h"
+#include <quillhaven/Bytes.h>
+#include <quillhaven/Value.h>
 
 namespace qh::items {
 

@@ -1,11 +1,11 @@
-#include "writers/MimeWriter.h"
+#include <quillhaven/MimeWriter.h>
 
 #include <algorithm>
 #include <cctype>
 #include <cmath>
 #include <unordered_set>
 
-#include "core/MessageKeys.h"
+#include <quillhaven/MessageKeys.h>
 #include "core/TextEncoding.h"
 #include "core/Uuid.h"
 #include "richtext/RTFReader.h"
@@ -13,9 +13,9 @@
 #include "util/MediaTypes.h"
 #include "util/Rfc5322.h"
 #include "writers/Format.h"
-#include "writers/ICalendarWriter.h"
+#include <quillhaven/ICalendarWriter.h>
 #include "writers/MimeEncoding.h"
-#include "writers/VCardWriter.h"
+#include <quillhaven/VCardWriter.h>
 
 namespace qh {
 

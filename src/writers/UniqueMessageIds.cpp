@@ -1,6 +1,6 @@
 #include "writers/UniqueMessageIds.h"
 
-#include "writers/MimeWriter.h"
+#include <quillhaven/MimeWriter.h>
 
 namespace qh {
 

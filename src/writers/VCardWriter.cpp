@@ -1,9 +1,9 @@
-#include "writers/VCardWriter.h"
+#include <quillhaven/VCardWriter.h>
 
-#include "core/ItemKeys.h"
-#include "core/MessageKeys.h"
+#include <quillhaven/ItemKeys.h>
+#include <quillhaven/MessageKeys.h>
 #include "core/TextEncoding.h"
-#include "writers/ICalendarWriter.h"
+#include <quillhaven/ICalendarWriter.h>
 
 namespace qh {
 

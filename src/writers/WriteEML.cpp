@@ -1,12 +1,12 @@
-#include "writers/WriteEML.h"
+#include <quillhaven/WriteEML.h>
 
 #include "core/DateFormatting.h"
-#include "core/MessageKeys.h"
+#include <quillhaven/MessageKeys.h>
 #include "core/TextEncoding.h"
 #include "util/StringWangers.h"
-#include "writers/ICalendarWriter.h"
+#include <quillhaven/ICalendarWriter.h>
 #include "writers/MailFormatters.h"
-#include "writers/VCardWriter.h"
+#include <quillhaven/VCardWriter.h>
 
 namespace qh {
 

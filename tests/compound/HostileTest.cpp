@@ -5,7 +5,7 @@
 #include <set>
 
 #include "compound/Format.h"
-#include "compound/Mole.h"
+#include <quillhaven/Mole.h>
 #include "core/Log.h"
 #include "support/CompoundWriter.h"
 

@@ -2,7 +2,7 @@
 // padding, the small/big threshold, paths, the walks and their kept quirks.
 #include <gtest/gtest.h>
 
-#include "compound/Mole.h"
+#include <quillhaven/Mole.h>
 #include "core/Log.h"
 #include "support/CompoundWriter.h"
 

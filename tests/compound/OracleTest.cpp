@@ -10,7 +10,7 @@
 #include <fstream>
 #include <map>
 
-#include "compound/Mole.h"
+#include <quillhaven/Mole.h>
 #include "support/CompoundWriter.h"
 #include "support/Corpus.h"
 

@@ -7,7 +7,7 @@
 #include <filesystem>
 #include <fstream>
 
-#include "compound/Mole.h"
+#include <quillhaven/Mole.h>
 #include "support/CompoundWriter.h"
 #include "support/Corpus.h"
 

@@ -6,7 +6,7 @@
 #include "compound/CompoundDocumentIO.h"
 #include "compound/DirectoryTree.h"
 #include "compound/Header.h"
-#include "compound/Mole.h"
+#include <quillhaven/Mole.h>
 #include "compound/SectorAllocTable.h"
 #include "support/CompoundWriter.h"
 

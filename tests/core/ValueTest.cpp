@@ -1,4 +1,4 @@
-#include "core/Value.h"
+#include <quillhaven/Value.h>
 
 #include <gtest/gtest.h>
 
@@ -9,7 +9,7 @@
 #include "core/ByteCursor.h"
 #include "core/Log.h"
 #include "core/Messages.h"
-#include "readers/MessageReader.h"
+#include <quillhaven/MessageReader.h>
 #include "support/Corpus.h"
 
 using namespace qh;

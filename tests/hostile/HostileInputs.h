@@ -6,7 +6,7 @@
 #include <string>
 #include <vector>
 
-#include "core/Bytes.h"
+#include <quillhaven/Bytes.h>
 
 namespace qhtest {
 

@@ -16,16 +16,16 @@
 #include <set>
 #include <sstream>
 
-#include "compound/Mole.h"
+#include <quillhaven/Mole.h>
 #include "core/Log.h"
 #include "hostile/HostileInputs.h"
 #include "plugin/MsgMetaData.h"
-#include "readers/MessageReader.h"
+#include <quillhaven/MessageReader.h>
 #include "richtext/RTFReader.h"
 #include "richtext/RTFWangers.h"
 #include "support/Corpus.h"
-#include "writers/MimeWriter.h"
-#include "writers/WriteEML.h"
+#include <quillhaven/MimeWriter.h>
+#include <quillhaven/WriteEML.h>
 
 namespace {
 

@@ -20,9 +20,9 @@
 #include <nlohmann/json.hpp>
 
 #include "core/Base64.h"
-#include "core/Value.h"
+#include <quillhaven/Value.h>
 #include "readers/mime/ReadEML.h"
-#include "writers/MimeWriter.h"
+#include <quillhaven/MimeWriter.h>
 #include "util/DataWangers.h"
 #include "support/Corpus.h"
 

@@ -11,7 +11,7 @@
 #include <vector>
 
 #include "core/DateFormatting.h"
-#include "core/Value.h"
+#include <quillhaven/Value.h>
 #include "util/MediaTypes.h"
 #include "util/MimeCharset.h"
 #include "util/Rfc2045.h"

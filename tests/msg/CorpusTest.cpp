@@ -11,14 +11,14 @@
 #include <map>
 #include <nlohmann/json.hpp>
 
-#include "core/ItemKeys.h"
+#include <quillhaven/ItemKeys.h>
 #include "core/Log.h"
 #include "core/Messages.h"
-#include "core/Reading.h"
+#include <quillhaven/Reading.h>
 #include "readers/msg/ReadMSG.h"
 #include "support/Corpus.h"
 #include "util/StringWangers.h"
-#include "writers/WriteEML.h"
+#include <quillhaven/WriteEML.h>
 
 namespace {
 

@@ -5,10 +5,10 @@
 
 #include <sstream>
 
-#include "core/ItemKeys.h"
+#include <quillhaven/ItemKeys.h>
 #include "readers/msg/Recurrence.h"
-#include "writers/ICalendarWriter.h"
-#include "writers/VCardWriter.h"
+#include <quillhaven/ICalendarWriter.h>
+#include <quillhaven/VCardWriter.h>
 
 namespace {
 

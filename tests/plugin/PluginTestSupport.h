@@ -6,7 +6,7 @@
 #include <utility>
 #include <vector>
 
-#include "core/Bytes.h"
+#include <quillhaven/Bytes.h>
 #include "plugin/MsgMetaData.h"
 
 namespace qhtest {

@@ -6,7 +6,7 @@
 
 #include <gtest/gtest.h>
 
-#include "compound/Mole.h"
+#include <quillhaven/Mole.h>
 #include "core/TextEncoding.h"
 #include "richtext/RTFReader.h"
 #include "richtext/RTFWangers.h"

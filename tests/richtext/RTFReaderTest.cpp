@@ -4,7 +4,7 @@
 
 #include <gtest/gtest.h>
 
-#include "core/Bytes.h"
+#include <quillhaven/Bytes.h>
 #include "richtext/RTFReader.h"
 
 namespace {

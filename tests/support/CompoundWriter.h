@@ -24,7 +24,7 @@
 #include <string_view>
 #include <vector>
 
-#include "core/Bytes.h"
+#include <quillhaven/Bytes.h>
 
 namespace qhtest {
 

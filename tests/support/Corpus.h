@@ -7,7 +7,7 @@
 
 #include <gtest/gtest.h>
 
-#include "core/Bytes.h"
+#include <quillhaven/Bytes.h>
 
 namespace qhtest {
 

@@ -6,7 +6,7 @@
 #include <cstdint>
 #include <string_view>
 
-#include "core/Bytes.h"
+#include <quillhaven/Bytes.h>
 
 namespace qhtest {
 

@@ -14,7 +14,7 @@
 #include <string_view>
 #include <vector>
 
-#include "core/Bytes.h"
+#include <quillhaven/Bytes.h>
 
 namespace qhtest {
 

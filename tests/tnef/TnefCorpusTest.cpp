@@ -16,7 +16,7 @@
 #include <gtest/gtest.h>
 
 #include "core/Log.h"
-#include "core/MessageKeys.h"
+#include <quillhaven/MessageKeys.h>
 #include "core/TextEncoding.h"
 #include "readers/mime/ReadEML.h"
 #include "readers/tnef/ReadTNEF.h"

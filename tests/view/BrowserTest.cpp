@@ -20,9 +20,9 @@
 #include <gtest/gtest.h>
 
 #include "ViewFixtures.h"
-#include "core/MessageKeys.h"
+#include <quillhaven/MessageKeys.h>
 #include "core/TextEncoding.h"
-#include "readers/MessageReader.h"
+#include <quillhaven/MessageReader.h>
 #include "support/Corpus.h"
 #include "util/HtmlSanitizer.h"
 

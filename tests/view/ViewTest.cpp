@@ -8,11 +8,11 @@
 #include <gtest/gtest.h>
 
 #include "ViewFixtures.h"
-#include "core/MessageKeys.h"
+#include <quillhaven/MessageKeys.h>
 #include "richtext/RTFReader.h"
 #include "support/Corpus.h"
 #include "support/EnvironmentGuard.h"
-#include "writers/HtmlView.h"
+#include <quillhaven/HtmlView.h>
 
 namespace {
 

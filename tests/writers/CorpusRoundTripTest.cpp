@@ -20,14 +20,14 @@
 #include <nlohmann/json.hpp>
 
 #include "core/Base64.h"
-#include "core/MessageKeys.h"
+#include <quillhaven/MessageKeys.h>
 #include "core/TextEncoding.h"
-#include "readers/MessageReader.h"
+#include <quillhaven/MessageReader.h>
 #include "richtext/RTFReader.h"
 #include "support/Corpus.h"
 #include "support/MimeShape.h"
 #include "writers/MimeEncoding.h"
-#include "writers/MimeWriter.h"
+#include <quillhaven/MimeWriter.h>
 
 namespace {
 

@@ -7,13 +7,13 @@
 
 #include "core/Base64.h"
 #include "core/TextEncoding.h"
-#include "core/Value.h"
+#include <quillhaven/Value.h>
 #include "util/Base64Codec.h"
 #include "support/MimeShape.h"
-#include "writers/MboxWriter.h"
+#include <quillhaven/MboxWriter.h>
 #include "util/Rfc2045.h"
 #include "writers/MimeEncoding.h"
-#include "writers/MimeWriter.h"
+#include <quillhaven/MimeWriter.h>
 
 namespace {
 

@@ -7,9 +7,9 @@
 #include <gtest/gtest.h>
 
 #include "core/SystemInfo.h"
-#include "core/Value.h"
+#include <quillhaven/Value.h>
 #include "writers/MailFormatters.h"
-#include "writers/WriteEML.h"
+#include <quillhaven/WriteEML.h>
 
 namespace {
 

@@ -12,7 +12,7 @@
 #include <optional>
 #include <string>
 
-#include "core/Bytes.h"
+#include <quillhaven/Bytes.h>
 
 #define CFRetain qhshim_CFRetain
 #define CFRelease qhshim_CFRelease

@@ -11,8 +11,8 @@
 #include <string_view>
 #include <vector>
 
-#include "core/Bytes.h"
-#include "core/Value.h"
+#include <quillhaven/Bytes.h>
+#include <quillhaven/Value.h>
 #include "readers/mime/MimeRules.h"
 
 namespace qh {

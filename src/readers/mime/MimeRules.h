@@ -2,7 +2,7 @@
 // Where the classic and the complete reading of an Internet message part ways:
 // every difference is one rule here, and the MIME parser and the EML reader
 // ask the rule instead of the reading. docs/readings.md lists them side by side.
-#include "core/Reading.h"
+#include <quillhaven/Reading.h>
 
 namespace qh {
 

@@ -8,7 +8,7 @@
 
 #include "core/Base64.h"
 #include "core/Log.h"
-#include "core/MessageKeys.h"
+#include <quillhaven/MessageKeys.h>
 #include "core/TextEncoding.h"
 #include "readers/mime/MIMEReader.h"
 #include "readers/mime/MIMEText.h"

@@ -9,9 +9,9 @@
 #include <string>
 #include <string_view>
 
-#include "core/Bytes.h"
-#include "core/Reading.h"
-#include "core/Value.h"
+#include <quillhaven/Bytes.h>
+#include <quillhaven/Reading.h>
+#include <quillhaven/Value.h>
 #include "readers/mime/MimeRules.h"
 
 namespace qh {

@@ -2,7 +2,7 @@
 
 #include <cctype>
 
-#include "core/ItemKeys.h"
+#include <quillhaven/ItemKeys.h>
 #include "core/TextEncoding.h"
 #include "readers/msg/Format.h"
 #include "readers/msg/ItemProperties.h"

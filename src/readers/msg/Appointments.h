@@ -1,7 +1,7 @@
 #pragma once
-// The appointment keys (core/ItemKeys.h) of an "IPM.Appointment" item, from
+// The appointment keys (quillhaven/ItemKeys.h) of an "IPM.Appointment" item, from
 // the named properties of the appointment, common and meeting property sets.
-#include "core/Value.h"
+#include <quillhaven/Value.h>
 #include "readers/msg/MsgText.h"
 
 namespace qh {

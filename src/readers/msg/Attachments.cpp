@@ -5,7 +5,7 @@
 #include <string>
 
 #include "core/Log.h"
-#include "core/MessageKeys.h"
+#include <quillhaven/MessageKeys.h>
 #include "core/Messages.h"
 #include "core/TextEncoding.h"
 #include "readers/msg/Format.h"
@@ -16,8 +16,8 @@
 #include "util/DataWangers.h"
 #include "util/StringWangers.h"
 #include "writers/MessageItems.h"
-#include "writers/MimeWriter.h"
-#include "writers/WriteEML.h"
+#include <quillhaven/MimeWriter.h>
+#include <quillhaven/WriteEML.h>
 
 namespace qh {
 

@@ -4,7 +4,7 @@
 // text by the writers. Also the voice-note item.
 #include <optional>
 
-#include "core/Value.h"
+#include <quillhaven/Value.h>
 #include "readers/msg/MsgText.h"
 #include "readers/msg/ReadBudget.h"
 

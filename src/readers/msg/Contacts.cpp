@@ -1,6 +1,6 @@
 #include "readers/msg/Contacts.h"
 
-#include "core/ItemKeys.h"
+#include <quillhaven/ItemKeys.h>
 #include "readers/msg/Format.h"
 #include "readers/msg/ItemProperties.h"
 

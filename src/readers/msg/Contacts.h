@@ -1,7 +1,7 @@
 #pragma once
-// The contact keys (core/ItemKeys.h) of an "IPM.Contact" item, from its MAPI
+// The contact keys (quillhaven/ItemKeys.h) of an "IPM.Contact" item, from its MAPI
 // properties and the named properties of the address property set.
-#include "core/Value.h"
+#include <quillhaven/Value.h>
 #include "readers/msg/MsgText.h"
 
 namespace qh {

@@ -6,7 +6,7 @@
 #include <optional>
 #include <string>
 
-#include "core/Value.h"
+#include <quillhaven/Value.h>
 #include "readers/msg/Format.h"
 #include "readers/msg/MsgText.h"
 #include "readers/msg/NamedProperties.h"

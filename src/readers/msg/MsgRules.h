@@ -3,7 +3,7 @@
 // departure, asked by the one path of the MSG reader (ReadMSG, property
 // access, recipients, attachments, transport header). docs/readings.md lists
 // them beside the other readers' rules.
-#include "core/Reading.h"
+#include <quillhaven/Reading.h>
 
 namespace qh {
 

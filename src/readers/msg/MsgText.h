@@ -8,13 +8,13 @@
 #include <string>
 #include <string_view>
 
-#include "core/Value.h"
+#include <quillhaven/Value.h>
 #include "readers/msg/MsgRules.h"
 #include "readers/msg/PropertyAccess.h"
 
 namespace qh {
 
-// Sets a dictionary key named in core/MessageKeys.h.
+// Sets a dictionary key named in quillhaven/MessageKeys.h.
 inline void setKey(Dict& dictionary, std::string_view key, Value value) {
     dictionary.set(std::string(key), std::move(value));
 }

@@ -9,7 +9,7 @@
 #include <string>
 #include <vector>
 
-#include "core/Value.h"
+#include <quillhaven/Value.h>
 #include "readers/msg/Format.h"
 
 namespace qh {

@@ -9,7 +9,7 @@
 #include <string>
 #include <string_view>
 
-#include "core/Value.h"
+#include <quillhaven/Value.h>
 
 namespace qh {
 

@@ -3,9 +3,9 @@
 #include <algorithm>
 #include <exception>
 
-#include "compound/Mole.h"
+#include <quillhaven/Mole.h>
 #include "core/Log.h"
-#include "core/MessageKeys.h"
+#include <quillhaven/MessageKeys.h>
 #include "core/Messages.h"
 #include "core/TextEncoding.h"
 #include "readers/msg/Appointments.h"

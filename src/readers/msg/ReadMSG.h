@@ -2,7 +2,7 @@
 // The MSG reader: an Outlook message file (MS-OXMSG compound document) turned
 // into the message dictionary at creation, in the classic reading (the
 // default) or the complete one (MsgRules lists where they differ; most callers
-// go through readers/MessageReader.h). The class operations of property
+// go through quillhaven/MessageReader.h). The class operations of property
 // access, named properties, recipients, attachments, contacts and
 // appointments live in their own classes; ReadMSG is their front.
 #include <cstdint>
@@ -11,8 +11,8 @@
 #include <string>
 #include <string_view>
 
-#include "core/Reading.h"
-#include "core/Value.h"
+#include <quillhaven/Reading.h>
+#include <quillhaven/Value.h>
 #include "readers/msg/MsgRules.h"
 #include "readers/msg/MsgText.h"
 #include "readers/msg/NamedProperties.h"
@@ -85,7 +85,7 @@ public:
     static Array getAttachmentsForMessage(const Dict& root, MsgReadBudget& budget, const MsgText& text);
     static Array retrieveVoiceNotesForMessage(const Dict& root);
     static std::optional<Blob> generateAttachedMessageData(const Dict& message);
-    // Contact and appointment keys (core/ItemKeys.h); `embedded` tells the
+    // Contact and appointment keys (quillhaven/ItemKeys.h); `embedded` tells the
     // size of the property stream's header (24 bytes instead of 32).
     static Dict buildContactsForMessage(const Dict& root, bool embedded = false);
     static Dict buildAppointmentForMessage(const Dict& root, bool embedded = false);

@@ -3,7 +3,7 @@
 // address records.
 #include <string_view>
 
-#include "core/Value.h"
+#include <quillhaven/Value.h>
 #include "readers/msg/MsgText.h"
 
 namespace qh {

@@ -4,7 +4,7 @@
 #include <optional>
 #include <string>
 
-#include "core/Bytes.h"
+#include <quillhaven/Bytes.h>
 
 namespace qh {
 

@@ -2,7 +2,7 @@
 
 #include <vector>
 
-#include "core/MessageKeys.h"
+#include <quillhaven/MessageKeys.h>
 #include "core/TextEncoding.h"
 #include "util/AddressLists.h"
 #include "util/WebWangers.h"

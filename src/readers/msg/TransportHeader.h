@@ -5,7 +5,7 @@
 #include <string>
 #include <string_view>
 
-#include "core/Value.h"
+#include <quillhaven/Value.h>
 #include "readers/msg/MsgRules.h"
 
 namespace qh {

@@ -4,7 +4,7 @@
 
 #include "core/ByteCursor.h"
 #include "core/Log.h"
-#include "core/MessageKeys.h"
+#include <quillhaven/MessageKeys.h>
 #include "core/TextEncoding.h"
 #include "readers/tnef/Attributes.h"
 #include "readers/tnef/TagScanner.h"

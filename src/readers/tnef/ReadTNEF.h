@@ -10,9 +10,9 @@
 #include <optional>
 #include <string_view>
 
-#include "core/Bytes.h"
-#include "core/Reading.h"
-#include "core/Value.h"
+#include <quillhaven/Bytes.h>
+#include <quillhaven/Reading.h>
+#include <quillhaven/Value.h>
 #include "readers/tnef/TNEFContent.h"
 
 namespace qh {

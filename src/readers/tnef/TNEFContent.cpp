@@ -4,7 +4,7 @@
 
 #include "core/DateFormatting.h"
 #include "core/Log.h"
-#include "core/MessageKeys.h"
+#include <quillhaven/MessageKeys.h>
 #include "core/Messages.h"
 #include "core/TextEncoding.h"
 #include "readers/msg/Attachments.h"
@@ -19,7 +19,7 @@
 #include "util/Rfc5322.h"
 #include "util/TimeWangers.h"
 #include "writers/MessageItems.h"
-#include "writers/MimeWriter.h"
+#include <quillhaven/MimeWriter.h>
 
 namespace qh {
 

@@ -3,8 +3,8 @@
 // message: subject, sender, recipients by type, dates, the three bodies, the
 // message id, and attachments grouped by their attachment record with their
 // data, name, MIME type and content id (an attached message converted to MIME).
-#include "core/Reading.h"
-#include "core/Value.h"
+#include <quillhaven/Reading.h>
+#include <quillhaven/Value.h>
 #include "readers/msg/ReadBudget.h"
 #include "readers/tnef/TNEFRecords.h"
 

@@ -4,7 +4,7 @@
 #include <cstring>
 
 #include "core/DateFormatting.h"
-#include "core/MessageKeys.h"
+#include <quillhaven/MessageKeys.h>
 #include "core/TextEncoding.h"
 #include "readers/tnef/Attributes.h"
 #include "readers/tnef/KnownProperties.h"

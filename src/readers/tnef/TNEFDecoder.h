@@ -6,8 +6,8 @@
 #include <memory>
 #include <optional>
 
-#include "core/Bytes.h"
-#include "core/Value.h"
+#include <quillhaven/Bytes.h>
+#include <quillhaven/Value.h>
 #include "readers/tnef/TNEFContent.h"
 #include "readers/tnef/TNEFRecords.h"
 

@@ -7,7 +7,7 @@
 #include <vector>
 
 #include "core/ByteCursor.h"
-#include "core/Bytes.h"
+#include <quillhaven/Bytes.h>
 #include "readers/tnef/TNEFRecords.h"
 
 namespace qh {

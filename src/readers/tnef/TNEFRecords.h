@@ -9,9 +9,9 @@
 #include <optional>
 #include <vector>
 
-#include "core/Blob.h"
+#include <quillhaven/Blob.h>
 #include "core/ByteCursor.h"
-#include "core/Bytes.h"
+#include <quillhaven/Bytes.h>
 #include "core/DateFormatting.h"
 #include "readers/tnef/TnefRules.h"
 

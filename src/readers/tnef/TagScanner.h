@@ -11,7 +11,7 @@
 #include <utility>
 #include <vector>
 
-#include "core/Bytes.h"
+#include <quillhaven/Bytes.h>
 
 namespace qh {
 

@@ -3,7 +3,7 @@
 // table, asked by the stream loop, the property decoder and the dictionary
 // builder. Each rule says what the classic reading does, who depends on it,
 // and why the complete reading departs. docs/readings.md lists them.
-#include "core/Reading.h"
+#include <quillhaven/Reading.h>
 
 namespace qh {
 

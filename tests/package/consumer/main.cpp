@@ -5,10 +5,10 @@
 #include <optional>
 #include <string_view>
 
-#include <compound/Mole.h>
-#include <core/MessageKeys.h>
-#include <readers/MessageReader.h>
-#include <writers/WriteEML.h>
+#include <quillhaven/Mole.h>
+#include <quillhaven/MessageKeys.h>
+#include <quillhaven/MessageReader.h>
+#include <quillhaven/WriteEML.h>
 
 int main() {
     constexpr std::string_view kMessage =
@@ -16,7 +16,8 @@ int main() {
         "Content-Type: text/plain; charset=utf-8\r\n\r\nThe body.\r\n";
     const qh::ByteView bytes = qh::asBytes(kMessage);
     if (qh::MessageReader::detectKind(bytes) != qh::MessageKind::eml) return 1;
-    const std::optional<qh::Dict> message = qh::MessageReader::read(bytes, qh::ReadOptions::complete());
+    const qh::MessageReader reader(qh::ReadOptions::complete());
+    const std::optional<qh::Dict> message = reader.read(bytes);
     if (!message) return 2;
     const std::string* subject = message->findString(qh::keys::kSubject);
     if (!subject || *subject != "Hello from outside") return 3;

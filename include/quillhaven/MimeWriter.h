@@ -19,8 +19,8 @@
 #include <string>
 #include <string_view>
 
-#include "core/Bytes.h"
-#include "core/Value.h"
+#include <quillhaven/Bytes.h>
+#include <quillhaven/Value.h>
 
 namespace qh {
 

@@ -20,7 +20,7 @@
 #include <variant>
 #include <vector>
 
-#include "core/Blob.h"
+#include <quillhaven/Blob.h>
 
 namespace qh {
 
@@ -38,7 +38,7 @@ public:
     using Entry = std::pair<std::string, Value>;
 
     Dict() = default;
-    // Keys by name (core/MessageKeys.h) or as text.
+    // Keys by name (quillhaven/MessageKeys.h) or as text.
     Dict(std::initializer_list<std::pair<std::string_view, Value>> entries);
 
     // Replaces the value of an existing key in place (keeping its position) or appends.

@@ -6,9 +6,9 @@
 #include <optional>
 #include <string_view>
 
-#include "core/Bytes.h"
-#include "core/Reading.h"
-#include "core/Value.h"
+#include <quillhaven/Bytes.h>
+#include <quillhaven/Reading.h>
+#include <quillhaven/Value.h>
 
 namespace qh {
 
@@ -16,6 +16,14 @@ enum class MessageKind { msg, eml, tnef };
 
 class MessageReader {
 public:
+    // A reader in the reading `options` chooses (classic unless told).
+    explicit MessageReader(const ReadOptions& options = ReadOptions{}) : options_(options) {}
+    // The message dictionary of `data`, of the kind its first bytes tell, or
+    // none; its short summary, or none.
+    std::optional<Dict> read(ByteView data) const { return read(data, detectKind(data), options_); }
+    std::optional<Dict> summary(ByteView data) const { return summary(data, detectKind(data), options_); }
+    const ReadOptions& options() const { return options_; }
+
     // The kind told by the first bytes: a compound document is "msg", the
     // TNEF signature "tnef", anything else "eml".
     static MessageKind detectKind(ByteView data);
@@ -30,6 +38,9 @@ public:
     }
     // The reader's short summary ({"Subject", "Body", "From"}), or none.
     static std::optional<Dict> summary(ByteView data, MessageKind kind, const ReadOptions& options);
+
+private:
+    ReadOptions options_;
 };
 
 }  // namespace qh

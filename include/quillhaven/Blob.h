@@ -4,7 +4,7 @@
 // dictionary and the writers without being copied again.
 #include <memory>
 
-#include "core/Bytes.h"
+#include <quillhaven/Bytes.h>
 
 namespace qh {
 

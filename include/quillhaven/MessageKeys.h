@@ -2,7 +2,7 @@
 // The keys of the message dictionary and of its address records and
 // attachment items, by name. Every reader fills, and every writer and command
 // reads, the dictionary through these. Contact and appointment keys are in
-// core/ItemKeys.h.
+// quillhaven/ItemKeys.h.
 //
 // Both readings use the same keys and value shapes; the complete reading may
 // add the keys marked "complete" (and fills "To", "CC", "BCC" by recipient

@@ -1,13 +1,13 @@
 #pragma once
 // iCalendar (RFC 5545) text of an appointment item: one VCALENDAR holding one
-// VEVENT, times in UTC, built from the appointment keys of core/ItemKeys.h and
+// VEVENT, times in UTC, built from the appointment keys of quillhaven/ItemKeys.h and
 // "Subject", "Body", "TimeStamp". Lines end in CR LF, are folded at 75 octets
 // (never inside a UTF-8 sequence) and text values escape backslash, comma,
 // semicolon and line breaks.
 #include <string>
 #include <string_view>
 
-#include "core/Value.h"
+#include <quillhaven/Value.h>
 
 namespace qh {
 

@@ -17,9 +17,9 @@
 #include <string_view>
 #include <vector>
 
-#include "core/Blob.h"
-#include "core/Bytes.h"
-#include "core/Value.h"
+#include <quillhaven/Blob.h>
+#include <quillhaven/Bytes.h>
+#include <quillhaven/Value.h>
 
 namespace qh {
 
