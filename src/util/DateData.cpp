@@ -5,32 +5,17 @@
 #include "core/DateFormatting.h"
 #include "core/TextEncoding.h"
 #include "util/DataWangers.h"
+#include "util/StringWangers.h"
 
 namespace qh {
-
-namespace {
-
-std::vector<std::u16string_view> split(std::u16string_view text, char16_t separator) {
-    std::vector<std::u16string_view> pieces;
-    std::size_t position = 0;
-    for (std::size_t found = text.find(separator); found != std::u16string_view::npos;
-         found = text.find(separator, position)) {
-        pieces.push_back(text.substr(position, found - position));
-        position = found + 1;
-    }
-    pieces.push_back(text.substr(position));
-    return pieces;
-}
-
-}  // namespace
 
 std::optional<std::string> formatSubmissionIdentifierDate(std::string_view identifier) {
     // The submission identifier looks like "c=US;a= ;p=Org;l=HOST-201231235959Z-123";
     // the fourth field's second-to-last "-" piece is YYMMDDhhmmss.
     const std::u16string units = TextEncoding::toUTF16(identifier);
-    std::vector<std::u16string_view> fields = split(units, u';');
+    std::vector<std::u16string_view> fields = splitAt<char16_t>(units, u';');
     if (fields.size() < 4) return std::nullopt;
-    std::vector<std::u16string_view> pieces = split(fields[3], u'-');
+    std::vector<std::u16string_view> pieces = splitAt(fields[3], u'-');
     if (pieces.size() < 3) return std::nullopt;
     std::u16string_view stamp = pieces[pieces.size() - 2];
     if (stamp.size() < 12) return std::nullopt;

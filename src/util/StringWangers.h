@@ -3,6 +3,7 @@
 #include <optional>
 #include <string>
 #include <string_view>
+#include <vector>
 
 #include <quillhaven/Bytes.h>
 
@@ -25,5 +26,19 @@ public:
     static std::optional<std::string> stringFromCString(ByteView bytes);
     static std::optional<std::string> stringFromCString(const char* text);
 };
+
+// The pieces of `text` between the separators, empty ones kept (n separators
+// give n + 1 pieces); views into `text`.
+template <class Char>
+std::vector<std::basic_string_view<Char>> splitAt(std::basic_string_view<Char> text, Char separator) {
+    std::vector<std::basic_string_view<Char>> pieces;
+    std::size_t position = 0;
+    for (std::size_t found = text.find(separator); found != text.npos; found = text.find(separator, position)) {
+        pieces.push_back(text.substr(position, found - position));
+        position = found + 1;
+    }
+    pieces.push_back(text.substr(position));
+    return pieces;
+}
 
 }  // namespace qh

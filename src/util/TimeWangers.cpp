@@ -9,6 +9,7 @@
 #include "core/DateFormatting.h"
 #include "core/TextEncoding.h"
 #include "util/DateData.h"
+#include "util/StringWangers.h"
 
 namespace qh {
 
@@ -37,17 +38,6 @@ std::int32_t leadingInt(std::string_view text) {
     return std::int32_t(value);
 }
 
-std::vector<std::string_view> split(std::string_view text, char separator) {
-    std::vector<std::string_view> pieces;
-    std::size_t position = 0;
-    for (std::size_t found = text.find(separator); found != std::string_view::npos;
-         found = text.find(separator, position)) {
-        pieces.push_back(text.substr(position, found - position));
-        position = found + 1;
-    }
-    pieces.push_back(text.substr(position));
-    return pieces;
-}
 
 std::string removeAll(std::string text, std::string_view what) {
     for (std::size_t found = text.find(what); found != std::string::npos; found = text.find(what, found))
@@ -120,7 +110,7 @@ std::optional<std::string> TimeWangers::create24HourStringFrom12Hour(std::string
     std::string upper = TextEncoding::uppercase(text);
     const bool pm = upper.find("PM") != std::string::npos;
     upper = removeAll(removeAll(std::move(upper), "PM"), "AM");
-    std::vector<std::string_view> pieces = split(upper, ':');
+    std::vector<std::string_view> pieces = splitAt<char>(upper, ':');
     if (pieces.size() < 2) return std::nullopt;
     const std::int64_t h = leadingInt(pieces[0]), m = leadingInt(pieces[1]);
     const std::int64_t base = h == 12 ? (pm ? 12 : 0) : h;
@@ -134,7 +124,7 @@ std::optional<std::string> TimeWangers::create24HourStringFrom12Hour(std::string
 }
 
 std::optional<std::string> TimeWangers::create12HourStringFrom24Hour(std::string_view text) {
-    std::vector<std::string_view> pieces = split(text, ':');
+    std::vector<std::string_view> pieces = splitAt<char>(text, ':');
     if (pieces.size() < 2) return std::nullopt;
     const std::int64_t h = leadingInt(pieces[0]), m = leadingInt(pieces[1]);
     const std::int64_t a = h == 0 ? 12 : h;
