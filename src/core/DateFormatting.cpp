@@ -1,6 +1,8 @@
 #include "core/DateFormatting.h"
 
 #include <chrono>
+#include <cmath>
+#include <cstdio>
 #include <cstdlib>
 #include <memory>
 #include <unordered_map>
@@ -63,6 +65,105 @@ private:
 
 thread_local FormatterCache formatterCache;
 
+// The display style of the fixed locale, as ICU 72 builds it (a test checks).
+constexpr std::string_view kFixedDisplayPattern = "MMM d, y, h:mm\u202Fa";
+
+bool isUtcZone(std::string_view id) {
+    if (id.starts_with("Etc/")) id.remove_prefix(4);
+    for (std::string_view name : {"UTC", "UCT", "GMT", "GMT0", "GMT+0", "GMT-0", "Universal", "Zulu", "Greenwich"})
+        if (id == name) return true;
+    return false;
+}
+
+// A pattern of the fixed locale in UTC with plain code: building an ICU
+// formatter costs a quarter of converting a whole message, and a command run
+// without a locale or zone (scripts, servers, containers) asks for exactly
+// this. The letters E, EEE, d, dd, MMM, MM, y, yyyy, HH, h, mm, ss, a and Z,
+// years 1600 to 9999 (past ICU's switch from the Julian calendar); none for
+// anything else, which ICU formats.
+std::optional<std::string> formatFixedInUtc(Date date, std::string_view pattern) {
+    if (!std::isfinite(date.unixSeconds) || date.unixSeconds < -11676096000.0 || date.unixSeconds >= 253402300800.0)
+        return std::nullopt;
+    using namespace std::chrono;
+    const auto seconds = static_cast<std::int64_t>(std::floor(date.unixSeconds));
+    const auto dayNumber = static_cast<int>(seconds >= 0 ? seconds / 86400 : -((-seconds + 86399) / 86400));
+    const sys_days day{days{dayNumber}};
+    const std::int64_t inDay = seconds - std::int64_t(dayNumber) * 86400;
+    const year_month_day ymd{day};
+    const int hour = static_cast<int>(inDay / 3600), minute = static_cast<int>(inDay / 60 % 60),
+              second = static_cast<int>(inDay % 60);
+    static constexpr const char* kDays[] = {"Sun", "Mon", "Tue", "Wed", "Thu", "Fri", "Sat"};
+    static constexpr const char* kMonths[] = {"Jan", "Feb", "Mar", "Apr", "May", "Jun",
+                                              "Jul", "Aug", "Sep", "Oct", "Nov", "Dec"};
+    std::string out;
+    char number[16];
+    for (std::size_t i = 0; i < pattern.size();) {
+        const char letter = pattern[i];
+        if (letter == '\'') return std::nullopt;
+        if (!((letter >= 'a' && letter <= 'z') || (letter >= 'A' && letter <= 'Z'))) {
+            out += letter;
+            ++i;
+            continue;
+        }
+        std::size_t run = pattern.find_first_not_of(letter, i);
+        run = (run == std::string_view::npos ? pattern.size() : run) - i;
+        i += run;
+        auto digits = [&](int value, int width) {
+            std::snprintf(number, sizeof number, "%0*d", width, value);
+            out += number;
+        };
+        switch (letter) {
+            case 'E':
+                if (run > 3) return std::nullopt;
+                out += kDays[weekday{day}.c_encoding()];
+                break;
+            case 'M':
+                if (run == 3)
+                    out += kMonths[static_cast<unsigned>(ymd.month()) - 1];
+                else if (run <= 2)
+                    digits(static_cast<int>(static_cast<unsigned>(ymd.month())), int(run));
+                else
+                    return std::nullopt;
+                break;
+            case 'd':
+                if (run > 2) return std::nullopt;
+                digits(static_cast<int>(static_cast<unsigned>(ymd.day())), int(run));
+                break;
+            case 'y':
+                if (run == 2) return std::nullopt;
+                digits(static_cast<int>(ymd.year()), int(run));
+                break;
+            case 'H':
+                if (run > 2) return std::nullopt;
+                digits(hour, int(run));
+                break;
+            case 'h':
+                if (run > 2) return std::nullopt;
+                digits(hour % 12 == 0 ? 12 : hour % 12, int(run));
+                break;
+            case 'm':
+                if (run > 2) return std::nullopt;
+                digits(minute, int(run));
+                break;
+            case 's':
+                if (run > 2) return std::nullopt;
+                digits(second, int(run));
+                break;
+            case 'a':
+                if (run > 3) return std::nullopt;
+                out += hour < 12 ? "AM" : "PM";
+                break;
+            case 'Z':
+                if (run > 3) return std::nullopt;
+                out += "+0000";
+                break;
+            default:
+                return std::nullopt;
+        }
+    }
+    return out;
+}
+
 icu::DateFormat* styleFormatter(const std::string& localeId, const std::string& zoneId) {
     return formatterCache.get("style\x1f" + localeId + "\x1f" + zoneId, [&]() -> std::unique_ptr<icu::DateFormat> {
         std::unique_ptr<icu::DateFormat> formatter(icu::DateFormat::createDateTimeInstance(
@@ -120,6 +221,8 @@ std::string DateFormatting::displayString(Date date) {
 }
 
 std::string DateFormatting::displayString(Date date, std::string_view localeId, std::string_view timeZoneId) {
+    if (localeId == kFixedLocale && isUtcZone(timeZoneId))
+        if (std::optional<std::string> plain = formatFixedInUtc(date, kFixedDisplayPattern)) return *plain;
     icu::DateFormat* formatter = styleFormatter(std::string(localeId), std::string(timeZoneId));
     if (!formatter) return {};
     icu::UnicodeString out;
@@ -129,6 +232,8 @@ std::string DateFormatting::displayString(Date date, std::string_view localeId, 
 
 std::string DateFormatting::format(Date date, std::string_view pattern, std::string_view timeZoneId) {
     std::string zoneId = timeZoneId.empty() ? userTimeZoneId() : std::string(timeZoneId);
+    if (isUtcZone(zoneId))
+        if (std::optional<std::string> plain = formatFixedInUtc(date, pattern)) return *plain;
     icu::DateFormat* formatter = patternFormatter(pattern, zoneId);
     if (!formatter) return {};
     icu::UnicodeString out;

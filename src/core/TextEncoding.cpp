@@ -466,11 +466,10 @@ std::size_t TextEncoding::utf16Length(std::string_view text) {
     const auto length = static_cast<std::int32_t>(text.size());
     std::int32_t i = 0;
     while (i < length) {
-        if (s[i] < 0x80) {
-            ++i;
-            ++units;
-            continue;
-        }
+        const auto run = static_cast<std::int32_t>(asciiPrefix(s + i, static_cast<std::size_t>(length - i)));
+        i += run;
+        units += static_cast<std::size_t>(run);
+        if (i >= length) break;
         UChar32 c;
         U8_NEXT_OR_FFFD(s, i, length, c);
         units += c > 0xFFFF ? 2 : 1;

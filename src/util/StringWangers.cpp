@@ -1,5 +1,6 @@
 #include "util/StringWangers.h"
 
+#include <cstdint>
 #include <cstring>
 
 #include <unicode/uchar.h>
@@ -99,6 +100,12 @@ std::optional<std::string> StringWangers::replaceDoubleNewline(std::optional<std
     const char* end = p + text->size();
     while (p < end) {
         const char* lineEnd = p;
+        // Eight bytes at a time while none is below 0x0E (CR and LF are).
+        constexpr std::uint64_t kOnes = 0x0101010101010101ull, kHigh = 0x8080808080808080ull;
+        for (std::uint64_t word; end - lineEnd >= 8; lineEnd += 8) {
+            std::memcpy(&word, lineEnd, 8);
+            if ((word - kOnes * 0x0E) & ~word & kHigh) break;
+        }
         while (lineEnd < end && *lineEnd != '\r' && *lineEnd != '\n') ++lineEnd;
         out.append(p, lineEnd);
         if (lineEnd == end) break;

@@ -1,5 +1,7 @@
 #include "util/WebWangers.h"
 
+#include <cstdint>
+#include <cstring>
 #include <vector>
 
 #include "core/Regex.h"
@@ -149,18 +151,29 @@ std::string WebWangers::decodedQuotedPrintable(std::string_view text) {
 
 std::string WebWangers::createQuotedPrintableFromString(std::string_view text) {
     static constexpr char kHex[] = "0123456789ABCDEF";
-    std::string out;
-    out.reserve(text.size() + text.size() / 4);
-    for (char c : text) {
-        auto byte = static_cast<unsigned char>(c);
+    // At most three bytes out for one in, written through a pointer.
+    std::string out(text.size() * 3, '\0');
+    char* o = out.data();
+    constexpr std::uint64_t kOnes = 0x0101010101010101ull, kHigh = 0x8080808080808080ull;
+    for (const char *p = text.data(), *end = p + text.size(); p < end; ++p) {
+        // Eight bytes at a time while all are printable (0x20 to 0x7E).
+        for (std::uint64_t word; end - p >= 8; p += 8, o += 8) {
+            std::memcpy(&word, p, 8);
+            if (((word - kOnes * 0x20) | word | (word + kOnes)) & kHigh) break;
+            std::memcpy(o, p, 8);
+        }
+        if (p == end) break;
+        auto byte = static_cast<unsigned char>(*p);
         if ((byte >= 32 && byte <= 126) || byte == 10) {
-            out += c;
+            *o++ = *p;
         } else {
-            out += '=';
-            out += kHex[byte >> 4];
-            out += kHex[byte & 15];
+            o[0] = '=';
+            o[1] = kHex[byte >> 4];
+            o[2] = kHex[byte & 15];
+            o += 3;
         }
     }
+    out.resize(static_cast<std::size_t>(o - out.data()));
     return out;
 }
 

@@ -1,6 +1,10 @@
 // Display style in the user's locale and zone, fixed patterns, calendar fields.
 #include "core/DateFormatting.h"
 
+#include <array>
+#include <cmath>
+#include <random>
+
 #include <gtest/gtest.h>
 
 #include "support/EnvironmentGuard.h"
@@ -93,4 +97,21 @@ TEST(DateFormatting, CalendarFields) {
     invalid.month = 2;
     invalid.day = 30;
     EXPECT_FALSE(DateFormatting::dateFromComponents(invalid, "UTC"));
+}
+
+// In UTC the fixed locale is formatted without ICU; the text must be ICU's, so
+// ICU formats the same instants in a UTC zone the plain path does not know.
+TEST(DateFormatting, PlainUtcTextIsIcusText) {
+    std::mt19937_64 random(20261124);
+    std::uniform_real_distribution<double> instant(-11676096000.0, 253402300799.0);  // 1600 to 9999
+    const char* patterns[] = {"E, d MMM yyyy HH:mm:ss Z", "EEE MMM", "yyyy-MM-dd HH:mm:ss", "h:mm a, d.M.y"};
+    for (int i = 0; i < 2000; ++i) {
+        const Date date{i < 3 ? std::array{0.0, -0.5, 951782400.0}[i] : std::floor(instant(random))};
+        EXPECT_EQ(DateFormatting::displayString(date, "en_US_POSIX", "UTC"),
+                  DateFormatting::displayString(date, "en_US", "GMT+00:00"))
+            << date.unixSeconds;
+        for (const char* pattern : patterns)
+            EXPECT_EQ(DateFormatting::format(date, pattern, "Etc/UTC"), DateFormatting::format(date, pattern, "GMT+00:00"))
+                << pattern << " " << date.unixSeconds;
+    }
 }

@@ -84,6 +84,9 @@ TEST(QuotedPrintable, EncoderEscapesBytesNotTheEqualsSign) {
         {"trailing ", "trailing "},
         {"~\x7F", "~=7F"},
         {"", ""},
+        // Escapes at and across the eight-byte steps of the fast path.
+        {"abcdefg\x1Fhijklmno\npqrstuvw\x80xyz0123~", "abcdefg=1Fhijklmno\npqrstuvw=80xyz0123~"},
+        {"01234567\x7F", "01234567=7F"},
     };
     for (const auto& c : cases) EXPECT_EQ(WebWangers::createQuotedPrintableFromString(c.input), c.expected);
     const std::string longLine(200, 'x');

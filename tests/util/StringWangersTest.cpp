@@ -47,6 +47,7 @@ TEST(ReplaceDoubleNewline, CollapsesLineEnds) {
     const Case cases[] = {
         {"a\r\n\r\nb", "a\nb"}, {"a\n\n\nb", "a\nb"}, {"\n\nx\n", "\nx\n"},
         {"a\rb", "ab"},         {"", ""},            {"no breaks", "no breaks"},
+        {"line one\r\n\r\nline two is longer\rstill\n", "line one\nline two is longerstill\n"},
     };
     for (const auto& c : cases) EXPECT_EQ(StringWangers::replaceDoubleNewline(c.input), c.expected);
     EXPECT_FALSE(StringWangers::replaceDoubleNewline(std::nullopt));
