@@ -13,6 +13,8 @@
 #include <unicode/utf16.h>
 #include <unicode/utf8.h>
 
+#include "core/ByteWords.h"
+
 namespace qh {
 
 namespace {
@@ -29,12 +31,7 @@ void appendUTF8(std::string& out, UChar32 c) {
 // Length of the leading run of ASCII bytes.
 std::size_t asciiPrefix(const std::uint8_t* s, std::size_t length) {
     std::size_t i = 0;
-    while (i + 8 <= length) {
-        std::uint64_t word;
-        std::memcpy(&word, s + i, 8);
-        if (word & 0x8080808080808080ull) break;
-        i += 8;
-    }
+    while (i + 8 <= length && !words::anyHigh(words::load(s + i))) i += 8;
     while (i < length && s[i] < 0x80) ++i;
     return i;
 }
@@ -45,12 +42,7 @@ bool isValidUTF8(std::string_view text) {
     std::int32_t i = 0;
     while (i < length) {
         // ASCII runs are the common case; skip them eight bytes at a time.
-        while (i + 8 <= length) {
-            std::uint64_t word;
-            std::memcpy(&word, s + i, 8);
-            if (word & 0x8080808080808080ull) break;
-            i += 8;
-        }
+        while (i + 8 <= length && !words::anyHigh(words::load(s + i))) i += 8;
         if (i >= length) break;
         if (s[i] < 0x80) {
             ++i;
@@ -569,7 +561,14 @@ std::size_t TextEncoding::findIgnoringASCIICase(std::string_view text, std::stri
     if (needle.empty()) return from <= text.size() ? from : std::string_view::npos;
     if (text.size() < needle.size()) return std::string_view::npos;
     const char first = lower(needle[0]);
-    for (std::size_t i = from; i + needle.size() <= text.size(); ++i) {
+    // Eight bytes at a time while none can be the first character: a letter's
+    // two cases differ only in bit 0x20, so with that bit set in every byte
+    // one comparison finds both.
+    const std::uint64_t fold = (first >= 'a' && first <= 'z') ? words::kOnes * 0x20 : 0;
+    const std::size_t last = text.size() - needle.size();
+    for (std::size_t i = from; i <= last; ++i) {
+        while (last - i >= 8 && !words::anyEqual(words::load(text.data() + i) | fold, static_cast<unsigned char>(first)))
+            i += 8;
         if (lower(text[i]) != first) continue;
         std::size_t k = 1;
         while (k < needle.size() && lower(text[i + k]) == lower(needle[k])) ++k;

@@ -1,11 +1,9 @@
 #include "util/StringWangers.h"
 
-#include <cstdint>
-#include <cstring>
-
 #include <unicode/uchar.h>
 #include <unicode/utf8.h>
 
+#include "core/ByteWords.h"
 #include "core/TextEncoding.h"
 #include "core/Uuid.h"
 
@@ -101,11 +99,7 @@ std::optional<std::string> StringWangers::replaceDoubleNewline(std::optional<std
     while (p < end) {
         const char* lineEnd = p;
         // Eight bytes at a time while none is below 0x0E (CR and LF are).
-        constexpr std::uint64_t kOnes = 0x0101010101010101ull, kHigh = 0x8080808080808080ull;
-        for (std::uint64_t word; end - lineEnd >= 8; lineEnd += 8) {
-            std::memcpy(&word, lineEnd, 8);
-            if ((word - kOnes * 0x0E) & ~word & kHigh) break;
-        }
+        while (end - lineEnd >= 8 && !words::anyBelow(words::load(lineEnd), 0x0E)) lineEnd += 8;
         while (lineEnd < end && *lineEnd != '\r' && *lineEnd != '\n') ++lineEnd;
         out.append(p, lineEnd);
         if (lineEnd == end) break;

@@ -1,9 +1,9 @@
 #include "util/WebWangers.h"
 
-#include <cstdint>
 #include <cstring>
 #include <vector>
 
+#include "core/ByteWords.h"
 #include "core/Regex.h"
 #include "core/TextEncoding.h"
 #include "util/DataWangers.h"
@@ -154,14 +154,9 @@ std::string WebWangers::createQuotedPrintableFromString(std::string_view text) {
     // At most three bytes out for one in, written through a pointer.
     std::string out(text.size() * 3, '\0');
     char* o = out.data();
-    constexpr std::uint64_t kOnes = 0x0101010101010101ull, kHigh = 0x8080808080808080ull;
     for (const char *p = text.data(), *end = p + text.size(); p < end; ++p) {
-        // Eight bytes at a time while all are printable (0x20 to 0x7E).
-        for (std::uint64_t word; end - p >= 8; p += 8, o += 8) {
-            std::memcpy(&word, p, 8);
-            if (((word - kOnes * 0x20) | word | (word + kOnes)) & kHigh) break;
-            std::memcpy(o, p, 8);
-        }
+        // Eight bytes at a time while all are printable.
+        for (; end - p >= 8 && words::allPrintable(words::load(p)); p += 8, o += 8) std::memcpy(o, p, 8);
         if (p == end) break;
         auto byte = static_cast<unsigned char>(*p);
         if ((byte >= 32 && byte <= 126) || byte == 10) {

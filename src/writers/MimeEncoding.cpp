@@ -1,8 +1,10 @@
 #include "writers/MimeEncoding.h"
 
 #include <algorithm>
+#include <cstring>
 
 #include "core/Base64.h"
+#include "core/ByteWords.h"
 #include "core/TextEncoding.h"
 #include "writers/Format.h"
 
@@ -371,6 +373,10 @@ std::string crlfLineEnds(std::string_view text) {
     char* to = out.data();
     const std::size_t size = text.size();
     for (std::size_t i = 0; i < size; ++i) {
+        // Eight bytes at a time while none is below 0x0E (CR and LF are).
+        for (; size - i >= 8 && !words::anyBelow(words::load(text.data() + i), 0x0E); i += 8, to += 8)
+            std::memcpy(to, text.data() + i, 8);
+        if (i == size) break;
         const char c = text[i];
         if (c == '\r' || c == '\n') {
             *to++ = '\r';
@@ -397,6 +403,18 @@ TransferEncoding chooseTextEncoding(std::string_view text) {
     std::size_t escaped = 0, lineLength = 0;
     bool sevenBit = true;
     for (std::size_t i = 0; i < text.size(); ++i) {
+        // Inside a line, eight bytes at a time while all are printable and
+        // none is "=": they only make the line longer.
+        if (lineLength > 0) {
+            while (text.size() - i >= 8) {
+                const std::uint64_t word = words::load(text.data() + i);
+                if (!words::allPrintable(word) || words::anyEqual(word, '=')) break;
+                i += 8;
+                lineLength += 8;
+            }
+            if (lineLength > kBodyLineLength) sevenBit = false;
+            if (i == text.size()) break;
+        }
         unsigned char c = static_cast<unsigned char>(text[i]);
         if (c == '\r' && i + 1 < text.size() && text[i + 1] == '\n') {
             // Trailing blanks may be stripped in transport (RFC 2045 6.7 (3)).

@@ -6,11 +6,14 @@
 #include <vector>
 
 #include "core/Log.h"
+#include "core/TextEncoding.h"
 #include "util/CodePages.h"
 #include "util/Base64Codec.h"
 #include "util/DataWangers.h"
+#include "util/StringWangers.h"
 #include "util/WebWangers.h"
 #include "util/WindowsCodePageWangers.h"
+#include "writers/MimeEncoding.h"
 
 using namespace qh;
 
@@ -372,4 +375,44 @@ TEST(CodePages, DecodeByNumberWithWindows1252Fallback) {
     EXPECT_FALSE(qh::CodePages::converterName(1200));
     EXPECT_FALSE(qh::CodePages::decode(qh::asBytes("caf\xe9"), 65001));
     EXPECT_EQ(qh::CodePages::decodeWithFallback(qh::asBytes("\xe4\xe0"), {0, 65001, 1251}), "да");
+}
+
+// The text scans that pass over eight bytes at a time, against their simple
+// definitions, on texts whose special bytes fall anywhere in and across the
+// eight-byte steps.
+TEST(WordAtATimeScans, MatchTheirDefinitions) {
+    auto replaceAll = [](std::string text, std::string_view from, std::string_view to) {
+        for (std::size_t at = 0; (at = text.find(from, at)) != std::string::npos; at += to.size())
+            text.replace(at, from.size(), to);
+        return text;
+    };
+    auto lower = [](std::string text) {
+        for (char& c : text) c = (c >= 'A' && c <= 'Z') ? char(c + 32) : c;
+        return text;
+    };
+    const std::string pieces[] = {"abcdefgh", "xyz", " ", "\r", "\n", "\r\n", "=", "\t", "\x7F", "\x1F",
+                                  "\xC3\xA9", "\xF0\x9F\x98\x80", "\xFF", "cid:", "CID:", "ci", "C"};
+    std::mt19937 random(8);
+    for (int round = 0; round < 3000; ++round) {
+        std::string text;
+        for (int n = static_cast<int>(random() % 24); n > 0; --n) text += pieces[random() % std::size(pieces)];
+        SCOPED_TRACE(testing::PrintToString(text));
+
+        std::string qp;
+        for (unsigned char c : text) {
+            if ((c >= 32 && c <= 126) || c == 10) qp += char(c);
+            else qp += "=" + std::string(1, "0123456789ABCDEF"[c >> 4]) + "0123456789ABCDEF"[c & 15];
+        }
+        EXPECT_EQ(WebWangers::createQuotedPrintableFromString(text), qp);
+
+        std::string collapsed = replaceAll(text, "\r", "");
+        while (collapsed.find("\n\n") != std::string::npos) collapsed = replaceAll(collapsed, "\n\n", "\n");
+        EXPECT_EQ(StringWangers::replaceDoubleNewline(text), collapsed);
+
+        EXPECT_EQ(mime::crlfLineEnds(text), replaceAll(replaceAll(replaceAll(text, "\r\n", "\n"), "\r", "\n"), "\n", "\r\n"));
+        EXPECT_EQ(TextEncoding::utf16Length(text), TextEncoding::toUTF16(text).size());
+        const std::size_t from = random() % (text.size() + 1);
+        EXPECT_EQ(TextEncoding::findIgnoringASCIICase(text, "cid:", from), lower(text).find("cid:", from));
+        EXPECT_EQ(TextEncoding::findIgnoringASCIICase(text, "=\r", from), text.find("=\r", from));
+    }
 }

@@ -353,6 +353,11 @@ TEST(MimeEncoding, TextEncodingChoice) {
         {"blank at the end \r\nx", TransferEncoding::quotedPrintable},
         {"mostly ascii with one caf\xc3\xa9", TransferEncoding::quotedPrintable},
         {"\xd0\x9f\xd1\x80\xd0\xb8\xd0\xb2\xd0\xb5\xd1\x82", TransferEncoding::base64},
+        // Long runs, which are measured eight bytes at a time.
+        {"ab" + std::string(74, 'x'), TransferEncoding::sevenBit},
+        {std::string(40, 'x') + "=" + std::string(40, 'y'), TransferEncoding::quotedPrintable},
+        {std::string(16, 'x') + " \r\n" + std::string(16, 'y'), TransferEncoding::quotedPrintable},
+        {std::string(16, 'x') + "\x7F" + std::string(16, 'y'), TransferEncoding::quotedPrintable},
     };
     for (const auto& c : cases) EXPECT_EQ(qh::mime::chooseTextEncoding(c.text), c.expected) << c.text;
 }
