@@ -79,5 +79,4 @@ TEST(SearchForBytes, FirstMatchWithItsQuirks) {
         EXPECT_EQ(range.location, c.location) << c.name;
         EXPECT_EQ(range.length, std::int64_t(c.pattern.size())) << c.name;
     }
-    EXPECT_EQ(kNotFound, INT64_MAX);
 }

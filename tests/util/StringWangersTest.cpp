@@ -4,6 +4,7 @@
 
 #include <set>
 
+#include "core/Regex.h"
 #include "util/StringWangers.h"
 #include "util/WebWangers.h"
 
@@ -94,18 +95,12 @@ TEST(StringFromCString, TriesAsciiUtf8Utf16ThenWindows1252) {
 }
 
 TEST(GenerateUUIDString, CanonicalUpperCaseAndFresh) {
+    const auto form = Regex::compile("[0-9A-F]{8}-[0-9A-F]{4}-4[0-9A-F]{3}-[0-9A-F]{4}-[0-9A-F]{12}");
+    ASSERT_TRUE(form);
     std::set<std::string> seen;
     for (int i = 0; i < 64; ++i) {
         std::string uuid = StringWangers::generateUUIDString();
-        ASSERT_EQ(uuid.size(), 36u);
-        for (std::size_t k = 0; k < uuid.size(); ++k) {
-            if (k == 8 || k == 13 || k == 18 || k == 23) {
-                EXPECT_EQ(uuid[k], '-');
-            } else {
-                EXPECT_TRUE((uuid[k] >= '0' && uuid[k] <= '9') || (uuid[k] >= 'A' && uuid[k] <= 'F')) << uuid;
-            }
-        }
-        EXPECT_EQ(uuid[14], '4');
+        EXPECT_TRUE(form->matchesWhole(uuid)) << uuid;
         seen.insert(uuid);
     }
     EXPECT_EQ(seen.size(), 64u);

@@ -1,8 +1,9 @@
 // Time conversions, calendar checks, clock strings and the submission date.
 #include <gtest/gtest.h>
 
-#include <cmath>
 #include <numbers>
+#include <optional>
+#include <tuple>
 
 #include "support/EnvironmentGuard.h"
 #include "core/DateFormatting.h"
@@ -11,24 +12,25 @@
 
 using namespace qh;
 
-TEST(TimeConversions, AsWritten) {
-    constexpr std::int64_t kEpochTicks = 11644473600LL * 10000000LL;
+TEST(TimeConversions, AgreeWithPythonsDatetime) {
+    // Every expected value comes from Python's datetime (ticks since 1601-01-01
+    // or 1858-11-17), not from the constants the conversions use.
     struct Case {
         const char* name;
         std::int64_t actual, expected;
     };
     const Case cases[] = {
-        {"unix epoch", TimeWangers::unixTimeFromWindows(kEpochTicks), 0},
-        {"sub-second dropped", TimeWangers::unixTimeFromWindows(kEpochTicks + 9999999), 0},
-        {"one second", TimeWangers::unixTimeFromWindows(kEpochTicks + 10000000), 1},
+        {"1970-01-01", TimeWangers::unixTimeFromWindows(116444736000000000LL), 0},
+        {"sub-second dropped", TimeWangers::unixTimeFromWindows(116444736009999999LL), 0},
+        {"1900-01-01", TimeWangers::unixTimeFromWindows(94354848000000000LL), -2208988800LL},
         {"2024-03-05 10:02:03", TimeWangers::unixTimeFromWindows(133541065230000000LL), 1709632923},
-        // Subtracts and divides: not the inverse, kept so.
-        {"windows from unix", TimeWangers::windowsTimeFromUnix(1709632923), -993},
-        {"windows from unix truncates toward zero", TimeWangers::windowsTimeFromUnix(0), -1164},
+        {"2038-01-19 03:14:08, past 32 bits", TimeWangers::unixTimeFromWindows(137919572480000000LL), 2147483648LL},
         // Despite its name: Unix seconds to VMS ticks.
-        {"vms of 0", TimeWangers::unixTimeFromVMS(0), 35067168000000000LL},
-        {"vms of 1", TimeWangers::unixTimeFromVMS(1), 35067168010000000LL},
-        {"vms wraps", TimeWangers::unixTimeFromVMS(INT64_MAX), 35067167990000000LL},
+        {"vms of 1970-01-01", TimeWangers::unixTimeFromVMS(0), 35067168000000000LL},
+        {"vms of 2024-03-05 10:02:03", TimeWangers::unixTimeFromVMS(1709632923), 52163497230000000LL},
+        {"vms wraps without a signed overflow", TimeWangers::unixTimeFromVMS(INT64_MAX), 35067167990000000LL},
+        // classic: not the inverse of unixTimeFromWindows, as its header says.
+        {"windows from unix", TimeWangers::windowsTimeFromUnix(1709632923), -993},
     };
     for (const auto& c : cases) EXPECT_EQ(c.actual, c.expected) << c.name;
 }
@@ -69,37 +71,29 @@ TEST(Calendar, TimeIsValidChecksTheRangesItDoesNotName) {
         EXPECT_EQ(TimeWangers::timeIsValid(c.kind, c.value), c.valid) << '"' << c.kind << "\" " << c.value;
 }
 
-TEST(ClockStrings, TwelveToTwentyFour) {
+TEST(ClockStrings, BothWaysAndComparison) {
     struct Case {
+        bool toTwentyFour;
         const char* input;
         std::optional<std::string> expected;
     };
     const Case cases[] = {
-        {"12:30 AM", "00:30"}, {"12:05 pm", "12:05"}, {"1:60 PM", "13:60"}, {"13:00 PM", "13:00"},
-        {"1:61 PM", std::nullopt}, {"11:59 PM", "23:59"}, {"9:7am", "09:07"}, {"1230 PM", std::nullopt},
-        {"12:00:00 AM", "00:00"}, {"24:00", std::nullopt},
+        {true, "12:30 AM", "00:30"},      {true, "12:05 pm", "12:05"},     {true, "1:60 PM", "13:60"},
+        {true, "13:00 PM", "13:00"},      {true, "1:61 PM", std::nullopt}, {true, "11:59 PM", "23:59"},
+        {true, "9:7am", "09:07"},         {true, "1230 PM", std::nullopt}, {true, "12:00:00 AM", "00:00"},
+        {true, "24:00", std::nullopt},    {false, "00:15", "12:15AM"},     {false, "12:00", "12:00PM"},
+        {false, "23:59", "11:59PM"},      {false, "24:00", "12:00PM"},     {false, "25:00", std::nullopt},
+        {false, "9:05", "9:05AM"},        {false, "13:61", std::nullopt},  {false, "nope", std::nullopt},
     };
-    for (const auto& c : cases) EXPECT_EQ(TimeWangers::create24HourStringFrom12Hour(c.input), c.expected) << c.input;
-}
-
-TEST(ClockStrings, TwentyFourToTwelve) {
-    struct Case {
-        const char* input;
-        std::optional<std::string> expected;
-    };
-    const Case cases[] = {
-        {"00:15", "12:15AM"}, {"12:00", "12:00PM"}, {"23:59", "11:59PM"}, {"24:00", "12:00PM"},
-        {"25:00", std::nullopt}, {"9:05", "9:05AM"}, {"13:61", std::nullopt}, {"nope", std::nullopt},
-    };
-    for (const auto& c : cases) EXPECT_EQ(TimeWangers::create12HourStringFrom24Hour(c.input), c.expected) << c.input;
-}
-
-TEST(ClockStrings, Comparison) {
-    EXPECT_EQ(TimeWangers::compare24HourTime("09:30", "10:00"), -1);
-    EXPECT_EQ(TimeWangers::compare24HourTime("10:00", "10:00"), 0);
-    EXPECT_EQ(TimeWangers::compare24HourTime("23:00", "00:59"), 1);
-    EXPECT_EQ(TimeWangers::compare24HourTime("later", "10:00"), 0);
-    EXPECT_EQ(TimeWangers::compare24HourTime("25:00", "10:00"), 0);
+    for (const auto& c : cases)
+        EXPECT_EQ(c.toTwentyFour ? TimeWangers::create24HourStringFrom12Hour(c.input)
+                                 : TimeWangers::create12HourStringFrom24Hour(c.input),
+                  c.expected)
+            << c.input;
+    const std::tuple<const char*, const char*, int> comparisons[] = {
+        {"09:30", "10:00", -1}, {"10:00", "10:00", 0}, {"23:00", "00:59", 1}, {"later", "10:00", 0}, {"25:00", "10:00", 0}};
+    for (const auto& [first, second, order] : comparisons)
+        EXPECT_EQ(TimeWangers::compare24HourTime(first, second), order) << first << " " << second;
 }
 
 TEST(Intervals, HoursMinutesSecondsAndDays) {
@@ -131,14 +125,22 @@ TEST(Intervals, NextOccurrenceIsAfterNowAndOnTheClock) {
     EXPECT_EQ(fields.second, 0);
 }
 
-TEST(Intervals, ClockHandAngles) {
+TEST(Intervals, ClockHandsInTurnsOfTheDial) {
     qhtest::EnvironmentGuard env;
     env.locale("en_US.UTF-8", "UTC");
-    float hour = 0, minute = 0, second = 0;
-    TimeWangers::forTime(Date{15 * 3600 + 30 * 60 + 15}, &hour, &minute, &second);
-    EXPECT_FLOAT_EQ(hour, 7.8539816f);  // 15 of 12 hours round the dial; the minutes do not move it
-    EXPECT_FLOAT_EQ(minute, float(std::numbers::pi));
-    EXPECT_FLOAT_EQ(second, float(std::numbers::pi / 2));
+    // Half past six and a quarter minute: every hand points down or right. At
+    // 15:45 the hour hand has gone round once and a quarter: neither the
+    // afternoon nor the minutes move it.
+    const std::tuple<double, float, float, float> cases[] = {{6 * 3600 + 30 * 60 + 15, 0.5f, 0.5f, 0.25f},
+                                                             {15 * 3600 + 45 * 60, 1.25f, 0.75f, 0.0f}};
+    for (const auto& [seconds, hourTurns, minuteTurns, secondTurns] : cases) {
+        float hour = 0, minute = 0, second = 0;
+        TimeWangers::forTime(Date{seconds}, &hour, &minute, &second);
+        const float turn = float(2 * std::numbers::pi);
+        EXPECT_FLOAT_EQ(hour / turn, hourTurns) << seconds;
+        EXPECT_FLOAT_EQ(minute / turn, minuteTurns) << seconds;
+        EXPECT_NEAR(second / turn, secondTurns, 1e-6) << seconds;
+    }
 }
 
 TEST(SubmissionDate, DisplayedInTheUsersLocaleAndZone) {
