@@ -1,4 +1,4 @@
-// Usage errors and the exit statuses of the message commands, without a reader.
+// Usage errors and the exit statuses of the message commands.
 #include <gtest/gtest.h>
 
 #include "CliTestSupport.h"
@@ -11,6 +11,7 @@ TEST(Arguments, UsageAndInputErrorsExitWithTwo) {
     qhclitest::ScratchDir scratch;
     std::string present = scratch.write("m.eml", "X: y\nSubject: s\n\nbody\n");
     std::string missing = (scratch.path() / "missing.msg").string();
+    std::string junk = scratch.write("junk.msg", "definitely not a compound document");
     const struct {
         std::vector<std::string> args;
         int exitCode;
@@ -32,6 +33,7 @@ TEST(Arguments, UsageAndInputErrorsExitWithTwo) {
         {{"attachments", "-d", scratch.str(), missing}, 2},
         {{"attachments", "-d", present, present}, 2},   // DIR is a file
         {{"read", "-j", "x", present}, 2},
+        {{"convert", "--as", "msg", junk}, 1},          // no message
         {{"--help"}, 0},
         {{"read", "--help"}, 0},
         {{"--version"}, 0},
@@ -41,6 +43,7 @@ TEST(Arguments, UsageAndInputErrorsExitWithTwo) {
         std::string joined;
         for (const auto& a : c.args) joined += a + " ";
         EXPECT_EQ(result.exitCode, c.exitCode) << joined << "\n" << result.err;
+        if (c.exitCode == 1) EXPECT_TRUE(result.out.empty()) << joined;
     }
 }
 

@@ -20,46 +20,26 @@ const char* const kSimpleEml =
     "Body text.\r\n"
     "\r\n";
 
-TEST(Convert, WritesTheMessageToStandardOutputOrOut) {
-    QH_REQUIRE_CORPUS("msg");
-    std::string input = corpus("msg", "poi-attachment_test_msg.msg");
-    auto printed = runCli({"convert", input});
-    ASSERT_EQ(printed.exitCode, 0) << printed.err;
-    EXPECT_NE(printed.out.find("\nSubject: "), std::string::npos);
-    EXPECT_NE(printed.out.find("boundary="), std::string::npos);
-
-    qhclitest::ScratchDir scratch;
-    auto out = (scratch.path() / "out.eml").string();
-    scratch.write("out.eml", "an older file that -o replaces");
-    auto written = runCli({"convert", "-o", out, input});
-    ASSERT_EQ(written.exitCode, 0) << written.err;
-    EXPECT_TRUE(written.out.empty());
-    std::string saved = qhclitest::readText(out);
-    // The writer stamps each message with a fresh Message-ID and boundaries; compare the header lines before them.
-    EXPECT_EQ(saved.substr(0, saved.find("Message-ID")), printed.out.substr(0, printed.out.find("Message-ID")));
-    EXPECT_EQ(lines(saved).size(), lines(printed.out).size());
-}
-
-TEST(Convert, NoMessageExitsWithOne) {
-    qhclitest::ScratchDir scratch;
-    std::string junk = scratch.write("junk.msg", "definitely not a compound document");
-    auto result = runCli({"convert", "--as", "msg", junk});
-    EXPECT_EQ(result.exitCode, 1);
-    EXPECT_TRUE(result.out.empty());
-}
-
-TEST(Convert, ConvertedMessagesReadBackWithTheirSubject) {
+TEST(Convert, OneMessageToStandardOutputOrOutReadsBackWithItsSubject) {
     QH_REQUIRE_CORPUS("msg");
     qhclitest::ScratchDir scratch;
     std::string eml = scratch.write("in.eml", kSimpleEml);
-    for (const std::string& input : {corpus("msg", "omp-simple_sent.msg"), eml}) {
-        auto original = qhclitest::parse(runCli({"read", input}).out);
-        auto converted = runCli({"convert", input});
-        ASSERT_EQ(converted.exitCode, 0) << input;
-        // The writer's first line is read by nobody: read the text as the reader sees it.
-        auto reread = qhclitest::parse(runCli({"read", "--as", "eml", "-"}, converted.out).out);
+    auto out = (scratch.path() / "out.eml").string();
+    for (const std::string& input : {corpus("msg", "poi-attachment_test_msg.msg"), eml}) {
+        auto printed = runCli({"convert", input});
+        ASSERT_EQ(printed.exitCode, 0) << input << printed.err;
+        auto reread = qhclitest::parse(runCli({"read", "--as", "eml", "-"}, printed.out).out);
         ASSERT_TRUE(reread.is_object()) << input;
-        EXPECT_EQ(reread["Subject"], original["Subject"]) << input;
+        EXPECT_EQ(reread["Subject"], qhclitest::parse(runCli({"read", input}).out)["Subject"]) << input;
+
+        scratch.write("out.eml", "an older file that -o replaces");
+        auto written = runCli({"convert", "-o", out, input});
+        ASSERT_EQ(written.exitCode, 0) << written.err;
+        EXPECT_TRUE(written.out.empty());
+        std::string saved = qhclitest::readText(out);
+        // Each message gets a fresh Message-ID and boundaries; compare the header lines before them.
+        EXPECT_EQ(saved.substr(0, saved.find("Message-ID")), printed.out.substr(0, printed.out.find("Message-ID")));
+        EXPECT_EQ(lines(saved).size(), lines(printed.out).size());
     }
 }
 
@@ -97,13 +77,6 @@ TEST(Convert, ManyFilesGoIntoTheFolderUnderTheirOwnNames) {
     EXPECT_EQ(files.size(), 3u);
     EXPECT_NE(files["hh-test2 (2).eml"].find("Converted fixture"), std::string::npos);
 
-    // Every corpus message converts.
-    std::vector<std::string> args = {"convert", "-d", (scratch.path() / "all").string()};
-    auto corpusMessages = qhtest::corpusFiles("msg", ".msg");
-    for (const auto& path : corpusMessages) args.push_back(path.string());
-    auto all = runCli(args);
-    EXPECT_EQ(lines(all.out).size(), corpusMessages.size());
-    for (const auto& row : lines(all.out)) EXPECT_EQ(fields(row)[0], "ok") << row;
 }
 
 TEST(Convert, ManyFilesIntoOneMbox) {
