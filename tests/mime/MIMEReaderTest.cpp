@@ -30,89 +30,71 @@ const qh::Array& parts(const Dict& record) {
     return list ? *list : none;
 }
 
-struct LineCase {
-    const char* what;
-    std::string message;
-    const char* key;
-    const char* expected;  // "<absent>" when the key must be missing
-};
-
-class LineRules : public ::testing::TestWithParam<LineCase> {};
-
-TEST_P(LineRules, Apply) {
-    const LineCase& c = GetParam();
-    EXPECT_EQ(text(parse(c.message), c.key), c.expected) << c.what;
+TEST(MIMEReader, LineRules) {
+    struct Case {
+        const char* what;
+        std::string message;
+        const char* key;
+        const char* expected;  // "<absent>" when the key must be missing
+    } cases[] = {
+        {"the first line is never read", "X-First: 1\nX-Second: 2\n\nbody\n", "X-First", "<absent>"},
+        {"the second line is", "X-First: 1\nX-Second: 2\n\nbody\n", "X-Second", "2"},
+        {"the last line is never read", "skip\nX-A: 1\n\none\ntwo", "content", "\none"},
+        {"a final line feed makes the last line empty", "skip\nX-A: 1\n\none\ntwo\n", "content", "\none\ntwo"},
+        {"a header pending at the end is lost", "skip\nX-A: 1\nX-B: 2\n", "X-B", "<absent>"},
+        {"the header before it is kept", "skip\nX-A: 1\nX-B: 2\n", "X-A", "1"},
+        {"no empty line: no content", "skip\nX-A: 1\nX-B: 2\nX-C: 3\n", "content", "<absent>"},
+        {"folded lines join without a separator", "skip\nSubject: hello\n  world\n\nb\n", "Subject", "hello  world"},
+        {"tab folding keeps the tab", "skip\nX-A: a;\n\tb=c\n\nb\n", "X-A", "a;\tb=c"},
+        {"a value is trimmed on its first line only", "skip\nX-A:   a  \n  b  \n\nx\n", "X-A", "a  b  "},
+        {"the name is taken as written", "skip\nX-A : 1\n\nx\n", "X-A ", "1"},
+        {"a line without a colon is skipped", "skip\nnot a header\nX-A: 1\n\nx\n", "not a header", "<absent>"},
+        {"content has the non-empty body lines", "skip\nX-A: 1\n\na\n\nb\n", "content", "\na\nb"},
+        {"uaContent has every body line", "skip\nX-A: 1\n\na\n\nb\n", "uaContent", "\n\na\n\nb"},
+        {"body lines that look folded are body", "skip\nX-A: 1\n\na\n  b\n", "content", "\na\n  b"},
+        {"CR LF line ends", "skip\r\nX-A: 1\r\n\r\na\r\nb\r\n", "content", "\na\nb"},
+        {"lone CR line ends", "skip\rX-A: 1\r\ra\rb\r", "content", "\na\nb"},
+        {"U+2028 separates lines", "skip\nX-A: 1\n\na\xE2\x80\xA8" "b\n", "content", "\na\nb"},
+        {"content-type: media type", "skip\nContent-Type: Text/HTML; charset=\"UTF-8\"\n\nx\n", "contentType", "text"},
+        {"content-type: subtype", "skip\nContent-Type: Text/HTML; charset=\"UTF-8\"\n\nx\n", "contentFormat", "html"},
+        {"content-type: first parameter name", "skip\nContent-Type: text/html; Charset=UTF-8\n\nx\n",
+         "metaType", "charset"},
+        {"content-type: first parameter value", "skip\nContent-Type: text/html; charset=\"UTF-8\"\n\nx\n",
+         "metaData", "utf-8"},
+        {"content-type: only the first parameter",
+         "skip\nContent-Type: text/plain; format=flowed; charset=utf-8\n\nx\n", "metaData", "flowed"},
+        {"content-type: a boundary first is lower-cased",
+         "skip\nContent-Type: multipart/mixed; boundary=\"XyZ\"\n\nx\n", "metaData", "xyz"},
+        {"content-type: not stored as a header", "skip\nContent-Type: text/plain\n\nx\n", "Content-Type", "<absent>"},
+        {"content-type without a subtype", "skip\nContent-Type: text\n\nx\n", "contentFormat", "<absent>"},
+        {"transfer encoding base64", "skip\nContent-Transfer-Encoding: BASE64\n\nx\n", "encodingType", "base64"},
+        {"transfer encoding quoted-printable", "skip\ncontent-transfer-encoding: Quoted-Printable\n\nx\n",
+         "encodingType", "quoted-printable"},
+        {"any other transfer encoding is text", "skip\nContent-Transfer-Encoding: 8bit\n\nx\n", "encodingType", "text"},
+        {"disposition: the rest after filename=, lower-cased",
+         "skip\nContent-Disposition: attachment; filename=\"Report.PDF\"; size=10\n\nx\n", "fileName",
+         "report.pdf; size=10"},
+        {"disposition without a file name sets nothing", "skip\nContent-Disposition: inline\n\nx\n",
+         "fileName", "<absent>"},
+        {"disposition: the RFC 2231 form is not recognised",
+         "skip\nContent-Disposition: attachment; filename*=utf-8''a.txt\n\nx\n", "fileName", "<absent>"},
+        {"description gives a name", "skip\nContent-Description: \"My Notes.TXT\"\n\nx\n", "fileName", "my notes.txt"},
+        {"disposition replaces a name from the description",
+         "skip\nContent-Description: first.txt\nContent-Disposition: attachment; filename=second.txt\n\nx\n",
+         "fileName", "second.txt"},
+        {"description does not replace a name from the disposition",
+         "skip\nContent-Disposition: attachment; filename=second.txt\nContent-Description: first.txt\n\nx\n",
+         "fileName", "second.txt"},
+        {"an empty description with a subtype",
+         "skip\nContent-Type: text/plain\nContent-Description: \"\"\n\nx\n", "fileName",
+         "UndecodableFilename.plain"},
+        {"an empty description alone", "skip\nContent-Description: \"\"\n\nx\n", "fileName", "UndecodableFilename"},
+        {"content id", "skip\nContent-ID: <Image001.PNG@01D2>\n\nx\n", "Content-Id", "image001.png@01d2"},
+        {"other names keep their case", "skip\nCc: a@b.c\n\nx\n", "Cc", "a@b.c"},
+        {"a continuation before any header lands in the content", "skip\n folded\n", "content", " folded"},
+    };
+    for (const Case& c : cases) EXPECT_EQ(text(parse(c.message), c.key), c.expected) << c.what;
 }
-
-INSTANTIATE_TEST_SUITE_P(
-    MIMEReader, LineRules,
-    ::testing::Values(
-        LineCase{"the first line is never read", "X-First: 1\nX-Second: 2\n\nbody\n", "X-First", "<absent>"},
-        LineCase{"the second line is", "X-First: 1\nX-Second: 2\n\nbody\n", "X-Second", "2"},
-        LineCase{"the last line is never read", "skip\nX-A: 1\n\none\ntwo", "content", "\none"},
-        LineCase{"a final line feed makes the last line empty", "skip\nX-A: 1\n\none\ntwo\n", "content",
-                 "\none\ntwo"},
-        LineCase{"a header pending at the end is lost", "skip\nX-A: 1\nX-B: 2\n", "X-B", "<absent>"},
-        LineCase{"the header before it is kept", "skip\nX-A: 1\nX-B: 2\n", "X-A", "1"},
-        LineCase{"no empty line: no content", "skip\nX-A: 1\nX-B: 2\nX-C: 3\n", "content", "<absent>"},
-        LineCase{"folded lines join without a separator", "skip\nSubject: hello\n  world\n\nb\n", "Subject",
-                 "hello  world"},
-        LineCase{"tab folding keeps the tab", "skip\nX-A: a;\n\tb=c\n\nb\n", "X-A", "a;\tb=c"},
-        LineCase{"a value is trimmed on its first line only", "skip\nX-A:   a  \n  b  \n\nx\n", "X-A", "a  b  "},
-        LineCase{"the name is taken as written", "skip\nX-A : 1\n\nx\n", "X-A ", "1"},
-        LineCase{"a line without a colon is skipped", "skip\nnot a header\nX-A: 1\n\nx\n", "not a header",
-                 "<absent>"},
-        LineCase{"content has the non-empty body lines", "skip\nX-A: 1\n\na\n\nb\n", "content", "\na\nb"},
-        LineCase{"uaContent has every body line", "skip\nX-A: 1\n\na\n\nb\n", "uaContent", "\n\na\n\nb"},
-        LineCase{"body lines that look folded are body", "skip\nX-A: 1\n\na\n  b\n", "content", "\na\n  b"},
-        LineCase{"CR LF line ends", "skip\r\nX-A: 1\r\n\r\na\r\nb\r\n", "content", "\na\nb"},
-        LineCase{"lone CR line ends", "skip\rX-A: 1\r\ra\rb\r", "content", "\na\nb"},
-        LineCase{"U+2028 separates lines", "skip\nX-A: 1\n\na\xE2\x80\xA8" "b\n", "content", "\na\nb"},
-        LineCase{"content-type: media type", "skip\nContent-Type: Text/HTML; charset=\"UTF-8\"\n\nx\n",
-                 "contentType", "text"},
-        LineCase{"content-type: subtype", "skip\nContent-Type: Text/HTML; charset=\"UTF-8\"\n\nx\n",
-                 "contentFormat", "html"},
-        LineCase{"content-type: first parameter name", "skip\nContent-Type: text/html; Charset=UTF-8\n\nx\n",
-                 "metaType", "charset"},
-        LineCase{"content-type: first parameter value", "skip\nContent-Type: text/html; charset=\"UTF-8\"\n\nx\n",
-                 "metaData", "utf-8"},
-        LineCase{"content-type: only the first parameter",
-                 "skip\nContent-Type: text/plain; format=flowed; charset=utf-8\n\nx\n", "metaData", "flowed"},
-        LineCase{"content-type: a boundary first is lower-cased",
-                 "skip\nContent-Type: multipart/mixed; boundary=\"XyZ\"\n\nx\n", "metaData", "xyz"},
-        LineCase{"content-type: not stored as a header", "skip\nContent-Type: text/plain\n\nx\n", "Content-Type",
-                 "<absent>"},
-        LineCase{"content-type without a subtype", "skip\nContent-Type: text\n\nx\n", "contentFormat", "<absent>"},
-        LineCase{"transfer encoding base64", "skip\nContent-Transfer-Encoding: BASE64\n\nx\n", "encodingType",
-                 "base64"},
-        LineCase{"transfer encoding quoted-printable", "skip\ncontent-transfer-encoding: Quoted-Printable\n\nx\n",
-                 "encodingType", "quoted-printable"},
-        LineCase{"any other transfer encoding is text", "skip\nContent-Transfer-Encoding: 8bit\n\nx\n",
-                 "encodingType", "text"},
-        LineCase{"disposition: the rest after filename=, lower-cased",
-                 "skip\nContent-Disposition: attachment; filename=\"Report.PDF\"; size=10\n\nx\n", "fileName",
-                 "report.pdf; size=10"},
-        LineCase{"disposition without a file name sets nothing", "skip\nContent-Disposition: inline\n\nx\n",
-                 "fileName", "<absent>"},
-        LineCase{"disposition: the RFC 2231 form is not recognised",
-                 "skip\nContent-Disposition: attachment; filename*=utf-8''a.txt\n\nx\n", "fileName", "<absent>"},
-        LineCase{"description gives a name", "skip\nContent-Description: \"My Notes.TXT\"\n\nx\n", "fileName",
-                 "my notes.txt"},
-        LineCase{"disposition replaces a name from the description",
-                 "skip\nContent-Description: first.txt\nContent-Disposition: attachment; filename=second.txt\n\nx\n",
-                 "fileName", "second.txt"},
-        LineCase{"description does not replace a name from the disposition",
-                 "skip\nContent-Disposition: attachment; filename=second.txt\nContent-Description: first.txt\n\nx\n",
-                 "fileName", "second.txt"},
-        LineCase{"an empty description with a subtype",
-                 "skip\nContent-Type: text/plain\nContent-Description: \"\"\n\nx\n", "fileName",
-                 "UndecodableFilename.plain"},
-        LineCase{"an empty description alone", "skip\nContent-Description: \"\"\n\nx\n", "fileName",
-                 "UndecodableFilename"},
-        LineCase{"content id", "skip\nContent-ID: <Image001.PNG@01D2>\n\nx\n", "Content-Id", "image001.png@01d2"},
-        LineCase{"other names keep their case", "skip\nCc: a@b.c\n\nx\n", "Cc", "a@b.c"},
-        LineCase{"a continuation before any header lands in the content", "skip\n folded\n", "content",
-                 " folded"}));
 
 TEST(MIMEReader, AddressHeadersByExactName) {
     Dict record = parse("skip\nFrom: Ann <ann@example.com>\nTo: b@example.com, c@example.com\nCC: d@example.com\n"
@@ -152,88 +134,43 @@ TEST(MIMEReader, BytesThatAreNotTextGiveAnEmptyRecord) {
     EXPECT_EQ(MIMEReader::initWithData({}), nullptr);
 }
 
-const char* kTwoParts =
-    "From: a@example.com\n"
-    "Content-Type: multipart/mixed; boundary=\"B1\"\n"
-    "\n"
-    "--B1\n"
-    "Content-Type: text/plain\n"
-    "\n"
-    "one\n"
-    "--B1\n"
-    "Content-Type: text/html\n"
-    "\n"
-    "<p>two</p>\n"
-    "--B1--\n";
-
-TEST(MIMEReader, TwoPartsAndAClosingDelimiterGiveThreeRecords) {
-    Dict record = parse(kTwoParts);
-    EXPECT_EQ(text(record, "contentType"), "multipart");
-    const qh::Array& list = parts(record);
-    ASSERT_EQ(list.size(), 3u);
-    const Dict& plain = *list[0].dict();
-    EXPECT_EQ(text(plain, "contentFormat"), "plain");
-    EXPECT_EQ(text(plain, "content"), "\none");
-    const Dict& html = *list[1].dict();
-    EXPECT_EQ(text(html, "contentFormat"), "html");
-    EXPECT_EQ(text(html, "content"), "\n<p>two</p>");
-    EXPECT_TRUE(list[2].dict()->empty());
-}
-
-TEST(MIMEReader, NestedPartsComeBeforeTheirContainer) {
-    const std::string message =
-        "skip\n"
-        "Content-Type: multipart/mixed; boundary=outer\n"
-        "\n"
-        "--outer\n"
-        "Content-Type: multipart/alternative; boundary=inner\n"
-        "\n"
-        "--inner\n"
-        "Content-Type: text/plain\n"
-        "\n"
-        "plain\n"
-        "--inner\n"
-        "Content-Type: text/html\n"
-        "\n"
-        "<b>html</b>\n"
-        "--inner--\n"
-        "\n"
-        "--outer\n"
-        "Content-Type: application/pdf\n"
-        "Content-Disposition: attachment; filename=a.pdf\n"
-        "Content-Transfer-Encoding: base64\n"
-        "\n"
-        "AAAA\n"
-        "--outer--\n";
-    const Dict record = parse(message);
-    const qh::Array& list = parts(record);
-    std::vector<std::string> order;
-    for (const qh::Value& part : list) {
-        const Dict& record = *part.dict();
-        order.push_back(record.empty() ? "-" : text(record, "contentFormat"));
+// The parts of a record in the order the parser ends them: "format=content"
+// for a leaf, the format alone for a container, "-" for an empty record.
+std::string outline(const Dict& record) {
+    std::string out;
+    for (const qh::Value& part : parts(record)) {
+        const Dict& p = *part.dict();
+        const bool leaf = text(p, "contentType") != "multipart";
+        out += (out.empty() ? "" : " | ") +
+               (p.empty() ? "-" : text(p, "contentFormat") + (leaf ? "=" + text(p, "content") : std::string()));
     }
-    EXPECT_EQ(order, (std::vector<std::string>{"plain", "html", "-", "alternative", "pdf", "-"}));
+    return out;
 }
 
-TEST(MIMEReader, AnAttachedMessageKeepsItsBlankLines) {
-    const std::string message =
-        "skip\n"
-        "Content-Type: multipart/mixed; boundary=b\n"
-        "\n"
-        "--b\n"
-        "Content-Type: message/rfc822\n"
-        "Content-Disposition: attachment; filename=\"Fwd.EML\"\n"
-        "\n"
-        "Subject: inner\n"
-        "\n"
-        "inner body\n"
-        "--b--\n";
-    const Dict record = parse(message);
-    const qh::Array& list = parts(record);
-    ASSERT_FALSE(list.empty());
-    const Dict& attached = *list[0].dict();
-    EXPECT_EQ(text(attached, "fileName"), "fwd.eml");
-    EXPECT_EQ(text(attached, "content"), "Subject: inner\n\ninner body");
+TEST(MIMEReader, PartsComeInTheOrderTheyEnd) {
+    struct Case {
+        const char* what;
+        std::string message;
+        std::string outline;
+    } cases[] = {
+        {"two parts and a closing delimiter give three records",
+         "From: a@example.com\nContent-Type: multipart/mixed; boundary=\"B1\"\n\n--B1\nContent-Type: text/plain\n\n"
+         "one\n--B1\nContent-Type: text/html\n\n<p>two</p>\n--B1--\n",
+         "plain=\none | html=\n<p>two</p> | -"},
+        {"nested parts come before their container",
+         "skip\nContent-Type: multipart/mixed; boundary=outer\n\n--outer\n"
+         "Content-Type: multipart/alternative; boundary=inner\n\n--inner\nContent-Type: text/plain\n\nplain\n"
+         "--inner\nContent-Type: text/html\n\n<b>html</b>\n--inner--\n\n--outer\nContent-Type: application/pdf\n"
+         "Content-Disposition: attachment; filename=a.pdf\nContent-Transfer-Encoding: base64\n\nAAAA\n--outer--\n",
+         "plain=\nplain | html=\n<b>html</b> | - | alternative | pdf=\nAAAA | -"},
+        {"an attached message keeps its blank lines",
+         "skip\nContent-Type: multipart/mixed; boundary=b\n\n--b\nContent-Type: message/rfc822\n"
+         "Content-Disposition: attachment; filename=\"Fwd.EML\"\n\nSubject: inner\n\ninner body\n--b--\n",
+         "rfc822=Subject: inner\n\ninner body | -"},
+    };
+    for (const Case& c : cases) EXPECT_EQ(outline(parse(c.message)), c.outline) << c.what;
+    EXPECT_EQ(text(parse(cases[0].message), "contentType"), "multipart");
+    EXPECT_EQ(text(*parts(parse(cases[2].message))[0].dict(), "fileName"), "fwd.eml");
 }
 
 TEST(MIMEReader, InterpretMIMEReportsTheLastLineRead) {
@@ -274,23 +211,14 @@ TEST(MIMEReader, DeepNestingStopsAtTheLimit) {
                 capture.contains("MIME Reader - message too complex, nested parts read as text"));
 }
 
-TEST(MIMEReader, ManyHeadersAndALongLine) {
-    std::string message = "skip\n";
-    for (int i = 0; i < 100000; ++i) message += "X-H" + std::to_string(i % 1000) + ": v\n";
-    message += "X-Long: " + std::string(4 << 20, 'a') + "\n\nbody\n";
-    Dict record = parse(message);
-    EXPECT_EQ(text(record, "X-H5"), "v");
-    EXPECT_EQ(record.findString("X-Long")->size(), std::size_t(4 << 20));
-    EXPECT_EQ(text(record, "content"), "\nbody");
-}
-
-TEST(MIMEReader, DistinctHeaderNamesAreCapped) {
-    std::string message = "skip\n";
+TEST(MIMEReader, DistinctHeaderNamesAreCappedAndALongLineKept) {
+    std::string message = "skip\nX-Long: " + std::string(4 << 20, 'a') + "\n";
     for (int i = 0; i < 20000; ++i) message += "X-H" + std::to_string(i) + ": v\n";
     message += "\nbody\n";
     qh::Log::Capture capture;
     Dict record = parse(message);
     EXPECT_LT(record.size(), 20000u);
+    EXPECT_EQ(record.findString("X-Long")->size(), std::size_t(4 << 20));
     EXPECT_EQ(text(record, "X-H1"), "v");
     EXPECT_EQ(text(record, "content"), "\nbody");
     EXPECT_TRUE(capture.contains("MIME Reader - too many header fields, the rest left out"));
