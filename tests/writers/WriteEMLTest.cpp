@@ -1,12 +1,12 @@
 // The message text the EML writer makes, compared line by line with the
 // boundary (a fresh UUID per message) replaced by "BOUNDARY".
-#include <cstdlib>
 #include <optional>
 #include <string>
 
 #include <gtest/gtest.h>
 
 #include "core/SystemInfo.h"
+#include "support/EnvironmentGuard.h"
 #include <quillhaven/Value.h>
 #include "writers/MailFormatters.h"
 #include <quillhaven/WriteEML.h>
@@ -30,15 +30,9 @@ class WriteEMLTest : public testing::Test {
 protected:
     void SetUp() override {
         qh::SystemInfo::overrideSystemVersion("13.0");
-        const char* zone = std::getenv("TZ");
-        if (zone) savedZone_ = zone;
-        setenv("TZ", "UTC", 1);
+        environment_.set("TZ", "UTC");
     }
-    void TearDown() override {
-        qh::SystemInfo::overrideSystemVersion(std::nullopt);
-        if (savedZone_) setenv("TZ", savedZone_->c_str(), 1);
-        else unsetenv("TZ");
-    }
+    void TearDown() override { qh::SystemInfo::overrideSystemVersion(std::nullopt); }
 
     // The writer's text with its boundary replaced, so that layouts compare exactly.
     static std::string written(const Dict& message) {
@@ -60,103 +54,68 @@ protected:
         return text;
     }
 
-    std::optional<std::string> savedZone_;
+    qhtest::EnvironmentGuard environment_;
 };
 
 Dict address(std::string name, std::string mail) { return Dict{{"Name", std::move(name)}, {"Address", std::move(mail)}}; }
 
-TEST_F(WriteEMLTest, OnlyBody) {
-    Dict message{{"Body", "  Hello body \n"}};
-    EXPECT_EQ(written(message),
-              join({kHeaders, kFixedLines, kPlainHeader, "\n", kBoundaryLine, "Hello body", "\n\n", "\n"}));
-}
-
-TEST_F(WriteEMLTest, NothingToWrite) {
-    EXPECT_EQ(written(Dict{}), join({kHeaders, kFixedLines, kPlainHeader, "\n", "\n\n", "\n"}));
-}
-
-TEST_F(WriteEMLTest, HtmlGoesOutUnencodedWithSingleLineEnds) {
-    Dict message{{"Subject", " Hi \n"}, {"HTML", "\n<html><body>a\r\n\r\n\nb = c\u00e9</body></html>\n "},
-                 {"Body", "not written"}};
-    EXPECT_EQ(written(message), join({kHeaders, "Subject: Hi\n", kFixedLines, kBoundaryLine, kHtmlHeader, "\n",
-                                      "<html><body>a\nb = c\u00e9</body></html>", "\n\n", "\n"}));
-}
-
-TEST_F(WriteEMLTest, RawMailBeatsHtmlAndStandsAsItIs) {
-    Dict message{{"RawMail", "=3D raw\r\n\r\nx"}, {"HTML", "<b>not written</b>"}};
-    EXPECT_EQ(written(message),
-              join({kHeaders, kFixedLines, kBoundaryLine, kHtmlHeader, "\n", "=3D raw\r\n\r\nx", "\n\n", "\n"}));
-}
-
-TEST_F(WriteEMLTest, RtfBecomesQuotedPrintableHtmlAndAnRtfPart) {
+TEST_F(WriteEMLTest, Layouts) {
     const std::string rtf = "{\\rtf1 Hi \\b caf\\u233?\\b0\\par}";
-    Dict message{{"RTF", qh::toBytes(rtf)}, {"Body", "not written"}};
     const std::string html =
         "<!DOCTYPE html>\n<html>\n<head>\n<meta charset=\"utf-8\">\n"
         "<style>p { margin: 0; white-space: pre-wrap; }</style>\n</head>\n<body>\n"
         "<p>Hi <b>caf=C3=A9</b></p>\n</body>\n</html>";
-    EXPECT_EQ(written(message),
-              join({kHeaders, kFixedLines, kBoundaryLine, kHtmlHeader, "\n", html, "\n\n", kBoundaryLine,
-                    "Content-type: text/rtf\n", "Content-Disposition: attachment; filename=EmailContent.rtf\n",
-                    "Content-length: ", std::to_string(rtf.size()), "\n\n", rtf, "\n\n", "\n"}));
-}
-
-TEST_F(WriteEMLTest, RtfWithoutHtmlGivesPlainPartAndCountsCharacters) {
-    // Not RTF at all: no HTML and no text, but the bytes still go out as the
-    // RTF part, read as ISO Latin-1 and counted in characters.
-    Dict message{{"RTF", qh::Bytes{'c', 'a', 'f', 0xE9, '\n', '\n', 'x'}}};
-    EXPECT_EQ(written(message),
-              join({kHeaders, kFixedLines, kBoundaryLine, kPlainHeader, "\n", "\n\n", kBoundaryLine,
-                    "Content-type: text/rtf\n", "Content-Disposition: attachment; filename=EmailContent.rtf\n",
-                    "Content-length: 7\n\n", "caf\u00e9\nx", "\n\n", "\n"}));
-}
-
-TEST_F(WriteEMLTest, AddressLists) {
-    Dict message{
-        {"From", Array{address("Ann", "ann@example.com")}},
-        {"To", Array{address("Bob", "bob@example.com"), address("Bad", "not an address"),
-                     Dict{{"Address", "carl@example.org"}}}},
-        {"CC", Array{}},
-        {"BCC", Array{address("Nobody", "nobody")}},
-    };
-    EXPECT_EQ(written(message),
-              join({kHeaders, "From: \"Ann\" <ann@example.com>,\n",
-                    "To: \"Bob\" <bob@example.com>,\n \"carl@example.org\" <carl@example.org>,\n", "Cc: \n",
-                    "Bcc: \n", kFixedLines, kPlainHeader, "\n", "\n\n", "\n"}));
-}
-
-TEST_F(WriteEMLTest, DateLine) {
-    struct Case {
-        const char* name;
-        Dict message;
-        std::string line;
-    };
-    const Case cases[] = {
-        {"TimeStampBeatsDate", Dict{{"TimeStamp", qh::Date{1000000000}}, {"Date", "Mon, 1 Jan 2001"}},
-         "Date: Sun, 9 Sep 2001 01:46:40 +0000\n"},
-        {"DateTrimmed", Dict{{"Date", "  Tue, 2 Feb 2021 10:00:00 +0100 \n"}}, "Date: Tue, 2 Feb 2021 10:00:00 +0100\n"},
-        {"NoDate", Dict{}, ""},
-    };
-    for (const Case& c : cases)
-        EXPECT_EQ(written(c.message), join({kHeaders, c.line, kFixedLines, kPlainHeader, "\n", "\n\n", "\n"})) << c.name;
-}
-
-TEST_F(WriteEMLTest, Attachments) {
-    Dict message{{"AttachmentList",
-                  Array{Dict{{"name", "a.txt"}, {"data", qh::toBytes("hello")}},
-                        Dict{{"data", qh::toBytes("xyz")}},
-                        Dict{{"name", "empty.bin"}, {"data", qh::Bytes{}}},
-                        Dict{{"name", "nodata.bin"}},
-                        Dict{{"name", ""}, {"data", qh::toBytes("1")}},
-                        Dict{{"name", "long.bin"}, {"data", qh::Bytes(60, 0xFF)}}}}};
+    const std::string rtfPart = "Content-type: text/rtf\nContent-Disposition: attachment; filename=EmailContent.rtf\n";
     auto part = [](std::string_view name, std::string_view base64) {
         return join({"\n", "\n--BOUNDARY\n", "Content-Transfer-Encoding: base64", "\n",
                      "Content-Disposition: attachment;\n\tfilename=\"", name, "\"\n\n", base64, "\n\n"});
     };
-    const std::string longBase64 = std::string(76, '/') + "\n" + std::string(4, '/');
-    EXPECT_EQ(written(message),
-              join({kHeaders, kFixedLines, kPlainHeader, "\n", "\n\n", part("a.txt", "aGVsbG8="),
-                    part("Unnamed", "eHl6"), part("Unnamed", "MQ=="), part("long.bin", longBase64), "\n"}));
+    const std::string noBody = join({kFixedLines, kPlainHeader, "\n", "\n\n"});
+    struct Case {
+        const char* name;
+        Dict message;
+        std::string expected;
+    } cases[] = {
+        {"only a body", Dict{{"Body", "  Hello body \n"}},
+         join({kHeaders, kFixedLines, kPlainHeader, "\n", kBoundaryLine, "Hello body", "\n\n", "\n"})},
+        {"nothing to write", Dict{}, join({kHeaders, noBody, "\n"})},
+        {"HTML goes out unencoded with single line ends",
+         Dict{{"Subject", " Hi \n"}, {"HTML", "\n<html><body>a\r\n\r\n\nb = c\u00e9</body></html>\n "}, {"Body", "not written"}},
+         join({kHeaders, "Subject: Hi\n", kFixedLines, kBoundaryLine, kHtmlHeader, "\n",
+               "<html><body>a\nb = c\u00e9</body></html>", "\n\n", "\n"})},
+        {"RawMail beats HTML and stands as it is", Dict{{"RawMail", "=3D raw\r\n\r\nx"}, {"HTML", "<b>not written</b>"}},
+         join({kHeaders, kFixedLines, kBoundaryLine, kHtmlHeader, "\n", "=3D raw\r\n\r\nx", "\n\n", "\n"})},
+        {"RTF becomes quoted-printable HTML and an RTF part", Dict{{"RTF", qh::toBytes(rtf)}, {"Body", "not written"}},
+         join({kHeaders, kFixedLines, kBoundaryLine, kHtmlHeader, "\n", html, "\n\n", kBoundaryLine, rtfPart,
+               "Content-length: ", std::to_string(rtf.size()), "\n\n", rtf, "\n\n", "\n"})},
+        // Not RTF at all: no HTML and no text, but the bytes still go out as
+        // the RTF part, read as ISO Latin-1 and counted in characters.
+        {"RTF without HTML gives a plain part", Dict{{"RTF", qh::Bytes{'c', 'a', 'f', 0xE9, '\n', '\n', 'x'}}},
+         join({kHeaders, kFixedLines, kBoundaryLine, kPlainHeader, "\n", "\n\n", kBoundaryLine, rtfPart,
+               "Content-length: 7\n\n", "caf\u00e9\nx", "\n\n", "\n"})},
+        {"address lists",
+         Dict{{"From", Array{address("Ann", "ann@example.com")}},
+              {"To", Array{address("Bob", "bob@example.com"), address("Bad", "not an address"),
+                           Dict{{"Address", "carl@example.org"}}}},
+              {"CC", Array{}},
+              {"BCC", Array{address("Nobody", "nobody")}}},
+         join({kHeaders, "From: \"Ann\" <ann@example.com>,\n",
+               "To: \"Bob\" <bob@example.com>,\n \"carl@example.org\" <carl@example.org>,\n", "Cc: \n", "Bcc: \n",
+               noBody, "\n"})},
+        {"TimeStamp beats Date", Dict{{"TimeStamp", qh::Date{1000000000}}, {"Date", "Mon, 1 Jan 2001"}},
+         join({kHeaders, "Date: Sun, 9 Sep 2001 01:46:40 +0000\n", noBody, "\n"})},
+        {"Date trimmed", Dict{{"Date", "  Tue, 2 Feb 2021 10:00:00 +0100 \n"}},
+         join({kHeaders, "Date: Tue, 2 Feb 2021 10:00:00 +0100\n", noBody, "\n"})},
+        {"attachments: unnamed, empty and missing data",
+         Dict{{"AttachmentList",
+               Array{Dict{{"name", "a.txt"}, {"data", qh::toBytes("hello")}}, Dict{{"data", qh::toBytes("xyz")}},
+                     Dict{{"name", "empty.bin"}, {"data", qh::Bytes{}}}, Dict{{"name", "nodata.bin"}},
+                     Dict{{"name", ""}, {"data", qh::toBytes("1")}},
+                     Dict{{"name", "long.bin"}, {"data", qh::Bytes(60, 0xFF)}}}}},
+         join({kHeaders, noBody, part("a.txt", "aGVsbG8="), part("Unnamed", "eHl6"), part("Unnamed", "MQ=="),
+               part("long.bin", std::string(76, '/') + "\n" + std::string(4, '/')), "\n"})},
+    };
+    for (const Case& c : cases) EXPECT_EQ(written(c.message), c.expected) << c.name;
 }
 
 TEST_F(WriteEMLTest, MultipartTypeFollowsSystemVersion) {
