@@ -1,8 +1,8 @@
-// View pages in a real browser (Debian's chromium, headless), skipped where it
-// is not installed. Chromium takes seconds to start, so the corpus is checked
-// in one run: every message's page body goes into one page set under the
-// page's own head (its policy and style), and the test looks for each subject
-// in the DOM the browser built.
+// View pages, as text and in a real browser (Debian's chromium, headless; the
+// browser half is skipped where it is not installed). Chromium takes seconds
+// to start, so the corpus is checked in one run: every message's page body
+// goes into one page set under the page's own head (its policy and style), and
+// the test looks for each subject in the DOM the browser built.
 #include <arpa/inet.h>
 #include <netinet/in.h>
 #include <poll.h>
@@ -10,7 +10,6 @@
 #include <unistd.h>
 
 #include <atomic>
-#include <cstdio>
 #include <filesystem>
 #include <fstream>
 #include <string>
@@ -55,11 +54,6 @@ private:
     fs::path path_;
 };
 
-std::string readText(const fs::path& path) {
-    std::ifstream in(path, std::ios::binary);
-    return std::string(std::istreambuf_iterator<char>(in), {});
-}
-
 void writeText(const fs::path& path, const std::string& text) { std::ofstream(path, std::ios::binary) << text; }
 
 // Runs headless chromium on a page and returns what it printed. `isolated`:
@@ -75,14 +69,7 @@ std::string runChromium(const Scratch& scratch, const fs::path& page, const std:
                " --user-data-dir='" + scratch.profile().string() + "'";
     if (isolated) command += " --proxy-server=127.0.0.1:9 --host-resolver-rules='MAP * ~NOTFOUND'";
     command += " " + action + " 'file://" + page.string() + "' 2>/dev/null";
-    std::string out;
-    if (FILE* pipe = ::popen(command.c_str(), "r")) {
-        char buffer[65536];
-        std::size_t n;
-        while ((n = std::fread(buffer, 1, sizeof buffer, pipe)) > 0) out.append(buffer, n);
-        ::pclose(pipe);
-    }
-    return out;
+    return qhviewtest::run(command);
 }
 
 // How a text node's content comes back in chromium's serialised DOM.
@@ -156,12 +143,22 @@ std::string viewPage(const std::string& message) {
     return result.out;
 }
 
+// The page's text first (without a browser), then what chromium makes of it.
 TEST(Browser, HostileMessageFetchesNothingAndRunsNothing) {
-    QH_REQUIRE_CHROMIUM();
-    Scratch scratch;
     Listener listener;
     ASSERT_TRUE(listener.ready());
-    std::string message = qhviewtest::hostileMessage(listener.host());
+    const std::string page = viewPage(qhviewtest::hostileMessage(listener.host()));
+    EXPECT_NE(page.find("Body text survives"), std::string::npos);
+    EXPECT_NE(page.find("<meta http-equiv=\"Content-Security-Policy\""), std::string::npos);
+    EXPECT_NE(page.find("remote images were blocked"), std::string::npos);
+    EXPECT_NE(page.find("href=\"https://example.com/ok\""), std::string::npos);
+    for (const char* banned : {"<script", "<iframe", "<object", "<embed", "<form", "<input", "<video", "<svg", "<base",
+                               "<link", "refresh", "onload", "onerror", "onfocus", "javascript:", "vbscript:", "file:",
+                               "@import", "127.0.0.1", "\\\\", "PWNED"})
+        EXPECT_EQ(page.find(banned), std::string::npos) << banned;
+
+    QH_REQUIRE_CHROMIUM();
+    Scratch scratch;
 
     // The control: a page that does load an image from the listener, so
     // silence below means the page asked for nothing.
@@ -169,7 +166,7 @@ TEST(Browser, HostileMessageFetchesNothingAndRunsNothing) {
     runChromium(scratch, scratch.file("control.html"), "--dump-dom", false);
     int controlRequests = listener.requests();
 
-    writeText(scratch.file("hostile.html"), viewPage(message));
+    writeText(scratch.file("hostile.html"), page);
     std::string dom = runChromium(scratch, scratch.file("hostile.html"), "--dump-dom", false);
     ASSERT_NE(dom.find("Body text survives"), std::string::npos) << dom;
     EXPECT_EQ(listener.requests(), controlRequests) << "the page fetched from the network";
@@ -192,15 +189,14 @@ TEST(Browser, NewsletterRendersOfflineWithoutItsPixelOrScript) {
     EXPECT_EQ(dom.find("tracker.example"), std::string::npos);
     runChromium(scratch, scratch.file("news.html"),
                 "--window-size=900,600 --screenshot='" + scratch.file("news.png").string() + "'", true);
-    std::string png = readText(scratch.file("news.png"));
+    std::string png = qhviewtest::readText(scratch.file("news.png"));
     EXPECT_GT(png.size(), 1000u);
     EXPECT_EQ(png.substr(0, 4), "\x89PNG");
 }
 
+// Every corpus message gives a whole page; in chromium, each shows its subject.
 TEST(Browser, EveryCorpusMessageShowsItsSubject) {
-    QH_REQUIRE_CHROMIUM();
     QH_REQUIRE_CORPUS("");
-    Scratch scratch;
     std::string head, bodies;
     std::vector<std::pair<std::string, std::string>> expected;  // file, subject as serialised
     for (const char* sub : {"msg", "eml", "tnef"}) {
@@ -208,7 +204,8 @@ TEST(Browser, EveryCorpusMessageShowsItsSubject) {
             std::string name = path.filename().string();
             if (name.find(".expected") != std::string::npos) continue;
             auto result = qhtest::runCli({"view", path.string()});
-            EXPECT_EQ(result.exitCode, 0) << name;
+            EXPECT_EQ(result.exitCode, 0) << name << ": " << result.err;
+            EXPECT_TRUE(result.out.ends_with("</article>\n</body>\n</html>\n")) << name;
             std::size_t body = result.out.find("<body>\n"), end = result.out.rfind("</body>");
             if (body == std::string::npos || end == std::string::npos) {
                 ADD_FAILURE() << name << ": no page body";
@@ -236,6 +233,8 @@ TEST(Browser, EveryCorpusMessageShowsItsSubject) {
         }
     }
     ASSERT_GT(expected.size(), 100u);
+    QH_REQUIRE_CHROMIUM();
+    Scratch scratch;
     writeText(scratch.file("corpus.html"), head + "<body>\n" + bodies + "</body>\n</html>\n");
     std::string dom = runChromium(scratch, scratch.file("corpus.html"), "--dump-dom", true);
     ASSERT_NE(dom.find("</html>"), std::string::npos) << "chromium gave no DOM";

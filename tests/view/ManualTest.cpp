@@ -1,26 +1,17 @@
 // The manual page made from the help texts, and the bash completion that asks
 // the command for its words: both must know every command and option.
-#include <cstdio>
 #include <filesystem>
 #include <fstream>
 #include <string>
 
 #include <gtest/gtest.h>
 
+#include "ViewFixtures.h"
 #include "support/Corpus.h"
 
 namespace {
 
-std::string run(const std::string& command) {
-    std::string out;
-    if (FILE* pipe = ::popen(command.c_str(), "r")) {
-        char buffer[4096];
-        std::size_t n;
-        while ((n = std::fread(buffer, 1, sizeof buffer, pipe)) > 0) out.append(buffer, n);
-        ::pclose(pipe);
-    }
-    return out;
-}
+using qhviewtest::run;
 
 TEST(Manual, PageNamesEveryCommandAndItsOptions) {
     std::filesystem::path page = std::filesystem::path(QH_CLI_PATH).parent_path() / "quillhaven.1";

@@ -189,25 +189,6 @@ std::filesystem::path scratch(const std::string& name) {
     return dir;
 }
 
-std::string readText(const std::filesystem::path& path) {
-    std::ifstream in(path, std::ios::binary);
-    return std::string(std::istreambuf_iterator<char>(in), {});
-}
-
-TEST(ViewCommand, HostileMessageComesOutInert) {
-    auto result = qhtest::runCli({"view", "-"}, qhviewtest::hostileMessage("127.0.0.1:9"));
-    ASSERT_EQ(result.exitCode, 0) << result.err;
-    const std::string& page = result.out;
-    EXPECT_NE(page.find("Body text survives"), std::string::npos);
-    EXPECT_NE(page.find("<meta http-equiv=\"Content-Security-Policy\""), std::string::npos);
-    EXPECT_NE(page.find("remote images were blocked"), std::string::npos);
-    EXPECT_NE(page.find("href=\"https://example.com/ok\""), std::string::npos);
-    for (const char* banned : {"<script", "<iframe", "<object", "<embed", "<form", "<input", "<video", "<svg", "<base",
-                               "<link", "refresh", "onload", "onerror", "onfocus", "javascript:", "vbscript:", "file:",
-                               "@import", "127.0.0.1", "\\\\", "PWNED"})
-        EXPECT_EQ(page.find(banned), std::string::npos) << banned;
-}
-
 TEST(ViewCommand, OutputsExitCodesAndOpening) {
     auto dir = scratch("command");
     std::string message = (dir / "news.eml").string();
@@ -217,7 +198,7 @@ TEST(ViewCommand, OutputsExitCodesAndOpening) {
     auto written = qhtest::runCli({"view", "-o", page, message});
     EXPECT_EQ(written.exitCode, 0) << written.err;
     EXPECT_EQ(written.out, "");
-    EXPECT_NE(readText(page).find("Read all about it"), std::string::npos);
+    EXPECT_NE(qhviewtest::readText(page).find("Read all about it"), std::string::npos);
 
     auto text = qhtest::runCli({"view", "--text", message});
     EXPECT_EQ(text.exitCode, 0);
@@ -238,29 +219,13 @@ TEST(ViewCommand, OutputsExitCodesAndOpening) {
     EXPECT_EQ(opened.exitCode, 0) << opened.err;
     ASSERT_FALSE(opened.out.empty());
     std::string temporary = opened.out.substr(0, opened.out.size() - 1);
-    EXPECT_EQ(readText(dir / "opened"), temporary + "\n");
+    EXPECT_EQ(qhviewtest::readText(dir / "opened"), temporary + "\n");
     EXPECT_EQ(temporary.rfind((dir / "quillhaven-view-").string(), 0), 0u) << temporary;
-    EXPECT_NE(readText(temporary).find("Read all about it"), std::string::npos);
+    EXPECT_NE(qhviewtest::readText(temporary).find("Read all about it"), std::string::npos);
     auto relative = qhtest::runCli({"view", "--open", "-o", page, message});
     EXPECT_EQ(relative.exitCode, 0);
-    EXPECT_EQ(readText(dir / "opened"), std::filesystem::absolute(page).string() + "\n");
+    EXPECT_EQ(qhviewtest::readText(dir / "opened"), std::filesystem::absolute(page).string() + "\n");
     std::filesystem::remove_all(dir);
-}
-
-TEST(ViewCommand, EveryCorpusMessageGivesAPage) {
-    QH_REQUIRE_CORPUS("");
-    std::size_t files = 0;
-    for (const char* sub : {"msg", "eml", "tnef"}) {
-        for (const auto& path : qhtest::corpusFiles(sub, "")) {
-            std::string name = path.filename().string();
-            if (name.find(".expected") != std::string::npos) continue;
-            auto result = qhtest::runCli({"view", path.string()});
-            EXPECT_EQ(result.exitCode, 0) << name << ": " << result.err;
-            EXPECT_NE(result.out.find("</article>\n</body>\n</html>\n"), std::string::npos) << name;
-            ++files;
-        }
-    }
-    EXPECT_GT(files, 100u);
 }
 
 }  // namespace
