@@ -2,6 +2,7 @@
 // and the bytes-to-text fallback chain.
 #include <gtest/gtest.h>
 
+#include <random>
 
 #include "core/Log.h"
 #include "core/TextEncoding.h"
