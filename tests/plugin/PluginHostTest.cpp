@@ -39,13 +39,16 @@ protected:
     long instancesBefore_ = 0;
 };
 
-TEST_F(PluginHostTest, FactoryMakesInstancesOnlyForTheGeneratorType) {
+QuickLookGeneratorPluginType* make() {
+    return static_cast<QuickLookGeneratorPluginType*>(QuickLookGeneratorPluginFactory(kCFAllocatorDefault, generatorType()));
+}
+
+TEST_F(PluginHostTest, FactoryAndQueryInterface) {
     CFUUIDRef otherType = CFUUIDCreateFromString(kCFAllocatorDefault, CFSTR(QH_PLUGIN_FACTORY_UUID));
     EXPECT_EQ(QuickLookGeneratorPluginFactory(kCFAllocatorDefault, otherType), nullptr);
     CFRelease(otherType);
 
-    auto* instance = static_cast<QuickLookGeneratorPluginType*>(
-        QuickLookGeneratorPluginFactory(kCFAllocatorDefault, generatorType()));
+    auto* instance = make();
     ASSERT_NE(instance, nullptr);
     EXPECT_EQ(instance->refCount, 1u);
     EXPECT_TRUE(CFEqual(instance->factoryID, factoryID_));
@@ -60,40 +63,28 @@ TEST_F(PluginHostTest, FactoryMakesInstancesOnlyForTheGeneratorType) {
     EXPECT_EQ(table->GenerateThumbnailForURL, nullptr);
     EXPECT_EQ(table->GeneratePreviewForURL, nullptr);
 
-    EXPECT_EQ(QuickLookGeneratorPluginRelease(instance), 0u);
-}
-
-TEST_F(PluginHostTest, QueryInterface) {
-    auto* instance = static_cast<QuickLookGeneratorPluginType*>(
-        QuickLookGeneratorPluginFactory(kCFAllocatorDefault, generatorType()));
-    ASSERT_NE(instance, nullptr);
-
     LPVOID out = reinterpret_cast<LPVOID>(0x1);
     CFUUIDBytes unknown;
     std::memcpy(&unknown, kIUnknown, sizeof unknown);
-    EXPECT_EQ(instance->conduitInterface->QueryInterface(instance, unknown, &out), E_NOINTERFACE);
+    EXPECT_EQ(table->QueryInterface(instance, unknown, &out), E_NOINTERFACE);
     EXPECT_EQ(out, nullptr);
     EXPECT_EQ(instance->refCount, 1u);
-    EXPECT_EQ(instance->conduitInterface->GeneratePreviewForURL, nullptr);
+    EXPECT_EQ(table->GeneratePreviewForURL, nullptr);
 
-    EXPECT_EQ(instance->conduitInterface->QueryInterface(instance, callbacksInterface(), &out), S_OK);
+    EXPECT_EQ(table->QueryInterface(instance, callbacksInterface(), &out), S_OK);
     EXPECT_EQ(out, instance);
     EXPECT_EQ(instance->refCount, 2u);
-    QLGeneratorInterfaceStruct* table = instance->conduitInterface;
     EXPECT_EQ(table->GenerateThumbnailForURL, GenerateThumbnailForURL);
     EXPECT_EQ(table->CancelThumbnailGeneration, CancelThumbnailGeneration);
     EXPECT_EQ(table->GeneratePreviewForURL, GeneratePreviewForURL);
     EXPECT_EQ(table->CancelPreviewGeneration, CancelPreviewGeneration);
-
     EXPECT_EQ(table->Release(instance), 1u);
     EXPECT_EQ(table->Release(instance), 0u);
 }
 
 TEST_F(PluginHostTest, InstancesAreIndependent) {
-    auto* first = static_cast<QuickLookGeneratorPluginType*>(
-        QuickLookGeneratorPluginFactory(kCFAllocatorDefault, generatorType()));
-    auto* second = static_cast<QuickLookGeneratorPluginType*>(
-        QuickLookGeneratorPluginFactory(kCFAllocatorDefault, generatorType()));
+    auto* first = make();
+    auto* second = make();
     ASSERT_NE(first, nullptr);
     ASSERT_NE(second, nullptr);
     EXPECT_NE(first->conduitInterface, second->conduitInterface);

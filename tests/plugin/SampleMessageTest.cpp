@@ -8,13 +8,14 @@
 #include <fstream>
 
 #include "plugin/MsgMetaData.h"
-#include "support/CompoundWriter.h"
+#include "msg/MsgFixture.h"
 #include "support/Corpus.h"
 #include "support/RtfCompressor.h"
 
 namespace {
 
 using qh::Bytes;
+using qhtest::MsgFixture;
 using qhtest::utf16;
 
 const char kSubject[] = "Welcome to Quillhaven";
@@ -43,84 +44,53 @@ const char kRtfBody[] =
     "\\pard\\sa120 Best regards,\\line\\cf1\\b Quillhaven\\cf0\\b0\\par\r\n"
     "}\r\n";
 
-void put32(Bytes& out, std::uint32_t value) {
-    for (int i = 0; i < 4; ++i) out.push_back(static_cast<std::uint8_t>(value >> (8 * i)));
-}
-void put64(Bytes& out, std::uint64_t value) {
-    put32(out, static_cast<std::uint32_t>(value));
-    put32(out, static_cast<std::uint32_t>(value >> 32));
-}
-
-// A property record: fixed values inline, variable ones by size.
-void fixedProperty(Bytes& out, std::uint32_t tag, std::uint64_t value) {
-    put32(out, tag);
-    put32(out, 0x6);  // readable, writable
-    put64(out, value);
-}
-void variableProperty(Bytes& out, std::uint32_t tag, std::uint32_t size) {
-    put32(out, tag);
-    put32(out, 0x6);
-    put32(out, size);
-    put32(out, 0);
+// The streams of a storage and its property stream: fixed values inline,
+// strings (UTF-16) by their size with the terminator.
+struct Text {
+    std::uint16_t id;
+    std::string value;
+};
+void addTexts(MsgFixture& message, std::vector<MsgFixture::Record>& records, const std::string& storage,
+              const std::vector<Text>& texts) {
+    for (const Text& text : texts) {
+        message.unicode(storage, text.id, text.value);
+        records.push_back({0x001F, text.id, utf16(text.value).size() + 2});
+    }
 }
 
 qh::Bytes sampleMessage() {
     const std::uint64_t sentAt = 134129430000000000ull;  // 2026-01-15 09:30:00 UTC
     const Bytes rtf = qhtest::RtfCompressor::compress(kRtfBody);
-
-    struct Text {
-        std::uint32_t tag;
-        std::string value;
+    MsgFixture message;
+    std::vector<MsgFixture::Record> records = {
+        {0x0003, 0x0017, 1},       // importance: normal
+        {0x0003, 0x0E07, 0x1},     // message flags: read
+        {0x0040, 0x0039, sentAt},  // submitted
+        {0x0040, 0x0E06, sentAt},  // delivered
+        {0x0003, 0x3FDE, 1252},    // internet code page
     };
-    const Text texts[] = {
-        {0x001A001F, "IPM.Note"},          {0x0037001F, kSubject},       {0x0E1D001F, kSubject},
-        {0x0C1A001F, kSenderName},         {0x0C1F001F, kSenderAddress}, {0x0C1E001F, "SMTP"},
-        {0x0042001F, kSenderName},         {0x0065001F, kSenderAddress}, {0x0E04001F, kRecipientName},
-        {0x1000001F, kPlainBody},
-    };
+    addTexts(message, records, "",
+             {{0x001A, "IPM.Note"}, {0x0037, kSubject}, {0x0E1D, kSubject}, {0x0C1A, kSenderName},
+              {0x0C1F, kSenderAddress}, {0x0C1E, "SMTP"}, {0x0042, kSenderName}, {0x0065, kSenderAddress},
+              {0x0E04, kRecipientName}, {0x1000, kPlainBody}});
+    message.binary("", 0x1009, rtf);
+    records.push_back({0x0102, 0x1009, rtf.size()});
+    Bytes properties = MsgFixture::records(MsgFixture::kTopHeader, records);
+    properties[8] = 1;   // next recipient id
+    properties[16] = 1;  // recipient count
+    message.stream("__properties_version1.0", properties);
 
-    Bytes properties(32, 0);  // top-level header: reserved, next ids, counts
-    properties[8] = 1;        // next recipient id
-    properties[16] = 1;       // recipient count
-    fixedProperty(properties, 0x00170003, 1);       // importance: normal
-    fixedProperty(properties, 0x0E070003, 0x1);     // message flags: read
-    fixedProperty(properties, 0x00390040, sentAt);  // submitted
-    fixedProperty(properties, 0x0E060040, sentAt);  // delivered
-    fixedProperty(properties, 0x3FDE0003, 1252);    // internet code page
-
-    qhtest::CompoundWriter writer;
-    for (const auto& text : texts) {
-        char name[32];
-        std::snprintf(name, sizeof name, "__substg1.0_%08X", text.tag);
-        Bytes value = utf16(text.value);
-        writer.addStream(name, value);
-        variableProperty(properties, text.tag, static_cast<std::uint32_t>(value.size() + 2));
-    }
-    writer.addStream("__substg1.0_10090102", rtf);
-    variableProperty(properties, 0x10090102, static_cast<std::uint32_t>(rtf.size()));
-    writer.addStream("__properties_version1.0", properties);
-
-    const std::string recipient = "__recip_version1.0_#00000000/";
-    Bytes recipientProperties(8, 0);
-    fixedProperty(recipientProperties, 0x0C150003, 1);  // To
-    const Text recipientTexts[] = {
-        {0x3001001F, kRecipientName}, {0x3002001F, "SMTP"}, {0x3003001F, kRecipientAddress},
-        {0x39FE001F, kRecipientAddress},
-    };
-    for (const auto& text : recipientTexts) {
-        char name[32];
-        std::snprintf(name, sizeof name, "__substg1.0_%08X", text.tag);
-        Bytes value = utf16(text.value);
-        writer.addStream(recipient + name, value);
-        variableProperty(recipientProperties, text.tag, static_cast<std::uint32_t>(value.size() + 2));
-    }
-    writer.addStream(recipient + "__properties_version1.0", recipientProperties);
+    const std::string recipient = MsgFixture::recipient(0);
+    std::vector<MsgFixture::Record> recipientRecords = {{0x0003, 0x0C15, 1}};  // To
+    addTexts(message, recipientRecords, recipient,
+             {{0x3001, kRecipientName}, {0x3002, "SMTP"}, {0x3003, kRecipientAddress}, {0x39FE, kRecipientAddress}});
+    message.stream(recipient + "/__properties_version1.0",
+                   MsgFixture::records(MsgFixture::kAttachmentHeader, recipientRecords));
 
     // No named properties, but the storage every message carries.
-    writer.addStream("__nameid_version1.0/__substg1.0_00020102", Bytes{});
-    writer.addStream("__nameid_version1.0/__substg1.0_00030102", Bytes{});
-    writer.addStream("__nameid_version1.0/__substg1.0_00040102", Bytes{});
-    return writer.bytes();
+    for (const char* name : {"00020102", "00030102", "00040102"})
+        message.stream(std::string("__nameid_version1.0/__substg1.0_") + name, Bytes{});
+    return message.build();
 }
 
 TEST(SampleMessageTest, CheckedInSampleMatchesItsDescription) {

@@ -183,16 +183,9 @@ std::uint32_t CompoundFile::entryField(std::string_view path, std::size_t field)
     return read32(entryOffset(path) + field);
 }
 
-std::uint32_t CompoundFile::fat(std::uint32_t sector) const {
-    const std::size_t perSector = sectorSize / 4;
-    return read32(sectorOffset(fatSectors.at(sector / perSector)) + (sector % perSector) * 4);
-}
 void CompoundFile::setFat(std::uint32_t sector, std::uint32_t next) {
     const std::size_t perSector = sectorSize / 4;
     write32(sectorOffset(fatSectors.at(sector / perSector)) + (sector % perSector) * 4, next);
-}
-std::uint32_t CompoundFile::miniFat(std::uint32_t sector) const {
-    return read32(sectorOffset(miniFatStart) + std::size_t(sector) * 4);
 }
 void CompoundFile::setMiniFat(std::uint32_t sector, std::uint32_t next) {
     write32(sectorOffset(miniFatStart) + std::size_t(sector) * 4, next);
@@ -200,7 +193,6 @@ void CompoundFile::setMiniFat(std::uint32_t sector, std::uint32_t next) {
 void CompoundFile::setEntryField(std::string_view path, std::size_t field, std::uint32_t value) {
     write32(entryOffset(path) + field, value);
 }
-void CompoundFile::setEntryType(std::string_view path, std::uint8_t type) { bytes.at(entryOffset(path) + 66) = type; }
 void CompoundFile::setHeader16(std::size_t offset, std::uint16_t value) { put16(bytes, offset, value); }
 void CompoundFile::setHeader32(std::size_t offset, std::uint32_t value) { put32(bytes, offset, value); }
 
@@ -298,7 +290,6 @@ CompoundFile CompoundWriter::build() const {
 
     CompoundFile file;
     file.sectorSize = sectorSize;
-    file.miniSectorSize = kMini;
     file.bytes.assign((totalSectors + 1) * sectorSize, 0);
     qh::Bytes& out = file.bytes;
 

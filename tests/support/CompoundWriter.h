@@ -35,7 +35,6 @@ qh::Bytes utf16(std::string_view text);
 struct CompoundFile {
     qh::Bytes bytes;
     std::uint32_t sectorSize = 512;
-    std::uint32_t miniSectorSize = 64;
     std::vector<std::uint32_t> fatSectors;
     std::vector<std::uint32_t> difatSectors;
     std::uint32_t directoryStart = 0;
@@ -50,14 +49,11 @@ struct CompoundFile {
     // First sector of the stream at `path` (small sector for small streams).
     std::uint32_t startSector(std::string_view path) const { return entryField(path, 116); }
 
-    std::uint32_t fat(std::uint32_t sector) const;
     void setFat(std::uint32_t sector, std::uint32_t next);
-    std::uint32_t miniFat(std::uint32_t sector) const;
     void setMiniFat(std::uint32_t sector, std::uint32_t next);
     // A 32-bit field of a directory entry (offsets as in the entry: 68 left,
     // 72 right, 76 child, 116 start, 120 size).
     void setEntryField(std::string_view path, std::size_t field, std::uint32_t value);
-    void setEntryType(std::string_view path, std::uint8_t type);
     void setHeader16(std::size_t offset, std::uint16_t value);
     void setHeader32(std::size_t offset, std::uint32_t value);
     void truncate(std::size_t size) { bytes.resize(std::min(size, bytes.size())); }

@@ -7,6 +7,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <atomic>
 #include <cstdlib>
 #include <fstream>
 #include <iterator>
@@ -40,9 +41,7 @@ qh::Bytes readFileBytes(const std::filesystem::path& path) {
     return qh::Bytes((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
 }
 
-namespace {
-
-CliResult spawnAndCollect(const std::vector<std::string>& argvStore, const std::string& input) {
+CliResult runProgram(const std::vector<std::string>& argvStore, const std::string& input) {
     int inPipe[2], outPipe[2], errPipe[2];
     if (pipe(inPipe) || pipe(outPipe) || pipe(errPipe)) return {};
     posix_spawn_file_actions_t actions;
@@ -114,12 +113,10 @@ CliResult spawnAndCollect(const std::vector<std::string>& argvStore, const std::
     return result;
 }
 
-}  // namespace
-
 CliResult runCli(const std::vector<std::string>& args, const std::string& input) {
     std::vector<std::string> argv{QH_CLI_PATH};
     argv.insert(argv.end(), args.begin(), args.end());
-    return spawnAndCollect(argv, input);
+    return runProgram(argv, input);
 }
 
 CliResult runCliMeasured(const std::vector<std::string>& args, const std::string& input) {
@@ -136,7 +133,7 @@ CliResult runCliMeasured(const std::vector<std::string>& args, const std::string
     // gives "Command terminated by signal", which is no clean exit either.
     std::vector<std::string> argv{timer, "-q", "-f", "%M", "-o", report, QH_CLI_PATH};
     argv.insert(argv.end(), args.begin(), args.end());
-    CliResult result = spawnAndCollect(argv, input);
+    CliResult result = runProgram(argv, input);
     std::ifstream in(report);
     std::string line, last;
     while (std::getline(in, line)) {
@@ -146,6 +143,23 @@ CliResult runCliMeasured(const std::vector<std::string>& args, const std::string
     result.peakRssKiB = last.empty() ? 0 : std::atol(last.c_str());
     ::unlink(report);
     return result;
+}
+
+bool pythonHas(const std::string& modules) {
+    return runProgram({"/usr/bin/python3", "-c", "import " + modules}).exitCode == 0;
+}
+
+TemporaryFile::TemporaryFile(qh::ByteView contents, const std::string& name) {
+    static std::atomic<int> counter{0};
+    path_ = std::filesystem::temp_directory_path() /
+            ("qh-test-" + std::to_string(::getpid()) + "-" + std::to_string(counter++) + "-" + name);
+    std::ofstream(path_, std::ios::binary)
+        .write(reinterpret_cast<const char*>(contents.data()), static_cast<std::streamsize>(contents.size()));
+}
+
+TemporaryFile::~TemporaryFile() {
+    std::error_code ignored;
+    std::filesystem::remove_all(path_, ignored);
 }
 
 }  // namespace qhtest

@@ -24,6 +24,8 @@ struct CliResult {
     std::string err;
     long peakRssKiB = 0;  // the command's peak resident memory (runCliMeasured only)
 };
+// Runs `argv` (the program's path first), feeding `input` to its standard input.
+CliResult runProgram(const std::vector<std::string>& argv, const std::string& input = "");
 // Runs the built `quillhaven` with `args`, feeding `input` to its standard input.
 CliResult runCli(const std::vector<std::string>& args, const std::string& input = "");
 // The same under /usr/bin/time, which gives the command's own peak resident
@@ -31,6 +33,24 @@ CliResult runCli(const std::vector<std::string>& args, const std::string& input 
 // program's high-water mark, one forked by a small program does not. The
 // peak is -1 when /usr/bin/time is not installed.
 CliResult runCliMeasured(const std::vector<std::string>& args, const std::string& input = "");
+
+// Whether /usr/bin/python3 imports `modules` ("olefile, json"): an oracle's
+// absence skips a test, its failure fails it.
+bool pythonHas(const std::string& modules);
+
+// A file holding `contents` in the temporary folder, removed when the object goes.
+class TemporaryFile {
+public:
+    explicit TemporaryFile(qh::ByteView contents, const std::string& name = "file");
+    ~TemporaryFile();
+    TemporaryFile(const TemporaryFile&) = delete;
+    TemporaryFile& operator=(const TemporaryFile&) = delete;
+    const std::filesystem::path& path() const { return path_; }
+    std::string string() const { return path_.string(); }
+
+private:
+    std::filesystem::path path_;
+};
 
 }  // namespace qhtest
 
