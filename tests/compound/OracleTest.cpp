@@ -4,11 +4,8 @@
 // the whole-sector buffer.
 #include <gtest/gtest.h>
 
-#include <cstdio>
-#include <cstdlib>
-#include <filesystem>
-#include <fstream>
 #include <map>
+#include <sstream>
 
 #include <quillhaven/Mole.h>
 #include "support/CompoundWriter.h"
@@ -23,10 +20,6 @@ struct OracleEntry {
 };
 using Listing = std::map<std::string, OracleEntry>;
 
-std::string python() {
-    return std::filesystem::exists("/usr/bin/python3") ? "/usr/bin/python3" : "python3";
-}
-
 qh::Bytes fromHex(std::string_view hex) {
     qh::Bytes out(hex.size() / 2);
     auto nibble = [](char c) { return c <= '9' ? c - '0' : c - 'a' + 10; };
@@ -34,90 +27,58 @@ qh::Bytes fromHex(std::string_view hex) {
     return out;
 }
 
-// Whether python3 with olefile is installed: only its absence skips a test.
-bool olefileInstalled() {
-    return std::system((python() + " -c 'import olefile' >/dev/null 2>&1").c_str()) == 0;
-}
-
 // The listings olefile makes of `files`, by file, from one run of the
 // script; none when the script fails.
-std::optional<std::map<std::string, Listing>> oracle(const std::vector<std::filesystem::path>& files) {
-    std::string command = python() + " " QH_SOURCE_DIR "/tests/compound/olefile_listing.py";
-    for (const auto& file : files) command += " '" + file.string() + "'";
-    command += " 2>/dev/null";
-    FILE* pipe = popen(command.c_str(), "r");
-    if (!pipe) return std::nullopt;
-    std::string text;
-    char chunk[65536];
-    std::size_t got;
-    while ((got = std::fread(chunk, 1, sizeof chunk, pipe)) > 0) text.append(chunk, got);
-    const int status = pclose(pipe);
-    if (status != 0) return std::nullopt;
+std::optional<std::map<std::string, Listing>> oracle(const std::vector<std::string>& files) {
+    std::vector<std::string> argv{"/usr/bin/python3", QH_SOURCE_DIR "/tests/compound/olefile_listing.py"};
+    argv.insert(argv.end(), files.begin(), files.end());
+    const qhtest::CliResult run = qhtest::runProgram(argv);
+    if (run.exitCode != 0) return std::nullopt;
     std::map<std::string, Listing> listings;
     Listing* listing = nullptr;
-    std::size_t position = 0;
-    while (position < text.size()) {
-        std::size_t end = text.find('\n', position);
-        std::string_view line(text.data() + position, end - position);
-        position = end + 1;
-        std::vector<std::string_view> fields;
-        for (std::size_t start = 0;;) {
-            std::size_t tab = line.find('\t', start);
-            fields.push_back(line.substr(start, tab == std::string_view::npos ? std::string_view::npos : tab - start));
-            if (tab == std::string_view::npos) break;
-            start = tab + 1;
-        }
+    std::istringstream lines(run.out);
+    for (std::string line; std::getline(lines, line);) {
+        std::vector<std::string> fields;
+        std::istringstream columns(line);
+        for (std::string field; std::getline(columns, field, '\t');) fields.push_back(field);
         if (fields[0] == "F") {
-            listing = &listings[std::string(fields[1])];
+            listing = &listings[fields[1]];
             continue;
         }
         if (!listing) return std::nullopt;
-        OracleEntry entry;
+        OracleEntry& entry = (*listing)[fields[1]];
         entry.stream = fields[0] == "S";
         if (entry.stream) {
-            entry.size = std::stoull(std::string(fields[2]));
-            entry.data = fromHex(fields[3]);
+            entry.size = std::stoull(fields[2]);
+            entry.data = fromHex(fields.size() > 3 ? fields[3] : "");
         }
-        (*listing)[std::string(fields[1])] = std::move(entry);
     }
     return listings;
-}
-
-std::optional<Listing> oracle(const std::filesystem::path& file) {
-    auto listings = oracle(std::vector<std::filesystem::path>{file});
-    if (!listings || !listings->count(file.string())) return std::nullopt;
-    return listings->at(file.string());
 }
 
 // path -> size text, from `quillhaven ls`, or (not `viaCommand`) from the
 // facade's directory walk that ls prints.
 std::map<std::string, std::string> lsListing(const std::string& file, bool viaCommand) {
     std::map<std::string, std::string> out;
+    auto add = [&](const std::string& path, const std::string& size) {
+        EXPECT_TRUE(out.emplace(path, size).second) << "listed twice: " << path;
+    };
     if (!viaCommand) {
-        const qh::Bytes bytes = qhtest::readFileBytes(file);
-        auto mole = qh::Mole::initWithData(bytes);
+        auto mole = qh::Mole::initWithData(qhtest::readFileBytes(file));
         EXPECT_TRUE(mole) << file;
-        if (!mole) return out;
-        for (const qh::Value& record : mole->getDirectory()) {
-            const qh::Dict* entry = record.dict();
-            if (!entry) continue;
-            const std::string* name = entry->findString("entryname");
-            const qh::Value* size = entry->find("entrysize");
-            const std::string path = name ? *name : std::string();
-            EXPECT_TRUE(out.emplace(path, size ? std::to_string(size->integer()) : "").second) << "listed twice: " << path;
+        for (const qh::Value& record : mole ? mole->getDirectory() : qh::Array()) {
+            const qh::Value* size = record.dict()->find("entrysize");
+            add(*record.dict()->findString("entryname"), size ? std::to_string(size->integer()) : "");
         }
         return out;
     }
     auto run = qhtest::runCli({"ls", file});
     EXPECT_EQ(run.exitCode, 0) << run.err;
-    std::size_t position = 0;
-    while (position < run.out.size()) {
-        std::size_t end = run.out.find('\n', position);
-        std::string line = run.out.substr(position, end - position);
-        position = end + 1;
+    std::istringstream lines(run.out);
+    for (std::string line; std::getline(lines, line);) {
         auto tab = line.find('\t');
         EXPECT_NE(tab, std::string::npos) << line;
-        EXPECT_TRUE(out.emplace(line.substr(0, tab), line.substr(tab + 1)).second) << "listed twice: " << line;
+        add(line.substr(0, tab), line.substr(tab + 1));
     }
     return out;
 }
@@ -138,7 +99,9 @@ void agree(const std::filesystem::path& file, const Listing& expected, bool viaC
     for (const auto& [path, size] : listed) {
         const bool rootAsChild = path.size() > 11 && path.ends_with("/Root Entry");
         linkZero |= rootAsChild;
-        if (!expected.count(path)) EXPECT_TRUE(rootAsChild) << "only listed by ls: " << path;
+        if (!expected.count(path)) {
+            EXPECT_TRUE(rootAsChild) << "only listed by ls: " << path;
+        }
     }
     const qh::Bytes bytes = qhtest::readFileBytes(file);
     auto mole = qh::Mole::initWithData(bytes);
@@ -169,22 +132,18 @@ void agree(const std::filesystem::path& file, const Listing& expected, bool viaC
     }
 }
 
-std::filesystem::path writeTemp(const qh::Bytes& bytes, const std::string& name) {
-    auto path = std::filesystem::temp_directory_path() / ("qh-compound-" + std::to_string(::getpid()) + "-" + name);
-    std::ofstream(path, std::ios::binary).write(reinterpret_cast<const char*>(bytes.data()), bytes.size());
-    return path;
-}
-
 }  // namespace
 
 TEST(Oracle, CorpusMessagesAgreeWithAnIndependentReader) {
     QH_REQUIRE_CORPUS("msg");
     auto files = qhtest::corpusFiles("msg", ".msg");
     ASSERT_FALSE(files.empty());
-    if (!olefileInstalled()) GTEST_SKIP() << "python3-olefile is not installed";
+    if (!qhtest::pythonHas("olefile")) GTEST_SKIP() << "python3-olefile is not installed";
     // One run of the oracle for every file: starting Python and olefile per
     // file took most of the test's time.
-    auto listings = oracle(files);
+    std::vector<std::string> names;
+    for (const auto& file : files) names.push_back(file.string());
+    auto listings = oracle(names);
     ASSERT_TRUE(listings) << "the olefile listing failed";
     std::size_t index = 0;
     for (const auto& file : files) {
@@ -216,14 +175,12 @@ TEST(Oracle, WriterFixturesAgreeWithAnIndependentReader) {
         {"master-sector-chain", qhtest::CompoundWriter().addStream("big", big).addStream("small", "x").extraFatSectors(240), 512},
         {"4096-byte-sectors", qhtest::CompoundWriter(12).addStream("big", big).addStream("d/small", "tiny"), 4096},
     };
-    if (!olefileInstalled()) GTEST_SKIP() << "python3-olefile is not installed";
+    if (!qhtest::pythonHas("olefile")) GTEST_SKIP() << "python3-olefile is not installed";
     for (auto& c : cases) {
         SCOPED_TRACE(c.name);
-        const auto path = writeTemp(c.writer.bytes(), c.name);
-        auto expected = oracle(path);
-        if (!expected) std::filesystem::remove(path);
-        ASSERT_TRUE(expected) << "olefile_listing.py failed";
-        agree(path, *expected, true, c.bigSector);
-        std::filesystem::remove(path);
+        const qhtest::TemporaryFile file(c.writer.bytes(), c.name);
+        auto expected = oracle({file.string()});
+        ASSERT_TRUE(expected && expected->count(file.string())) << "olefile_listing.py failed";
+        agree(file.path(), expected->at(file.string()), true, c.bigSector);
     }
 }

@@ -53,7 +53,7 @@ TEST(TextEncoding, DecodesStrictly) {
     for (const auto& c : cases) EXPECT_EQ(TextEncoding::decode(c.input, c.encoding), c.expected) << c.name;
 }
 
-TEST(TextEncoding, EncodesAndRoundTrips) {
+TEST(TextEncoding, EncodesStrictly) {
     EXPECT_EQ(TextEncoding::encode("\xE2\x82\xAC", StringEncoding::Windows1252), bytes({0x80}));
     EXPECT_EQ(TextEncoding::encode("\xD7\xA9", StringEncoding::Windows1255), bytes({0xF9}));
     EXPECT_FALSE(TextEncoding::encode("\xD7\xA9", StringEncoding::Windows1252));
@@ -62,14 +62,6 @@ TEST(TextEncoding, EncodesAndRoundTrips) {
     EXPECT_EQ(TextEncoding::encode("H", StringEncoding::UTF16), bytes({0xFF, 0xFE, 'H', 0}));
     EXPECT_EQ(TextEncoding::encode("\xF0\x9F\x98\x80", StringEncoding::UTF16BE), bytes({0xD8, 0x3D, 0xDE, 0x00}));
     EXPECT_FALSE(TextEncoding::encode("\xFF", StringEncoding::UTF8));
-    for (StringEncoding e : {StringEncoding::Windows1250, StringEncoding::Windows1251, StringEncoding::Windows1252,
-                             StringEncoding::Windows1253, StringEncoding::Windows1254}) {
-        Bytes all;
-        for (int b = 0x20; b < 0x7F; ++b) all.push_back(std::uint8_t(b));
-        auto text = TextEncoding::decode(all, e);
-        ASSERT_TRUE(text);
-        EXPECT_EQ(TextEncoding::encode(*text, e), all);
-    }
 }
 
 TEST(TextEncoding, CodePagesAndCharsets) {

@@ -7,7 +7,6 @@
 #include <nlohmann/json.hpp>
 
 #include "core/ByteCursor.h"
-#include "core/Log.h"
 #include "core/Messages.h"
 #include <quillhaven/MessageReader.h>
 #include "support/Corpus.h"
@@ -100,14 +99,6 @@ TEST(Dict, KeepsInsertionOrderAndReplacesInPlace) {
     EXPECT_EQ(*d.findString("subject"), "lower");
 }
 
-TEST(Blob, CopiesShareBytes) {
-    Blob a(Bytes{1, 2, 3});
-    Blob b = a;
-    EXPECT_EQ(a.data(), b.data());
-    EXPECT_EQ(a, Blob(Bytes{1, 2, 3}));
-    EXPECT_TRUE(Blob().empty());
-}
-
 TEST(ByteCursor, ReadsThatDoNotFitGiveZerosStickAndSayWhere) {
     const Bytes data{0x78, 0x9F, 0x3E, 0x22, 0x03, 0x00, 0x00, 0x00, 'a', 'b', 'c', 0x84};
     using Step = std::function<std::uint64_t(ByteCursor&)>;
@@ -148,12 +139,6 @@ TEST(ByteCursor, ReadsThatDoNotFitGiveZerosStickAndSayWhere) {
     EXPECT_TRUE(fits(0, 5, 5));
     EXPECT_FALSE(fits(1, 5, 5));
     EXPECT_FALSE(fits(~0ull, 2, 5));
-}
-
-TEST(Log, CaptureRecordsExactLines) {
-    Log::Capture capture;
-    Log::line("MOLE Reader - Error opening NSData");
-    EXPECT_EQ(capture.lines(), std::vector<std::string>{"MOLE Reader - Error opening NSData"});
 }
 
 TEST(Messages, UnknownKeyIsItsOwnText) {

@@ -3,12 +3,13 @@
 // appointment's recurrence blob.
 #include <gtest/gtest.h>
 
-#include <sstream>
 
 #include <quillhaven/ItemKeys.h>
+#include "core/TextEncoding.h"
 #include "readers/msg/Recurrence.h"
 #include <quillhaven/ICalendarWriter.h>
 #include <quillhaven/VCardWriter.h>
+#include "support/TnefWriter.h"
 
 namespace {
 
@@ -28,19 +29,6 @@ std::vector<std::string> physicalLines(const std::string& text) {
         start = end + 2;
     }
     return lines;
-}
-
-bool validUtf8(const std::string& text) {
-    for (std::size_t i = 0; i < text.size();) {
-        unsigned char c = static_cast<unsigned char>(text[i]);
-        std::size_t length = c < 0x80 ? 1 : (c >> 5) == 6 ? 2 : (c >> 4) == 14 ? 3 : (c >> 3) == 30 ? 4 : 0;
-        if (length == 0 || i + length > text.size()) return false;
-        for (std::size_t k = 1; k < length; ++k) {
-            if ((static_cast<unsigned char>(text[i + k]) & 0xC0) != 0x80) return false;
-        }
-        i += length;
-    }
-    return true;
 }
 
 std::string unfold(const std::string& text) {
@@ -73,7 +61,7 @@ TEST(ContentLines, FoldAt75OctetsWithoutSplittingCharacters) {
         std::vector<std::string> lines = physicalLines(folded);
         for (std::size_t i = 0; i < lines.size(); ++i) {
             EXPECT_LE(lines[i].size(), 75u) << c.what;
-            EXPECT_TRUE(validUtf8(lines[i])) << c.what << " line " << i;
+            EXPECT_EQ(qh::TextEncoding::sanitizeUTF8(lines[i]), lines[i]) << c.what << " line " << i;
             if (i > 0) EXPECT_EQ(lines[i][0], ' ') << c.what;
         }
         EXPECT_EQ(unfold(folded), c.line) << c.what;
@@ -162,11 +150,10 @@ qh::Bytes recurrence(std::uint16_t frequency, std::uint16_t pattern, std::uint32
                      std::vector<std::uint32_t> specific, std::uint32_t endType, std::uint32_t count,
                      std::uint32_t startDate = 221921280, std::uint32_t endDate = 221921280) {
     qh::Bytes out;
-    auto u16 = [&](std::uint16_t v) { out.push_back(v & 0xFF); out.push_back(v >> 8); };
-    auto u32 = [&](std::uint32_t v) { for (int i = 0; i < 4; ++i) out.push_back((v >> (8 * i)) & 0xFF); };
-    u16(0x3004); u16(0x3004); u16(frequency); u16(pattern); u16(0); u32(0); u32(period); u32(0);
-    for (std::uint32_t word : specific) u32(word);
-    u32(endType); u32(count); u32(0); u32(0); u32(0); u32(startDate); u32(endDate);
+    for (std::uint16_t word : {0x3004, 0x3004, int(frequency), int(pattern), 0}) qhtest::appendU16(out, word);
+    for (std::uint32_t word : {0u, period, 0u}) qhtest::appendU32(out, word);
+    specific.insert(specific.end(), {endType, count, 0, 0, 0, startDate, endDate});
+    for (std::uint32_t word : specific) qhtest::appendU32(out, word);
     return out;
 }
 
