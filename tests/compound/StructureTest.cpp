@@ -45,20 +45,6 @@ TEST(Header, Validity) {
     }
 }
 
-TEST(Header, LoadsFieldsFromTheFile) {
-    auto file = CompoundWriter().addStream("a", "x").build();
-    qh::Header header;
-    header.oleLoad(file.bytes);
-    EXPECT_EQ(header.getIdent(0), 0xD0);
-    EXPECT_EQ(header.getIdent(7), 0xE1);
-    EXPECT_EQ(header.masterShift, 9u);
-    EXPECT_EQ(header.smallShift, 6u);
-    EXPECT_EQ(header.allocationTableCount, file.fatSectors.size());
-    EXPECT_EQ(header.directoryEntryStart, file.directoryStart);
-    EXPECT_EQ(header.getBBsectors(0), file.fatSectors[0]);
-    EXPECT_EQ(header.getBBsectors(1), 0xFFFFFFFFu);
-}
-
 // The status codes and their pairing with open's answer.
 TEST(Document, OpenAnswersAndResultCodes) {
     const auto good = CompoundWriter().addStream("a", "x").build();

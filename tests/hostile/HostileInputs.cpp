@@ -12,6 +12,7 @@
 #include "support/MimeBuilder.h"
 #include "support/RtfCompressor.h"
 #include "support/TnefWriter.h"
+#include "util/Base64Codec.h"
 
 namespace qhtest {
 
@@ -174,53 +175,50 @@ std::string mimeNestedMessages(std::size_t depth) {
     return repeated("Subject: level\r\nContent-Type: message/rfc822\r\n\r\n", depth) + "Subject: last\r\n\r\nbody\r\n";
 }
 
-// Base64 of text, for encoded words.
-std::string base64(std::string_view in) {
-    static const char* table = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+/";
-    std::string out;
-    std::size_t i = 0;
-    for (; i + 2 < in.size(); i += 3) {
-        const unsigned v = (std::uint8_t(in[i]) << 16) | (std::uint8_t(in[i + 1]) << 8) | std::uint8_t(in[i + 2]);
-        for (int s = 18; s >= 0; s -= 6) out += table[(v >> s) & 63];
-    }
-    if (i + 1 == in.size()) {
-        const unsigned v = std::uint8_t(in[i]) << 16;
-        out += std::string{table[v >> 18], table[(v >> 12) & 63], '=', '='};
-    } else if (i + 2 == in.size()) {
-        const unsigned v = (std::uint8_t(in[i]) << 16) | (std::uint8_t(in[i + 1]) << 8);
-        out += std::string{table[v >> 18], table[(v >> 12) & 63], table[(v >> 6) & 63], '='};
-    }
-    return out;
-}
-
 // What an attacker puts in a value to start a header line of their own.
 const std::string kInjection = std::string("x\r\n") + kInjectedHeader + " yes\r\n\r\nbody";
 const std::string kInjectionLF = std::string("x\n") + kInjectedHeader + " yes";
 const std::string kInjectionCR = std::string("x\r") + kInjectedHeader + " yes";
 
+HostileInput compound(const std::string& what, std::function<void(CompoundFile&)> damage) {
+    return {"compound-" + what + ".msg", HostileKind::message, [damage] { return damaged(damage); }};
+}
+HostileInput note(const std::string& what, std::function<void(MsgFixture&)> add) {
+    return {"msg-" + what + ".msg", HostileKind::message, [add] { return noteWith(add); }};
+}
+
 std::vector<HostileInput> makeTable() {
     const HostileKind M = HostileKind::message;
     const HostileKind L = HostileKind::lzfu;
-    return {
+    std::vector<HostileInput> table;
+    for (std::uint16_t shift : {7, 16, 30})
+        table.push_back(compound("sector-shift-" + std::to_string(shift), [shift](auto& f) { f.setHeader16(30, shift); }));
+    const std::pair<const char*, std::string> attachmentNames[] = {
+        {"with-slashes", "a/b\\c/d.txt"},
+        {"dot-dot", "../../../../etc/passwd"},
+        {"only-dots", ".."},
+        {"absolute-path", "/tmp/qh-hostile-absolute"},
+        {"windows-absolute-path", "C:\\Windows\\win.ini"},
+        {"device", "CON"},
+        {"10000-characters", std::string(10000, 'n') + ".txt"},
+        {"with-control-characters", "a\0b\x1b[2J\xE2\x80\xAE" "txt.exe"s},
+    };
+    for (const auto& [what, name] : attachmentNames) {
+        table.push_back({std::string("msg-attachment-named-") + what + ".msg", M, [name] { return attachmentNamed(name); }});
+    }
+    const HostileInput named[] = {
         // ---- compound documents
         {"compound-header-shorter-than-512.msg", M, [] { Bytes b = sampleDocument().bytes; b.resize(300); return b; }},
-        {"compound-sector-shift-7.msg", M, [] { return damaged([](auto& f) { f.setHeader16(30, 7); }); }},
-        {"compound-sector-shift-16.msg", M, [] { return damaged([](auto& f) { f.setHeader16(30, 16); }); }},
-        {"compound-sector-shift-30.msg", M, [] { return damaged([](auto& f) { f.setHeader16(30, 30); }); }},
-        {"compound-mini-sector-shift-15.msg", M, [] { return damaged([](auto& f) { f.setHeader16(32, 15); }); }},
-        {"compound-fat-chain-loops-on-itself.msg", M,
-         [] { return damaged([](auto& f) { f.setFat(f.startSector(kBig), f.startSector(kBig)); }); }},
-        {"compound-fat-chain-loops-between-two-sectors.msg", M, [] {
-             return damaged([](auto& f) { f.setFat(f.startSector(kBig) + 1, f.startSector(kBig)); });
-         }},
-        {"compound-fat-chain-long-cycle.msg", M, [] {
-             return damaged([](auto& f) { f.setFat(f.startSector(kBig) + 11, f.startSector(kBig)); });
-         }},
-        {"compound-mini-fat-chain-loops.msg", M, [] {
-             return damaged([](auto& f) { f.setMiniFat(f.startSector(kSmall), f.startSector(kSmall)); });
-         }},
-        {"compound-directory-chain-loops.msg", M,
-         [] { return damaged([](auto& f) { f.setFat(f.directoryStart, f.directoryStart); }); }},
+        compound("mini-sector-shift-15", [](CompoundFile& f) { f.setHeader16(32, 15); }),
+        compound("fat-chain-loops-on-itself",
+                 [](CompoundFile& f) { f.setFat(f.startSector(kBig), f.startSector(kBig)); }),
+        compound("fat-chain-loops-between-two-sectors",
+                 [](CompoundFile& f) { f.setFat(f.startSector(kBig) + 1, f.startSector(kBig)); }),
+        compound("fat-chain-long-cycle",
+                 [](CompoundFile& f) { f.setFat(f.startSector(kBig) + 11, f.startSector(kBig)); }),
+        compound("mini-fat-chain-loops",
+                 [](CompoundFile& f) { f.setMiniFat(f.startSector(kSmall), f.startSector(kSmall)); }),
+        compound("directory-chain-loops", [](CompoundFile& f) { f.setFat(f.directoryStart, f.directoryStart); }),
         {"compound-difat-chain-loops-on-itself.msg", M, [] {
              CompoundFile f = withMasterChain();
              const std::uint32_t first = f.difatSectors.front();
@@ -232,88 +230,63 @@ std::vector<HostileInput> makeTable() {
              f.write32(f.sectorOffset(f.difatSectors.back()) + f.sectorSize - 4, f.difatSectors.front());
              return f.bytes;
          }},
-        {"compound-chain-past-end-of-file.msg", M,
-         [] { return damaged([](auto& f) { f.setFat(f.startSector(kBig), 100000); }); }},
-        {"compound-sectors-shared-by-two-streams.msg", M, [] {
-             return damaged([](auto& f) {
-                 f.setEntryField("__attach_version1.0_#00000000/__substg1.0_37010102", 116, f.startSector(kBig));
-             });
-         }},
-        {"compound-fat-sector-count-overflows.msg", M,
-         [] { return damaged([](auto& f) { f.setHeader32(44, 0x00800001); }); }},
-        {"compound-mini-fat-and-directory-counts-overflow.msg", M, [] {
-             return damaged([](auto& f) { f.setHeader32(64, 0xFFFFFFFF), f.setHeader32(40, 0xFFFFFFFF); });
-         }},
-        {"compound-directory-entry-past-the-table.msg", M,
-         [] { return damaged([](auto& f) { f.setEntryField(kSmall, 68, 100000); }); }},
-        {"compound-directory-siblings-cycle.msg", M, [] {
-             return damaged([](auto& f) {
-                 f.setEntryField(kSmall, 68, f.entryNumber(kBig));
-                 f.setEntryField(kBig, 72, f.entryNumber(kSmall));
-             });
-         }},
-        {"compound-directory-child-cycles-to-parent.msg", M, [] {
-             return damaged([](auto& f) {
-                 f.setEntryField("__attach_version1.0_#00000000", 76, f.entryNumber("__attach_version1.0_#00000000"));
-             });
-         }},
-        {"compound-directory-child-is-root.msg", M,
-         [] { return damaged([](auto& f) { f.setEntryField("__recip_version1.0_#00000000", 76, 0); }); }},
+        compound("chain-past-end-of-file", [](CompoundFile& f) { f.setFat(f.startSector(kBig), 100000); }),
+        compound("sectors-shared-by-two-streams", [](CompoundFile& f) {
+            f.setEntryField("__attach_version1.0_#00000000/__substg1.0_37010102", 116, f.startSector(kBig));
+        }),
+        compound("fat-sector-count-overflows", [](CompoundFile& f) { f.setHeader32(44, 0x00800001); }),
+        compound("mini-fat-and-directory-counts-overflow",
+                 [](CompoundFile& f) { f.setHeader32(64, 0xFFFFFFFF), f.setHeader32(40, 0xFFFFFFFF); }),
+        compound("directory-entry-past-the-table", [](CompoundFile& f) { f.setEntryField(kSmall, 68, 100000); }),
+        compound("directory-siblings-cycle", [](CompoundFile& f) {
+            f.setEntryField(kSmall, 68, f.entryNumber(kBig));
+            f.setEntryField(kBig, 72, f.entryNumber(kSmall));
+        }),
+        compound("directory-child-cycles-to-parent", [](CompoundFile& f) {
+            f.setEntryField("__attach_version1.0_#00000000", 76, f.entryNumber("__attach_version1.0_#00000000"));
+        }),
+        compound("directory-child-is-root",
+                 [](CompoundFile& f) { f.setEntryField("__recip_version1.0_#00000000", 76, 0); }),
         {"compound-directories-nested-10000-deep.msg", M, [] { return nestedDirectories(10000); }},
-        {"compound-entry-name-length-over-64.msg", M, [] {
-             return damaged([](auto& f) { f.bytes[f.entryOffset(kSmall) + 64] = 200; });
-         }},
-        {"compound-entry-name-length-odd.msg", M, [] {
-             return damaged([](auto& f) { f.bytes[f.entryOffset(kSmall) + 64] = 13; });
-         }},
-        {"compound-stream-size-beyond-the-file.msg", M,
-         [] { return damaged([](auto& f) { f.setEntryField(kBig, 120, 0x7FFFFFF0); }); }},
-        {"compound-small-stream-size-beyond-the-mini-stream.msg", M,
-         [] { return damaged([](auto& f) { f.setEntryField(kSmall, 120, 4000); }); }},
-        {"compound-v3-high-size-bits-set.msg", M,
-         [] { return damaged([](auto& f) { f.setEntryField(kBig, 124, 0xFFFFFFFF); }); }},
-        {"compound-mini-stream-missing.msg", M, [] {
-             return damaged([](auto& f) { f.setEntryField("", 116, kEndOfChain), f.setEntryField("", 120, 0); });
-         }},
+        compound("entry-name-length-over-64", [](CompoundFile& f) { f.bytes[f.entryOffset(kSmall) + 64] = 200; }),
+        compound("entry-name-length-odd", [](CompoundFile& f) { f.bytes[f.entryOffset(kSmall) + 64] = 13; }),
+        compound("stream-size-beyond-the-file", [](CompoundFile& f) { f.setEntryField(kBig, 120, 0x7FFFFFF0); }),
+        compound("small-stream-size-beyond-the-mini-stream",
+                 [](CompoundFile& f) { f.setEntryField(kSmall, 120, 4000); }),
+        compound("v3-high-size-bits-set", [](CompoundFile& f) { f.setEntryField(kBig, 124, 0xFFFFFFFF); }),
+        compound("mini-stream-missing",
+                 [](CompoundFile& f) { f.setEntryField("", 116, kEndOfChain), f.setEntryField("", 120, 0); }),
 
         // ---- MAPI properties
         {"msg-property-stream-header-too-short.msg", M,
          [] { return noteWith([](MsgFixture& m) { m.stream("__properties_version1.0", Bytes(20, 1)); }); }},
-        {"msg-property-stream-not-header-plus-records.msg", M, [] {
-             return noteWith([](MsgFixture& m) {
-                 Bytes stream = MsgFixture::records(MsgFixture::kTopHeader, {{0x0003, 0x3FFD, 1252}});
-                 stream.resize(stream.size() + 5, 0xFF);
-                 m.stream("__properties_version1.0", stream);
-             });
-         }},
-        {"msg-variable-sizes-disagree-with-streams.msg", M, [] {
-             return noteWith([](MsgFixture& m) {
-                 m.binary("", 0x1013, qh::asBytes("<p>html</p>"));
-                 m.properties("", MsgFixture::kTopHeader,
-                              {{0x001F, 0x0037, 0xFFFFFFF0}, {0x0102, 0x1013, 0x7FFFFFFF}, {0x001F, 0x1000, 2}});
-             });
-         }},
-        {"msg-utf16-of-odd-length.msg", M, [] {
-             return noteWith([](MsgFixture& m) {
-                 m.stream("__substg1.0_0E1D001F", Bytes{'a', 0, 'b', 0, 'c'});
-                 m.stream("__substg1.0_0042001F", Bytes{0x00, 0xD8, 'x'});  // a lone high surrogate, cut
-             });
-         }},
-        {"msg-multivalue-lengths-disagree-with-items.msg", M, [] {
-             return noteWith([](MsgFixture& m) {
-                 Bytes lengths;
-                 for (std::uint32_t length : {0xFFFFFFFFu, 7u, 100u, 0u, 3u}) appendU32(lengths, length);
-                 m.stream("__substg1.0_101F001F", lengths);
-                 m.stream("__substg1.0_101F001F-00000000", Bytes{'a', 0, 'b', 0, 'c', 0});
-                 m.stream("__substg1.0_101F001F-00000001", Bytes{'d', 0, 'e'});
-                 Bytes binaryLengths;
-                 for (std::uint32_t length : {16u, 0u, 0x7FFFFFFFu, 0u, 8u, 0u}) appendU32(binaryLengths, length);
-                 m.stream("__substg1.0_11020102", binaryLengths);
-                 m.stream("__substg1.0_11020102-00000002", Bytes(8, 9));
-                 m.stream("__substg1.0_10030003", Bytes{1, 2, 3, 4, 5, 6});  // fixed items, not a multiple of 4
-                 m.properties("", MsgFixture::kTopHeader, {{0x101F, 0x8000, 40}, {0x1102, 0x1102, 3}});
-             });
-         }},
+        note("property-stream-not-header-plus-records", [](MsgFixture& m) {
+             Bytes stream = MsgFixture::records(MsgFixture::kTopHeader, {{0x0003, 0x3FFD, 1252}});
+             stream.resize(stream.size() + 5, 0xFF);
+             m.stream("__properties_version1.0", stream);
+         }),
+        note("variable-sizes-disagree-with-streams", [](MsgFixture& m) {
+             m.binary("", 0x1013, qh::asBytes("<p>html</p>"));
+             m.properties("", MsgFixture::kTopHeader,
+                          {{0x001F, 0x0037, 0xFFFFFFF0}, {0x0102, 0x1013, 0x7FFFFFFF}, {0x001F, 0x1000, 2}});
+         }),
+        note("utf16-of-odd-length", [](MsgFixture& m) {
+             m.stream("__substg1.0_0E1D001F", Bytes{'a', 0, 'b', 0, 'c'});
+             m.stream("__substg1.0_0042001F", Bytes{0x00, 0xD8, 'x'});  // a lone high surrogate, cut
+         }),
+        note("multivalue-lengths-disagree-with-items", [](MsgFixture& m) {
+             Bytes lengths;
+             for (std::uint32_t length : {0xFFFFFFFFu, 7u, 100u, 0u, 3u}) appendU32(lengths, length);
+             m.stream("__substg1.0_101F001F", lengths);
+             m.stream("__substg1.0_101F001F-00000000", Bytes{'a', 0, 'b', 0, 'c', 0});
+             m.stream("__substg1.0_101F001F-00000001", Bytes{'d', 0, 'e'});
+             Bytes binaryLengths;
+             for (std::uint32_t length : {16u, 0u, 0x7FFFFFFFu, 0u, 8u, 0u}) appendU32(binaryLengths, length);
+             m.stream("__substg1.0_11020102", binaryLengths);
+             m.stream("__substg1.0_11020102-00000002", Bytes(8, 9));
+             m.stream("__substg1.0_10030003", Bytes{1, 2, 3, 4, 5, 6});  // fixed items, not a multiple of 4
+             m.properties("", MsgFixture::kTopHeader, {{0x101F, 0x8000, 40}, {0x1102, 0x1102, 3}});
+         }),
         {"msg-named-property-indexes-past-their-streams.msg", M, [] {
              Bytes strings;
              appendU32(strings, 0x7FFFFFFF);
@@ -326,54 +299,37 @@ std::vector<HostileInput> makeTable() {
                                  strings);
          }},
         {"msg-embedded-messages-1000-deep.msg", M, [] { return embeddedMessages(1000); }},
-        {"msg-code-page-lies-utf8.msg", M, [] {
-             return noteWith([](MsgFixture& m) {
-                 m.ansi("", 0x0E1D, "\xFF\xFE\xC3(\x80 bad UTF-8").ansi("", 0x1000, "\xE2\x82");
-                 m.properties("", MsgFixture::kTopHeader, {{0x0003, 0x3FFD, 65001}, {0x0003, 0x3FDE, 65001}});
-             });
-         }},
-        {"msg-code-page-lies-utf16-and-unknown.msg", M, [] {
-             return noteWith([](MsgFixture& m) {
-                 m.ansi("", 0x0E1D, "odd").ansi("", 0x0042, "\x1B$B\x1B(J\x1B$)");
-                 m.properties("", MsgFixture::kTopHeader, {{0x0003, 0x3FFD, 1200}, {0x0003, 0x3FDE, 99999}});
-             });
-         }},
-        {"msg-filetimes-at-the-extremes.msg", M, [] {
-             return noteWith([](MsgFixture& m) {
-                 m.properties("", MsgFixture::kTopHeader,
-                              {{0x0040, 0x0039, 0},
-                               {0x0040, 0x0E06, 0xFFFFFFFFFFFFFFFFull},
-                               {0x0040, 0x3007, 0x7FFFFFFFFFFFFFFFull},
-                               {0x0040, 0x3008, 1}});
-             });
-         }},
-        {"msg-attachment-named-with-slashes.msg", M, [] { return attachmentNamed("a/b\\c/d.txt"); }},
-        {"msg-attachment-named-dot-dot.msg", M, [] { return attachmentNamed("../../../../etc/passwd"); }},
-        {"msg-attachment-named-only-dots.msg", M, [] { return attachmentNamed(".."); }},
-        {"msg-attachment-named-absolute-path.msg", M, [] { return attachmentNamed("/tmp/qh-hostile-absolute"); }},
-        {"msg-attachment-named-windows-absolute-path.msg", M, [] { return attachmentNamed("C:\\Windows\\win.ini"); }},
-        {"msg-attachment-named-device.msg", M, [] { return attachmentNamed("CON"); }},
-        {"msg-attachment-named-10000-characters.msg", M, [] { return attachmentNamed(std::string(10000, 'n') + ".txt"); }},
-        {"msg-attachment-named-with-control-characters.msg", M,
-         [] { return attachmentNamed("a\0b\x1b[2J\xE2\x80\xAE" "txt.exe"s); }},
-        {"msg-values-with-line-breaks.msg", M, [] {
-             return noteWith([](MsgFixture& m) {
-                 m.unicode("", 0x0E1D, kInjection).unicode("", 0x0042, kInjectionLF).unicode("", 0x0065, kInjectionCR);
-                 m.unicode("", 0x0C1A, kInjection).unicode("", 0x0C1F, kInjectionLF).unicode("", 0x1035, kInjection);
-                 m.unicode("", 0x0E04, kInjection).unicode("", 0x0E03, kInjectionCR);
-                 const std::string r = MsgFixture::recipient(0);
-                 m.unicode(r, 0x3001, kInjection).unicode(r, 0x39FE, kInjectionLF).unicode(r, 0x3003, kInjectionCR);
-                 m.properties(r, MsgFixture::kAttachmentHeader, {{0x0003, 0x0C15, 1}});
-                 const std::string valid = MsgFixture::recipient(1);  // a valid address under a hostile name
-                 m.unicode(valid, 0x3001, kInjection).unicode(valid, 0x39FE, "b@example.com");
-                 m.unicode(valid, 0x3003, "b@example.com");
-                 m.properties(valid, MsgFixture::kAttachmentHeader, {{0x0003, 0x0C15, 2}});
-                 const std::string a = MsgFixture::attachment(0);
-                 m.unicode(a, 0x3707, kInjection).unicode(a, 0x370E, kInjection).unicode(a, 0x3712, kInjectionLF);
-                 m.binary(a, 0x3701, qh::asBytes("data"));
-                 m.properties(a, MsgFixture::kAttachmentHeader, {{0x0003, 0x3705, 1}});
-             });
-         }},
+        note("code-page-lies-utf8", [](MsgFixture& m) {
+             m.ansi("", 0x0E1D, "\xFF\xFE\xC3(\x80 bad UTF-8").ansi("", 0x1000, "\xE2\x82");
+             m.properties("", MsgFixture::kTopHeader, {{0x0003, 0x3FFD, 65001}, {0x0003, 0x3FDE, 65001}});
+         }),
+        note("code-page-lies-utf16-and-unknown", [](MsgFixture& m) {
+             m.ansi("", 0x0E1D, "odd").ansi("", 0x0042, "\x1B$B\x1B(J\x1B$)");
+             m.properties("", MsgFixture::kTopHeader, {{0x0003, 0x3FFD, 1200}, {0x0003, 0x3FDE, 99999}});
+         }),
+        note("filetimes-at-the-extremes", [](MsgFixture& m) {
+             m.properties("", MsgFixture::kTopHeader,
+                          {{0x0040, 0x0039, 0},
+                           {0x0040, 0x0E06, 0xFFFFFFFFFFFFFFFFull},
+                           {0x0040, 0x3007, 0x7FFFFFFFFFFFFFFFull},
+                           {0x0040, 0x3008, 1}});
+         }),
+        note("values-with-line-breaks", [](MsgFixture& m) {
+             m.unicode("", 0x0E1D, kInjection).unicode("", 0x0042, kInjectionLF).unicode("", 0x0065, kInjectionCR);
+             m.unicode("", 0x0C1A, kInjection).unicode("", 0x0C1F, kInjectionLF).unicode("", 0x1035, kInjection);
+             m.unicode("", 0x0E04, kInjection).unicode("", 0x0E03, kInjectionCR);
+             const std::string r = MsgFixture::recipient(0);
+             m.unicode(r, 0x3001, kInjection).unicode(r, 0x39FE, kInjectionLF).unicode(r, 0x3003, kInjectionCR);
+             m.properties(r, MsgFixture::kAttachmentHeader, {{0x0003, 0x0C15, 1}});
+             const std::string valid = MsgFixture::recipient(1);  // a valid address under a hostile name
+             m.unicode(valid, 0x3001, kInjection).unicode(valid, 0x39FE, "b@example.com");
+             m.unicode(valid, 0x3003, "b@example.com");
+             m.properties(valid, MsgFixture::kAttachmentHeader, {{0x0003, 0x0C15, 2}});
+             const std::string a = MsgFixture::attachment(0);
+             m.unicode(a, 0x3707, kInjection).unicode(a, 0x370E, kInjection).unicode(a, 0x3712, kInjectionLF);
+             m.binary(a, 0x3701, qh::asBytes("data"));
+             m.properties(a, MsgFixture::kAttachmentHeader, {{0x0003, 0x3705, 1}});
+         }),
         {"msg-subject-with-line-breaks.msg", M, [] {
              MsgFixture m;
              m.unicode("", 0x001A, "IPM.Note").unicode("", 0x0037, kInjection).unicode("", 0x1000, "Body");
@@ -591,7 +547,7 @@ std::vector<HostileInput> makeTable() {
              return text(MimeBuilder().header("From", "a@example.com").multipart("mixed", "b", {part}).str());
          }},
         {"mime-values-with-line-breaks.eml", M, [] {
-             const std::string encoded = "=?utf-8?B?" + base64(kInjection) + "?=";
+             const std::string encoded = "=?utf-8?B?" + qh::base64EncodedString(qh::asBytes(kInjection)) + "?=";
              const std::string qEncoded = std::string("=?utf-8?Q?x=0D=0A") + kInjectedHeader + "_yes?=";
              MimeBuilder part;
              part.header("Content-Type", "text/plain; name=\"" + encoded + "\"")
@@ -624,6 +580,8 @@ std::vector<HostileInput> makeTable() {
              return text(MimeBuilder().header("From", "a@example.com").multipart("mixed", "b", parts).str());
          }},
     };
+    table.insert(table.end(), std::begin(named), std::end(named));
+    return table;
 }
 
 }  // namespace
