@@ -181,7 +181,9 @@ TEST(PreviewCommand, OutputForms) {
         SCOPED_TRACE(c.args.back());
         auto run = runCli(c.args, c.input);
         EXPECT_EQ(run.exitCode, c.exitCode);
-        if (c.exitCode == 0) EXPECT_EQ(run.out, c.out);
+        if (c.exitCode == 0) {
+            EXPECT_EQ(run.out, c.out);
+        }
     }
     auto json = runCli({"preview", "--json", path});
     EXPECT_EQ(json.exitCode, 0);

@@ -30,8 +30,11 @@ TEST(RtfCommand, FormsAndFailures) {
         SCOPED_TRACE(c.args[1]);
         qhtest::CliResult result = qhtest::runCli(c.args);
         EXPECT_EQ(result.exitCode, c.exitCode);
-        if (c.out.starts_with("<p>")) EXPECT_NE(result.out.find(c.out), std::string::npos) << result.out;
-        else if (c.exitCode == 0) EXPECT_EQ(result.out, c.out);
+        if (c.out.starts_with("<p>")) {
+            EXPECT_NE(result.out.find(c.out), std::string::npos) << result.out;
+        } else if (c.exitCode == 0) {
+            EXPECT_EQ(result.out, c.out);
+        }
     }
 }
 
