@@ -2,6 +2,7 @@
 // address validation.
 #include <gtest/gtest.h>
 
+#include <random>
 #include <set>
 
 #include "core/Regex.h"
@@ -139,4 +140,46 @@ TEST(ValidateEmailAddress, RunawayInputEndsInTime) {
     // them all: the match gives up at its time limit instead of running on.
     std::string hostile = "a@" + std::string(5000, 'a') + "-";
     EXPECT_FALSE(WebWangers::validateEmailAddress(hostile));
+}
+
+// The plain matcher against the published expression it reads, matched whole
+// and case-blind by the regular-expression engine, on addresses built from
+// the pieces each part of the expression treats apart, some of them broken.
+TEST(ValidateEmailAddress, IsThePublishedExpression) {
+    const std::string_view published =
+        "(?:[a-z0-9!#$%\\&'*+/=?\\^_`{|}~-]+(?:\\.[a-z0-9!#$%\\&'*+/=?\\^_`{|}~-]+)*|\"(?:[\\x01-\\x08\\x0b\\x0c\\x0e-\\x1f\\x21"
+        "\\x23-\\x5b\\x5d-\\x7f]|\\\\[\\x01-\\x09\\x0b\\x0c\\x0e-\\x7f])*\")@(?:(?:[a-z0-9](?:[a-z0-9-]*[a-z0-9])?\\.)+"
+        "[a-z0-9](?:[a-z0-9-]*[a-z0-9])?|\\[(?:(?:25[0-5]|2[0-4][0-9]|[01]?[0-9][0-9]?)\\.){3}(?:25[0-5]|2[0-4][0-9]|"
+        "[01]?[0-9][0-9]?|[a-z0-9-]*[a-z0-9]:(?:[\\x01-\\x08\\x0b\\x0c\\x0e-\\x1f\\x21-\\x5a\\x53-\\x7f]|\\\\[\\x01-"
+        "\\x09\\x0b\\x0c\\x0e-\\x7f])+)\\])";
+    const std::optional<Regex> expression = Regex::compile(published, Regex::CaseInsensitive);
+    ASSERT_TRUE(expression);
+    auto pick = [](std::mt19937& random, const auto& list) { return std::string(list[random() % std::size(list)]); };
+    const char* atoms[] = {"a", "Bc", "x!y~", "\xC5\xBF", "\xE2\x84\xAA", "\xC4\xB0", "\xC3\xA9", "\xEF\xAC\x80", ""};
+    const char* quoted[] = {"a", "\\\"", "\\ ", " ", "@", "\\\\", "\x7F", "\\\r", "\\", "\xC5\xBF"};
+    const char* labels[] = {"ex", "a-b", "-a", "b-", "0", "Z9", "\xE2\x84\xAA", "\xC4\xB1", ""};
+    const char* octets[] = {"1", "25", "255", "256", "099", "0001", "2a", ""};
+    const char* lasts[] = {"4", "tag:x", "t-g:a\\ b", "x:\\ ]", "-:y", "::", "a:\\\t", "k:]", "a:b\\", "q: "};
+    const char* noise[] = {"@", ".", "\"", "[", "]", "\\", " ", "\t", "\n", std::string_view("\0", 1).data(), "\xFF"};
+    std::mt19937 random(5322);
+    for (int round = 0; round < 4000; ++round) {
+        std::string local, domain;
+        if (random() % 3) {
+            for (int n = 1 + random() % 3; n > 0; --n) local += (local.empty() ? "" : ".") + pick(random, atoms);
+        } else {
+            local = "\"";
+            for (int n = random() % 4; n > 0; --n) local += pick(random, quoted);
+            local += "\"";
+        }
+        if (random() % 3) {
+            for (int n = 1 + random() % 3; n > 0; --n) domain += (domain.empty() ? "" : ".") + pick(random, labels);
+        } else {
+            domain = "[";
+            for (int n = 0; n < 3; ++n) domain += pick(random, octets) + ".";
+            domain += (random() % 2 ? pick(random, octets) : pick(random, lasts)) + "]";
+        }
+        std::string text = local + "@" + domain;
+        if (random() % 4 == 0) text.insert(random() % (text.size() + 1), pick(random, noise));
+        EXPECT_EQ(WebWangers::validateEmailAddress(text), expression->matchesWhole(text)) << text;
+    }
 }
