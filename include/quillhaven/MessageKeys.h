@@ -53,7 +53,21 @@ inline constexpr std::string_view kEmlContentID = "ContentID";  // classic .eml 
 // MIME part record (classic .eml "MailContent"); its attachment items may carry
 // the file name under kPartFileName instead of kAttachName.
 inline constexpr std::string_view kPartFileName = "fileName";
-inline constexpr std::string_view kPartContentType = "contentType";  // the media type's first piece, lower case
+inline constexpr std::string_view kPartContentType = "contentType";      // the media type's first piece, lower case
+inline constexpr std::string_view kPartContentFormat = "contentFormat";  // its subtype, lower case
+inline constexpr std::string_view kPartMetaType = "metaType";            // the first parameter's name
+inline constexpr std::string_view kPartMetaData = "metaData";            // and its value
+inline constexpr std::string_view kPartCharset = "charset";
+inline constexpr std::string_view kPartTypeName = "typeName";          // the Content-Type "name" parameter
+inline constexpr std::string_view kPartEncoding = "encodingType";      // "base64", "quoted-printable", ...
+inline constexpr std::string_view kPartDescription = "Content-Description";
+inline constexpr std::string_view kPartDisposition = "disposition";    // its value alone
+inline constexpr std::string_view kPartDispositionField = "Content-Disposition";  // records built elsewhere
+inline constexpr std::string_view kPartContentId = "Content-Id";
+inline constexpr std::string_view kPartContent = "content";            // the decoded body text
+inline constexpr std::string_view kPartRawContent = "uaContent";       // the body as it stands
+inline constexpr std::string_view kPartChildren = "MailContent";       // the parts of a multipart
+inline constexpr std::string_view kPartExpanded = "expanded";          // a multipart whose parts were read
 
 // Compound document entry (Mole): a stream or storage by its path.
 inline constexpr std::string_view kEntryName = "entryname";

@@ -27,7 +27,7 @@ bool equalsIgnoringCase(std::string_view a, std::string_view b) {
 
 const std::string* itemName(const Dict& item) {
     if (const std::string* name = item.findString(keys::kAttachName)) return name;
-    return item.findString("fileName");
+    return item.findString(keys::kPartFileName);
 }
 
 bool walkList(const Dict& message, const ReadOptions& options, bool expandTnef, int tnefDepth,

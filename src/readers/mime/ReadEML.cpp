@@ -63,7 +63,7 @@ bool stringEquals(const Dict& dict, std::string_view key, std::string_view expec
 // ASCII, so their 8-bit text is lost; dictionaries of the family have it so.
 StringEncoding encodingForPart(const Dict& part) {
     if (!stringEquals(part, "metaType", "charset")) return StringEncoding::UTF8;
-    const std::string* charset = part.findString("metaData");
+    const std::string* charset = part.findString(keys::kPartMetaData);
     if (!charset) return StringEncoding::ASCII;
     static const std::pair<std::string_view, StringEncoding> kCharsets[] = {
         {"utf-16", StringEncoding::UTF16},
@@ -122,12 +122,12 @@ std::string replaceAtOffsets(std::string_view text, const std::vector<std::size_
 // when that is "name"; else from a "Content-Disposition" entry (records that
 // other code builds carry one; the parser never stores it under that name).
 std::optional<std::string> nameForPart(const Dict& part) {
-    if (const std::string* fileName = part.findString("fileName")) return *fileName;
+    if (const std::string* fileName = part.findString(keys::kPartFileName)) return *fileName;
     if (stringEquals(part, "metaType", "name")) {
-        if (const std::string* metaData = part.findString("metaData")) return *metaData;
+        if (const std::string* metaData = part.findString(keys::kPartMetaData)) return *metaData;
         return std::nullopt;
     }
-    const std::string* disposition = part.findString("Content-Disposition");
+    const std::string* disposition = part.findString(keys::kPartDispositionField);
     if (!disposition) return std::nullopt;
     std::string_view parameter;
     if (!MIMEText::secondPiece(*disposition, "\t", parameter)) return std::nullopt;
@@ -277,7 +277,7 @@ void ReadEML::decodeContent(const Dict& part, Dict& dictionary) {
     }
     std::uint64_t size = 0;
     if (const std::string* html = dictionary.findString(keys::kHTML)) size += html->size();
-    if (const std::string* content = part.findString("content")) size += content->size();
+    if (const std::string* content = part.findString(keys::kPartContent)) size += content->size();
     state.inlineBudget = kInlineFactor * size + kInlineAllowance;
     decodeContent(part, dictionary, state);
 }
@@ -292,8 +292,8 @@ void ReadEML::decodeContent(const Dict& part, Dict& dictionary, DecodeState& sta
     bool isText = stringEquals(part, "contentType", "text") || stringEquals(part, "contentType", "quoted-printable");
     const StringEncoding encoding = encodingForPart(part);
     const std::optional<std::string> name = nameForPart(part);
-    const std::string* contentId = part.findString("Content-Id");
-    const std::string* content = part.findString("content");
+    const std::string* contentId = part.findString(keys::kPartContentId);
+    const std::string* content = part.findString(keys::kPartContent);
 
     std::optional<Value> value;
     if (isBase64) {
@@ -319,7 +319,7 @@ void ReadEML::decodeContent(const Dict& part, Dict& dictionary, DecodeState& sta
         }
     }
 
-    const std::string* format = part.findString("contentFormat");
+    const std::string* format = part.findString(keys::kPartContentFormat);
     auto logUnknownFormat = [&] { Log::line("unknown format type " + (format ? *format : std::string("(null)"))); };
 
     if (value && !name) {
@@ -334,7 +334,7 @@ void ReadEML::decodeContent(const Dict& part, Dict& dictionary, DecodeState& sta
                 decoded = WebWangers::decodeQuotedPrintableString(
                     WindowsCodePageWangers::decodeCP1255FromMimeEncodedString(*text), "quoted-printable");
             } else {
-                const std::string* transfer = part.findString("encodingType");
+                const std::string* transfer = part.findString(keys::kPartEncoding);
                 decoded = WebWangers::decodeQuotedPrintableString(*text, transfer ? *transfer : std::string_view());
                 // classic: links rewritten to https; previews of the family show them so.
                 if (state.rules.bodies == MimeRules::Bodies::Rewritten) {
@@ -414,18 +414,18 @@ void ReadEML::decodeContent(const Dict& part, Dict& dictionary, DecodeState& sta
 // HTML body or an attachment item.
 void ReadEML::decodeLeaf(const Dict& part, Dict& dictionary, DecodeState& state) {
     const MimeRules& rules = state.rules;
-    if (part.contains("expanded")) return;  // a multipart whose parts were read
-    const std::string* type = part.findString("contentType");
-    const std::string* format = part.findString("contentFormat");
+    if (part.contains(keys::kPartExpanded)) return;  // a multipart whose parts were read
+    const std::string* type = part.findString(keys::kPartContentType);
+    const std::string* format = part.findString(keys::kPartContentFormat);
     std::string mediaType = "text/plain";  // RFC 2045: what a part without a type is
     if (type && !type->empty()) mediaType = *type + "/" + (format && !format->empty() ? *format : "octet-stream");
-    const std::string* fileName = part.findString("fileName");
-    if (!fileName || fileName->empty()) fileName = part.findString("typeName");
+    const std::string* fileName = part.findString(keys::kPartFileName);
+    if (!fileName || fileName->empty()) fileName = part.findString(keys::kPartTypeName);
     if (fileName && fileName->empty()) fileName = nullptr;
-    const std::string* disposition = part.findString("disposition");
-    const std::string* transfer = part.findString("encodingType");
-    const std::string* contentId = part.findString("Content-Id");
-    const std::string* uaContent = part.findString("uaContent");
+    const std::string* disposition = part.findString(keys::kPartDisposition);
+    const std::string* transfer = part.findString(keys::kPartEncoding);
+    const std::string* contentId = part.findString(keys::kPartContentId);
+    const std::string* uaContent = part.findString(keys::kPartRawContent);
     // "uaContent" is the line that ended the headers, then LF and each body line.
     std::string_view body = uaContent ? std::string_view(*uaContent).substr(std::min<std::size_t>(2, uaContent->size()))
                                       : std::string_view();
@@ -442,7 +442,7 @@ void ReadEML::decodeLeaf(const Dict& part, Dict& dictionary, DecodeState& state)
         Bytes bytes = payload("\n");
         std::string text;
         if (rules.charsets == MimeRules::Charsets::AnyIcu) {
-            const std::string* charset = part.findString("charset");
+            const std::string* charset = part.findString(keys::kPartCharset);
             text = MimeCharset::decode(bytes, charset ? *charset : std::string_view());
         } else {
             text = TextEncoding::decode(bytes, encodingForPart(part)).value_or(std::string());
