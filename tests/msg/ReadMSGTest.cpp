@@ -40,20 +40,23 @@ std::string addresses(const Dict& message, std::string_view key) {
     return out;
 }
 
-// A key's value as text: dates in Unix seconds, address lists as above, bytes as text.
-std::string describe(const Dict& message, std::string_view key) {
-    const qh::Value* value = message.find(key);
-    if (value && value->date()) return std::to_string(static_cast<std::int64_t>(value->date()->unixSeconds));
-    if (value && value->array()) return addresses(message, key);
-    if (value && value->bytes()) return std::string(value->bytes()->text());
-    return stringOf(message, key);
-}
-
 const Dict& item(const Dict& message, std::size_t index) {
     static const Dict empty;
     const qh::Array* list = message.findArray("AttachmentList");
     if (!list || list->size() <= index) return empty;
     return *(*list)[index].dict();
+}
+
+// A key's value as text: dates in Unix seconds, address lists as above, bytes
+// as text, numbers as JSON. "1.name" is the key of the second attachment item.
+std::string describe(const Dict& message, std::string_view key) {
+    if (key.size() > 2 && key[1] == '.') return describe(item(message, key[0] - '0'), key.substr(2));
+    const qh::Value* value = message.find(key);
+    if (value && value->date()) return std::to_string(static_cast<std::int64_t>(value->date()->unixSeconds));
+    if (value && value->array()) return addresses(message, key);
+    if (value && value->bytes()) return std::string(value->bytes()->text());
+    if (value && !value->isString()) return value->toJsonText();
+    return stringOf(message, key);
 }
 
 constexpr std::uint16_t kCodePageRecord = 0x3FFD;
@@ -118,76 +121,6 @@ TEST(ReadMSG, RecipientsInAnyCaseWithSmtpFallback) {
     EXPECT_EQ(got[1].first, "Capitals");
     // The 8-bit name is not read; the address stands in for it.
     EXPECT_EQ(got[2], (std::pair<std::string, std::string>{"carl@example.com", "carl@example.com"}));
-}
-
-TEST(ReadMSG, VoiceNoteItem) {
-    // The e-mail's attachment step finds no storages and leaves the voice-note list.
-    Dict message = read(note().ansi("", 0x8000, "voice").binary("", 0x6803, Bytes(100, 0x52)));
-    EXPECT_EQ(stringOf(item(message, 0), "name"), "Windows CE VoiceNote.wav");
-    EXPECT_EQ(item(message, 0).find("size")->integer(), 100);
-}
-
-TEST(ReadMSG, AttachmentNameChoices) {
-    const std::string unnamed = qh::Messages::localizedString("unnamedName");
-    struct Case {
-        const char* what;
-        MsgFixture fixture;
-        std::string expected;
-    };
-    std::string a = MsgFixture::attachment(0);
-    Bytes data = qh::toBytes("payload");
-    std::vector<Case> cases;
-    cases.push_back({"long name first",
-                     std::move(MsgFixture().unicode(a, 0x3001, "display").unicode(a, 0x3707, "long.txt").unicode(a, 0x3704, "SHORT.TXT").binary(a, 0x3701, data)),
-                     "long.txt"});
-    // The short name is probed in the long name's type, 8-bit when the long name is missing.
-    cases.push_back({"short name alone is probed in the wrong type",
-                     std::move(MsgFixture().unicode(a, 0x3001, "display").unicode(a, 0x3704, "SHORT.TXT").binary(a, 0x3701, data)),
-                     "display"});
-    cases.push_back({"short name read in UTF-16 when the 8-bit probe finds it",
-                     std::move(MsgFixture().ansi(a, 0x3704, "x").unicode(a, 0x3704, "SHORT.TXT").binary(a, 0x3701, data)),
-                     "SHORT.TXT"});
-    cases.push_back({"display name last", std::move(MsgFixture().unicode(a, 0x3001, "display").binary(a, 0x3701, data)),
-                     "display"});
-    cases.push_back({"8-bit message never uses its short name",
-                     std::move(MsgFixture().ansi(a, 0x3001, "display").ansi(a, 0x3704, "SHORT.TXT").binary(a, 0x3701, data)),
-                     "display"});
-    cases.push_back({"nothing: the unnamed text", std::move(MsgFixture().binary(a, 0x3701, data)), unnamed});
-    cases.push_back({"unnamed MIME data",
-                     std::move(MsgFixture().binary(a, 0x3701, qh::asBytes("MIME-Version: 1.0\r\nSubject: x\r\n\r\nbody"))),
-                     unnamed + ".eml"});
-    for (Case& c : cases) {
-        c.fixture.ansi("", 0x001A, "IPM.Note");
-        Dict message = read(c.fixture);
-        EXPECT_EQ(stringOf(item(message, 0), "name"), c.expected) << c.what;
-    }
-}
-
-TEST(ReadMSG, AttachmentKeysAndBytes) {
-    std::string a = MsgFixture::attachment(0);
-    Bytes data(3000, 0xAB);
-    Dict message = read(MsgFixture()
-                            .ansi("", 0x001A, "IPM.Note")
-                            .unicode(a, 0x3707, "image.png")
-                            .unicode(a, 0x370E, "image/png")
-                            .unicode(a, 0x3716, "inline")
-                            .unicode(a, 0x3712, "cid123@example")
-                            .binary(a, 0x370F, qh::asBytes("meta"))
-                            .binary(a, 0x3701, data)
-                            .unicode(MsgFixture::attachment(1), 0x3707, "nodata.txt")
-                            .storage(MsgFixture::attachment(2)));
-    const Dict& first = item(message, 0);
-    EXPECT_EQ(stringOf(first, "mimeType"), "image/png");
-    EXPECT_EQ(stringOf(first, "attachDisposition"), "inline");
-    EXPECT_EQ(stringOf(first, "AttachContentID"), "cid123@example");
-    EXPECT_EQ(first.findBytes("attachmentMetaData")->text(), "meta");
-    EXPECT_EQ(first.find("size")->integer(), 3000);
-    EXPECT_EQ(stringOf(first, "sizeString"), "2.93 KB");
-    EXPECT_TRUE(std::equal(data.begin(), data.end(), first.findBytes("data")->view().begin()));
-    // Without data the item keeps its name; an empty storage gets the unnamed text.
-    EXPECT_EQ(stringOf(item(message, 1), "name"), "nodata.txt");
-    EXPECT_FALSE(item(message, 1).contains("data"));
-    EXPECT_EQ(message.findArray("AttachmentList")->size(), 3u);
 }
 
 MsgFixture embeddedMessage(const std::string& storage, const char* displayName, const char* messageClass) {
@@ -369,6 +302,58 @@ TEST(ReadMSG, KeysInBothReadings) {
     cases.push_back({"header's Reply-To",
                      std::move(note().unicode("", 0x007D, "Reply-To: List <list@example.com>\r\nSubject: x\r\n")),
                      "ReplyTo", "<absent>", "List <list@example.com>"});
+    // Attachment items.
+    const std::string a = MsgFixture::attachment(0), unnamed = qh::Messages::localizedString("unnamedName");
+    const Bytes payload = qh::toBytes("payload");
+    cases.push_back({"voice note item", std::move(note().ansi("", 0x8000, "voice").binary("", 0x6803, Bytes(100, 0x52))),
+                     "0.name", "Windows CE VoiceNote.wav", "="});
+    cases.push_back({"voice note size", std::move(note().ansi("", 0x8000, "voice").binary("", 0x6803, Bytes(100, 0x52))),
+                     "0.size", "100", "="});
+    cases.push_back({"long name first",
+                     std::move(note().unicode(a, 0x3001, "display").unicode(a, 0x3707, "long.txt")
+                                   .unicode(a, 0x3704, "SHORT.TXT").binary(a, 0x3701, payload)),
+                     "0.name", "long.txt", "="});
+    // The short name is probed in the long name's type, 8-bit when the long name is missing.
+    cases.push_back({"short name alone is probed in the wrong type",
+                     std::move(note().unicode(a, 0x3001, "display").unicode(a, 0x3704, "SHORT.TXT").binary(a, 0x3701, payload)),
+                     "0.name", "display", "SHORT.TXT"});
+    cases.push_back({"short name read in UTF-16 when the 8-bit probe finds it",
+                     std::move(note().ansi(a, 0x3704, "x").unicode(a, 0x3704, "SHORT.TXT").binary(a, 0x3701, payload)),
+                     "0.name", "SHORT.TXT", "="});
+    cases.push_back({"display name last", std::move(note().unicode(a, 0x3001, "display").binary(a, 0x3701, payload)),
+                     "0.name", "display", "="});
+    cases.push_back({"8-bit message never uses its short name",
+                     std::move(note().ansi(a, 0x3001, "display").ansi(a, 0x3704, "SHORT.TXT").binary(a, 0x3701, payload)),
+                     "0.name", "display", "SHORT.TXT"});
+    cases.push_back({"nothing: the unnamed text", std::move(note().binary(a, 0x3701, payload)), "0.name", unnamed, "="});
+    cases.push_back({"unnamed MIME data",
+                     std::move(note().binary(a, 0x3701, qh::asBytes("MIME-Version: 1.0\r\nSubject: x\r\n\r\nbody"))),
+                     "0.name", unnamed + ".eml", "="});
+    // Complete: every text in its own string type, the content id without
+    // brackets. Classic: texts in the message's type (8-bit here), so the
+    // 8-bit MIME type is not found and the UTF-16 id stops at its first NUL.
+    for (auto [key, classic, complete] : {std::tuple{"0.name", "ôàéë.txt", "файл.txt"},
+                                          {"0.mimeType", "<absent>", "text/plain"}, {"0.AttachContentID", "<", "cid@example"}}) {
+        cases.push_back({"8-bit texts in the message's code page",
+                         std::move(withCodePage(1251).ansi(a, 0x3707, "\xf4\xe0\xe9\xeb.txt").ansi(a, 0x370E, "text/plain")
+                                       .unicode(a, 0x3712, "<cid@example>").binary(a, 0x3701, payload)),
+                         key, classic, complete});
+    }
+    // Without data the item keeps its name; an empty storage gets the unnamed text.
+    const std::pair<const char*, std::string> keys[] = {
+        {"0.mimeType", "image/png"}, {"0.attachDisposition", "inline"}, {"0.AttachContentID", "cid123@example"},
+        {"0.attachmentMetaData", "meta"}, {"0.size", "3000"}, {"0.sizeString", "2.93 KB"},
+        {"0.data", std::string(3000, '\xAB')}, {"1.name", "nodata.txt"}, {"1.data", "<absent>"}, {"2.name", unnamed},
+    };
+    for (const auto& [key, value] : keys) {
+        cases.push_back({"attachment keys",
+                         std::move(note().unicode(a, 0x3707, "image.png").unicode(a, 0x370E, "image/png")
+                                       .unicode(a, 0x3716, "inline").unicode(a, 0x3712, "cid123@example")
+                                       .binary(a, 0x370F, qh::asBytes("meta")).binary(a, 0x3701, Bytes(3000, 0xAB))
+                                       .unicode(MsgFixture::attachment(1), 0x3707, "nodata.txt")
+                                       .storage(MsgFixture::attachment(2))),
+                         key, value, "="});
+    }
     for (Case& c : cases) {
         SCOPED_TRACE(std::string(c.what) + ", " + c.key);
         EXPECT_EQ(describe(read(c.fixture), c.key), c.classic) << "classic";
@@ -422,20 +407,6 @@ TEST(ReadMSG, RecipientsByTypeAndTheSender) {
         EXPECT_EQ(addresses(message, "BCC"), c.bcc) << c.what;
         EXPECT_EQ(addresses(message, "From"), c.from) << c.what;
     }
-}
-
-TEST(ReadMSG, CompleteAttachmentTexts) {
-    std::string a = MsgFixture::attachment(0);
-    // Every text in its own string type, the content id without brackets.
-    Dict message = read(withCodePage(1251)
-                              .ansi(a, 0x3707, "\xf4\xe0\xe9\xeb.txt")
-                              .ansi(a, 0x370E, "text/plain")
-                              .unicode(a, 0x3712, "<cid@example>")
-                              .binary(a, 0x3701, qh::asBytes("payload")),
-                          ReadOptions::complete());
-    EXPECT_EQ(stringOf(item(message, 0), "name"), "файл.txt");
-    EXPECT_EQ(stringOf(item(message, 0), "mimeType"), "text/plain");
-    EXPECT_EQ(stringOf(item(message, 0), "AttachContentID"), "cid@example");
 }
 
 TEST(ReadMSG, SummaryFollowsTheReading) {

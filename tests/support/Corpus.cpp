@@ -1,7 +1,6 @@
 #include "support/Corpus.h"
 
 #include <fcntl.h>
-#include <poll.h>
 #include <spawn.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -41,75 +40,28 @@ qh::Bytes readFileBytes(const std::filesystem::path& path) {
     return qh::Bytes((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
 }
 
+// The program's standard streams are files: nothing to keep drained while it runs.
 CliResult runProgram(const std::vector<std::string>& argvStore, const std::string& input) {
-    int inPipe[2], outPipe[2], errPipe[2];
-    if (pipe(inPipe) || pipe(outPipe) || pipe(errPipe)) return {};
+    const TemporaryFile in(qh::asBytes(input), "stdin"), out({}, "stdout"), err({}, "stderr");
+    const std::string inPath = in.string(), outPath = out.string(), errPath = err.string();
     posix_spawn_file_actions_t actions;
     posix_spawn_file_actions_init(&actions);
-    posix_spawn_file_actions_adddup2(&actions, inPipe[0], 0);
-    posix_spawn_file_actions_adddup2(&actions, outPipe[1], 1);
-    posix_spawn_file_actions_adddup2(&actions, errPipe[1], 2);
-    for (int fd : {inPipe[0], inPipe[1], outPipe[0], outPipe[1], errPipe[0], errPipe[1]})
-        posix_spawn_file_actions_addclose(&actions, fd);
-
+    posix_spawn_file_actions_addopen(&actions, 0, inPath.c_str(), O_RDONLY, 0);
+    posix_spawn_file_actions_addopen(&actions, 1, outPath.c_str(), O_WRONLY | O_TRUNC, 0);
+    posix_spawn_file_actions_addopen(&actions, 2, errPath.c_str(), O_WRONLY | O_TRUNC, 0);
     std::vector<char*> argv;
     for (const auto& a : argvStore) argv.push_back(const_cast<char*>(a.c_str()));
     argv.push_back(nullptr);
-
     pid_t pid;
-    int rc = posix_spawn(&pid, argv[0], &actions, nullptr, argv.data(), environ);
+    const int rc = posix_spawn(&pid, argv[0], &actions, nullptr, argv.data(), environ);
     posix_spawn_file_actions_destroy(&actions);
-    close(inPipe[0]);
-    close(outPipe[1]);
-    close(errPipe[1]);
     CliResult result;
-    if (rc != 0) {
-        close(inPipe[1]);
-        close(outPipe[0]);
-        close(errPipe[0]);
-        return result;
-    }
-    fcntl(inPipe[1], F_SETFL, O_NONBLOCK);
-    std::size_t written = 0;
-    bool inOpen = true;
-    if (input.empty()) {
-        close(inPipe[1]);
-        inOpen = false;
-    }
-    bool outOpen = true, errOpen = true;
-    char buffer[65536];
-    while (outOpen || errOpen) {
-        pollfd fds[3];
-        int n = 0;
-        if (outOpen) fds[n++] = {outPipe[0], POLLIN, 0};
-        if (errOpen) fds[n++] = {errPipe[0], POLLIN, 0};
-        if (inOpen) fds[n++] = {inPipe[1], POLLOUT, 0};
-        if (poll(fds, n, -1) < 0) break;
-        for (int i = 0; i < n; ++i) {
-            if (!fds[i].revents) continue;
-            if (fds[i].fd == inPipe[1]) {
-                ssize_t w = write(inPipe[1], input.data() + written, input.size() - written);
-                if (w > 0) written += static_cast<std::size_t>(w);
-                if (w < 0 || written == input.size()) {
-                    close(inPipe[1]);
-                    inOpen = false;
-                }
-                continue;
-            }
-            ssize_t got = read(fds[i].fd, buffer, sizeof buffer);
-            bool isOut = fds[i].fd == outPipe[0];
-            if (got <= 0) {
-                close(fds[i].fd);
-                (isOut ? outOpen : errOpen) = false;
-            } else {
-                (isOut ? result.out : result.err).append(buffer, static_cast<std::size_t>(got));
-            }
-        }
-    }
-    if (inOpen) close(inPipe[1]);
     int status = 0;
-    waitpid(pid, &status, 0);
+    if (rc != 0 || waitpid(pid, &status, 0) < 0) return result;
     result.exitCode = WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+    const qh::Bytes outBytes = readFileBytes(outPath), errBytes = readFileBytes(errPath);
+    result.out.assign(outBytes.begin(), outBytes.end());
+    result.err.assign(errBytes.begin(), errBytes.end());
     return result;
 }
 
