@@ -28,21 +28,31 @@ for _ in range(rounds):
 PY
 }
 
+timed() {  # runs "$@"; sets took (wall seconds) and took_cpu (CPU seconds, user + system)
+  local start cpu_start
+  children_cpu; cpu_start=$cpu start=$EPOCHREALTIME
+  "$@"
+  took=$(seconds_since "$start")
+  children_cpu; took_cpu=$(awk -v a="$cpu_start" -v b="$cpu" 'BEGIN { print b - a }')
+}
+
 report() {  # label files...
-  local label="$1" start bytes all one py list=()
+  local label="$1" bytes all one py all_cpu one_cpu py_cpu list=()
   shift
   [ "$#" -gt 0 ] || { echo "$label: no files"; return; }
   for _ in $(seq 1 "$rounds"); do list+=("$@"); done
   bytes=$(cat "$@" | wc -c)
-  start=$EPOCHREALTIME; "$qh" read "${list[@]}" >/dev/null || true; all=$(seconds_since "$start")
-  start=$EPOCHREALTIME; "$qh" read -j 1 "${list[@]}" >/dev/null || true; one=$(seconds_since "$start")
-  start=$EPOCHREALTIME; python_parse "$@"; py=$(seconds_since "$start")
-  awk -v label="$label" -v n="$#" -v r="$rounds" -v b="$bytes" -v all="$all" -v one="$one" -v py="$py" 'BEGIN {
+  timed "$qh" read "${list[@]}" >/dev/null || true; all=$took all_cpu=$took_cpu
+  timed "$qh" read -j 1 "${list[@]}" >/dev/null || true; one=$took one_cpu=$took_cpu
+  timed python_parse "$@"; py=$took py_cpu=$took_cpu
+  awk -v label="$label" -v n="$#" -v r="$rounds" -v b="$bytes" -v all="$all" -v one="$one" -v py="$py" \
+      -v allc="$all_cpu" -v onec="$one_cpu" -v pyc="$py_cpu" -v load="$(cut -d' ' -f1 /proc/loadavg)" 'BEGIN {
     mb = b * r / 1e6
-    printf "%s: %d files, %.2f MB, read %d times\n", label, n, b / 1e6, r
-    printf "  quillhaven read (every core)  %7.3f s  %8.1f MB/s\n", all, mb / all
-    printf "  quillhaven read -j 1          %7.3f s  %8.1f MB/s\n", one, mb / one
-    printf "  python3 email (one process)   %7.3f s  %8.1f MB/s   quillhaven -j 1 is %.1fx\n", py, mb / py, py / one
+    printf "%s: %d files, %.2f MB, read %d times (load average %s)\n", label, n, b / 1e6, r, load
+    printf "  quillhaven read (every core)  %7.3f s wall %8.1f MB/s   CPU %7.3f s\n", all, mb / all, allc
+    printf "  quillhaven read -j 1          %7.3f s wall %8.1f MB/s   CPU %7.3f s\n", one, mb / one, onec
+    printf "  python3 email (one process)   %7.3f s wall %8.1f MB/s   CPU %7.3f s\n", py, mb / py, pyc
+    printf "  quillhaven -j 1 is %.1fx faster in wall time, %.1fx in CPU time (aim: 20x)\n", py / one, (onec > 0 ? pyc / onec : 0)
   }'
 }
 

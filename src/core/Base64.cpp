@@ -3,6 +3,11 @@
 #include <array>
 #include <cstring>
 
+#if defined(__x86_64__) && (defined(__GNUC__) || defined(__clang__))
+#include <immintrin.h>
+#define QH_BASE64_AVX2 1
+#endif
+
 namespace qh {
 
 namespace {
@@ -32,13 +37,102 @@ const std::array<char, 8192>& characterPairs() {
     return table;
 }
 
+#if QH_BASE64_AVX2
+// Attachment bytes are most of what a bulk read decodes and encodes, so where
+// the processor has AVX2 whole blocks go 32 characters (24 bytes) at a time,
+// after W. Mula and D. Lemire, "Faster Base64 Encoding and Decoding using AVX2
+// Instructions" (2018). The scalar code below does everything else, and a
+// test compares the two on random texts.
+bool haveAvx2() {
+    static const bool have = __builtin_cpu_supports("avx2");
+    return have;
+}
+
+// Decodes 32-character blocks of alphabet characters from `in` while whole
+// blocks are left and every character of one is in the alphabet; writes 24
+// bytes per block to `out` (exactly those) and returns the characters used.
+__attribute__((target("avx2"))) std::size_t decodeBlocksAvx2(const std::uint8_t* in, std::size_t length,
+                                                              std::uint8_t* out) {
+    const __m256i lutLow = _mm256_setr_epi8(0x15, 0x11, 0x11, 0x11, 0x11, 0x11, 0x11, 0x11, 0x11, 0x11, 0x13, 0x1A,
+                                            0x1B, 0x1B, 0x1B, 0x1A, 0x15, 0x11, 0x11, 0x11, 0x11, 0x11, 0x11, 0x11,
+                                            0x11, 0x11, 0x13, 0x1A, 0x1B, 0x1B, 0x1B, 0x1A);
+    const __m256i lutHigh = _mm256_setr_epi8(0x10, 0x10, 0x01, 0x02, 0x04, 0x08, 0x04, 0x08, 0x10, 0x10, 0x10, 0x10,
+                                             0x10, 0x10, 0x10, 0x10, 0x10, 0x10, 0x01, 0x02, 0x04, 0x08, 0x04, 0x08,
+                                             0x10, 0x10, 0x10, 0x10, 0x10, 0x10, 0x10, 0x10);
+    const __m256i lutRoll = _mm256_setr_epi8(0, 16, 19, 4, -65, -65, -71, -71, 0, 0, 0, 0, 0, 0, 0, 0, 0, 16, 19, 4,
+                                             -65, -65, -71, -71, 0, 0, 0, 0, 0, 0, 0, 0);
+    const __m256i mask2F = _mm256_set1_epi8(0x2F);
+    const __m256i pack = _mm256_setr_epi8(2, 1, 0, 6, 5, 4, 10, 9, 8, 14, 13, 12, -1, -1, -1, -1, 2, 1, 0, 6, 5, 4, 10,
+                                          9, 8, 14, 13, 12, -1, -1, -1, -1);
+    const __m256i lanes = _mm256_setr_epi32(0, 1, 2, 4, 5, 6, 7, 7);
+    std::size_t used = 0;
+    while (length - used >= 32) {
+        __m256i text = _mm256_loadu_si256(reinterpret_cast<const __m256i*>(in + used));
+        const __m256i highNibbles = _mm256_and_si256(_mm256_srli_epi32(text, 4), mask2F);
+        const __m256i lowNibbles = _mm256_and_si256(text, mask2F);
+        const __m256i high = _mm256_shuffle_epi8(lutHigh, highNibbles);
+        const __m256i low = _mm256_shuffle_epi8(lutLow, lowNibbles);
+        if (!_mm256_testz_si256(low, high)) break;  // a byte outside the alphabet
+        const __m256i isSlash = _mm256_cmpeq_epi8(text, mask2F);
+        const __m256i roll = _mm256_shuffle_epi8(lutRoll, _mm256_add_epi8(isSlash, highNibbles));
+        text = _mm256_add_epi8(text, roll);  // the 6-bit values
+        const __m256i pairs = _mm256_maddubs_epi16(text, _mm256_set1_epi32(0x01400140));
+        __m256i groups = _mm256_madd_epi16(pairs, _mm256_set1_epi32(0x00011000));
+        groups = _mm256_permutevar8x32_epi32(_mm256_shuffle_epi8(groups, pack), lanes);
+        _mm_storeu_si128(reinterpret_cast<__m128i*>(out), _mm256_castsi256_si128(groups));
+        _mm_storel_epi64(reinterpret_cast<__m128i*>(out + 16), _mm256_extracti128_si256(groups, 1));
+        used += 32;
+        out += 24;
+    }
+    return used;
+}
+
+// Encodes 24-byte blocks of `in` while at least 28 bytes are left (each block
+// reads 28); writes 32 characters per block and returns the bytes used.
+__attribute__((target("avx2"))) std::size_t encodeBlocksAvx2(const std::uint8_t* in, std::size_t length, char* out) {
+    const __m256i spread = _mm256_setr_epi8(1, 0, 2, 1, 4, 3, 5, 4, 7, 6, 8, 7, 10, 9, 11, 10, 1, 0, 2, 1, 4, 3, 5, 4,
+                                            7, 6, 8, 7, 10, 9, 11, 10);
+    const __m256i shiftLut = _mm256_setr_epi8(
+        'a' - 26, '0' - 52, '0' - 52, '0' - 52, '0' - 52, '0' - 52, '0' - 52, '0' - 52, '0' - 52, '0' - 52, '0' - 52,
+        '+' - 62, '/' - 63, 'A', 0, 0, 'a' - 26, '0' - 52, '0' - 52, '0' - 52, '0' - 52, '0' - 52, '0' - 52, '0' - 52,
+        '0' - 52, '0' - 52, '0' - 52, '+' - 62, '/' - 63, 'A', 0, 0);
+    std::size_t used = 0;
+    while (length - used >= 28) {
+        const __m128i first = _mm_loadu_si128(reinterpret_cast<const __m128i*>(in + used));
+        const __m128i second = _mm_loadu_si128(reinterpret_cast<const __m128i*>(in + used + 12));
+        __m256i bytes = _mm256_inserti128_si256(_mm256_castsi128_si256(first), second, 1);
+        bytes = _mm256_shuffle_epi8(bytes, spread);
+        const __m256i ac = _mm256_mulhi_epu16(_mm256_and_si256(bytes, _mm256_set1_epi32(0x0FC0FC00)),
+                                              _mm256_set1_epi32(0x04000040));
+        const __m256i bd = _mm256_mullo_epi16(_mm256_and_si256(bytes, _mm256_set1_epi32(0x003F03F0)),
+                                              _mm256_set1_epi32(0x01000010));
+        const __m256i values = _mm256_or_si256(ac, bd);
+        __m256i reduced = _mm256_subs_epu8(values, _mm256_set1_epi8(51));
+        const __m256i upper = _mm256_cmpgt_epi8(_mm256_set1_epi8(26), values);
+        reduced = _mm256_or_si256(reduced, _mm256_and_si256(upper, _mm256_set1_epi8(13)));
+        const __m256i text = _mm256_add_epi8(_mm256_shuffle_epi8(shiftLut, reduced), values);
+        _mm256_storeu_si256(reinterpret_cast<__m256i*>(out), text);
+        used += 24;
+        out += 32;
+    }
+    return used;
+}
+#endif
+
 void appendLine(ByteView bytes, std::string& out) {
     const auto& pairs = characterPairs();
     const std::size_t start = out.size();
     out.resize(start + (bytes.size() + 2) / 3 * 4);
     char* dst = out.data() + start;
     const std::size_t whole = bytes.size() / 3 * 3;
-    for (std::size_t i = 0; i < whole; i += 3, dst += 4) {
+    std::size_t i = 0;
+#if QH_BASE64_AVX2
+    if (whole >= 28 && haveAvx2()) {
+        i = encodeBlocksAvx2(bytes.data(), whole, dst);
+        dst += i / 3 * 4;
+    }
+#endif
+    for (; i < whole; i += 3, dst += 4) {
         const std::uint32_t group = std::uint32_t(bytes[i]) << 16 | std::uint32_t(bytes[i + 1]) << 8 | bytes[i + 2];
         std::memcpy(dst, &pairs[2 * (group >> 12)], 2);
         std::memcpy(dst + 2, &pairs[2 * (group & 0xFFF)], 2);
@@ -84,6 +178,13 @@ Bytes Base64::decode(ByteView text) {
     std::size_t collected = 0;
     for (std::size_t i = 0; i < length; ++i) {
         if (collected == 0) {
+#if QH_BASE64_AVX2
+            if (length - i >= 32 && haveAvx2()) {
+                const std::size_t used = decodeBlocksAvx2(bytes + i, length - i, to);
+                i += used;
+                to += used / 4 * 3;
+            }
+#endif
             // Whole groups of four alphabet characters, the bulk of any line,
             // decode at once; anything skipped goes the character-wise way.
             while (i + 4 <= length) {

@@ -58,7 +58,18 @@ TEST(Value, JsonEncodingFollowsTheCommandContract) {
         {Value("bad lead \xf8\x88\x80\x80\x80"), "\"bad lead " + kFFFD + kFFFD + kFFFD + kFFFD + kFFFD + "\""},
         {Value("ends in lead \xc3"), "\"ends in lead " + kFFFD + "\""},
     };
-    for (const auto& c : cases) EXPECT_EQ(c.value.toJsonText(), c.json) << c.json;
+    for (const auto& c : cases) {
+        EXPECT_EQ(c.value.toJsonText(), c.json) << c.json;
+        // Long runs are scanned sixteen bytes at a time: the same strings
+        // inside ordinary text, at every offset of a block.
+        if (const std::string* text = c.value.string()) {
+            for (std::size_t pad = 1; pad <= 17; pad += 4) {
+                const std::string before(pad, 'a'), after(20, 'z');
+                EXPECT_EQ(Value(before + *text + after).toJsonText(),
+                          "\"" + before + c.json.substr(1, c.json.size() - 2) + after + "\"") << c.json;
+            }
+        }
+    }
 }
 
 // The JSON library as an oracle: what it reads of our text it writes back

@@ -51,6 +51,8 @@ TEST(MIMEReader, LineRules) {
         {"a line without a colon is skipped", "skip\nnot a header\nX-A: 1\n\nx\n", "not a header", "<absent>"},
         {"content has the non-empty body lines", "skip\nX-A: 1\n\na\n\nb\n", "content", "\na\nb"},
         {"uaContent has every body line", "skip\nX-A: 1\n\na\n\nb\n", "uaContent", "\n\na\n\nb"},
+        {"blank lines around the body: content", "skip\nX-A: 1\n\n\na\n\n\n", "content", "\na"},
+        {"blank lines around the body: uaContent", "skip\nX-A: 1\n\n\na\n\n\n", "uaContent", "\n\n\na\n\n"},
         {"body lines that look folded are body", "skip\nX-A: 1\n\na\n  b\n", "content", "\na\n  b"},
         {"CR LF line ends", "skip\r\nX-A: 1\r\n\r\na\r\nb\r\n", "content", "\na\nb"},
         {"lone CR line ends", "skip\rX-A: 1\r\ra\rb\r", "content", "\na\nb"},

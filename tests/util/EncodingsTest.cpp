@@ -180,6 +180,34 @@ TEST(Base64, DecoderSkipsEverythingOutsideTheAlphabet) {
     EXPECT_EQ(dataFromBase64String("QUJD"), toBytes("ABC"));
 }
 
+// Whole blocks of 32 characters (24 bytes) take a vectorised path where the
+// processor has one: both directions against the definition, six bits at a
+// time, on random bytes and on their text broken by noise.
+TEST(Base64, BlocksMatchTheDefinition) {
+    const std::string alphabet = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+/";
+    std::mt19937 random(65);
+    for (int round = 0; round < 2000; ++round) {
+        Bytes input(random() % 200);
+        for (auto& byte : input) byte = static_cast<std::uint8_t>(random());
+        std::string text, noisy;
+        for (std::size_t i = 0; i < input.size(); i += 3) {
+            std::uint32_t group = std::uint32_t(input[i]) << 16;
+            if (i + 1 < input.size()) group |= std::uint32_t(input[i + 1]) << 8;
+            if (i + 2 < input.size()) group |= input[i + 2];
+            text += alphabet[group >> 18];
+            text += alphabet[(group >> 12) & 63];
+            text += i + 1 < input.size() ? alphabet[(group >> 6) & 63] : '=';
+            text += i + 2 < input.size() ? alphabet[group & 63] : '=';
+        }
+        for (char c : text) {
+            noisy += c;
+            if (random() % 40 == 0) noisy += "\r\n= !\xC3"[random() % 7];
+        }
+        ASSERT_EQ(NewBase64Encode(input, false), text) << round;
+        ASSERT_EQ(NewBase64Decode(asBytes(noisy)), input) << noisy;
+    }
+}
+
 TEST(Base64, EncoderLineLayouts) {
     const Bytes input48(48, 0xFF), input49(49, 0xFF), input96(96, 0);
     struct Case {

@@ -5,6 +5,10 @@
 
 #include <unicode/utf8.h>
 
+#if defined(__SSE2__)
+#include <emmintrin.h>
+#endif
+
 #include "core/Log.h"
 #include "core/TextEncoding.h"
 #include "readers/mime/MIMEText.h"
@@ -54,11 +58,35 @@ constexpr std::size_t kMaxHeaderFields = 4096;
 // bytes are that text already (nothing copied), `Invalid` when they are not UTF-8.
 enum class TextCheck { Unchanged, Rewritten, Invalid };
 
-// Whether any of the eight bytes is 0x80 or above, or below 0x0E (VT, FF and
-// CR are; so are LF and tab, which the byte loop then passes over).
-inline bool mayNeedWork(std::uint64_t word) {
+// The first offset at or after `i` whose byte may need work: 0x80 or above,
+// or below 0x0E other than LF and tab (VT, FF and CR are); `size` when none.
+std::int64_t skipOrdinary(const std::uint8_t* bytes, std::int64_t i, std::int64_t size) {
+#if defined(__SSE2__)
+    const __m128i below = _mm_set1_epi8(0x0E), lineFeed = _mm_set1_epi8('\n'), tab = _mm_set1_epi8('\t');
+    while (size - i >= 16) {
+        const __m128i chunk = _mm_loadu_si128(reinterpret_cast<const __m128i*>(bytes + i));
+        // A signed compare: bytes from 0x80 up are negative, so below 0x0E too.
+        const __m128i special = _mm_cmplt_epi8(chunk, below);
+        const __m128i ordinary = _mm_or_si128(_mm_cmpeq_epi8(chunk, lineFeed), _mm_cmpeq_epi8(chunk, tab));
+        const int mask = _mm_movemask_epi8(_mm_andnot_si128(ordinary, special));
+        if (mask) return i + __builtin_ctz(static_cast<unsigned>(mask));
+        i += 16;
+    }
+#else
     constexpr std::uint64_t kOnes = 0x0101010101010101ull, kHigh = 0x8080808080808080ull;
-    return ((word - kOnes * 0x0E) | word) & kHigh;
+    while (size - i >= 8) {
+        std::uint64_t word;
+        std::memcpy(&word, bytes + i, 8);
+        if (((word - kOnes * 0x0E) | word) & kHigh) break;
+        i += 8;
+    }
+#endif
+    while (i < size) {
+        const std::uint8_t b = bytes[i];
+        if (b >= 0x80 || (b < 0x0E && b != '\n' && b != '\t')) return i;
+        ++i;
+    }
+    return size;
 }
 
 TextCheck canonicalText(ByteView data, std::string& out) {
@@ -77,15 +105,7 @@ TextCheck canonicalText(ByteView data, std::string& out) {
         i = next;
         runStart = next;
     };
-    while (i < size) {
-        if (i + 8 <= size) {
-            std::uint64_t word;
-            std::memcpy(&word, bytes + i, 8);
-            if (!mayNeedWork(word)) {
-                i += 8;
-                continue;
-            }
-        }
+    while ((i = skipOrdinary(bytes, i, size)) < size) {
         std::uint8_t b = bytes[i];
         if (b < 0x80) {
             if (b == '\r') {
@@ -135,33 +155,61 @@ bool isDelimiterLine(std::string_view line, std::string_view delimiter, const Mi
     return rest.find_first_not_of(" \t") == std::string_view::npos;
 }
 
-// Walks the LF-separated lines of a text forwards, by index.
+// Walks the LF-separated lines of a text forwards, by index. The number of
+// lines is counted only when asked: a leaf part's body is taken whole.
 class LineCursor {
 public:
-    explicit LineCursor(std::string_view text) : text_(text) {
-        count_ = static_cast<std::int64_t>(std::count(text.begin(), text.end(), '\n')) + 1;
-    }
-    std::int64_t count() const { return count_; }
-    // Bytes from the start of the current line to the end of the text.
-    std::size_t remaining() const { return text_.size() - offset_; }
-    // The line at `index` (never before the last one asked for, and below count()).
-    std::string_view line(std::int64_t index) {
+    explicit LineCursor(std::string_view text) : text_(text), end_(lineEnd(0)) {}
+    // Moves to the line at `index` (never before the current one); false when
+    // the text has no such line.
+    bool seek(std::int64_t index) {
         while (index_ < index) {
-            std::size_t lf = text_.find('\n', offset_);
-            offset_ = lf == std::string_view::npos ? text_.size() : lf + 1;
+            if (atLast()) return false;
+            offset_ = end_ + 1;
+            end_ = lineEnd(offset_);
             ++index_;
         }
-        std::size_t lf = text_.find('\n', offset_);
-        std::size_t end = lf == std::string_view::npos ? text_.size() : lf;
-        return text_.substr(offset_, end - offset_);
+        return true;
     }
+    std::string_view line() const { return text_.substr(offset_, end_ - offset_); }
+    bool atLast() const { return end_ == text_.size(); }
+    std::int64_t index() const { return index_; }
+    // Where the current line starts.
+    std::size_t offset() const { return offset_; }
+    // Bytes from the start of the current line to the end of the text.
+    std::size_t remaining() const { return text_.size() - offset_; }
+    // Line feeds from the start of the current line to the end of the text.
+    std::int64_t breaksAhead() const {
+        return static_cast<std::int64_t>(MIMEText::count(text_.substr(offset_), '\n'));
+    }
+    std::int64_t count() const { return index_ + 1 + breaksAhead(); }
 
 private:
+    std::size_t lineEnd(std::size_t from) const {
+        std::size_t lf = text_.find('\n', from);
+        return lf == std::string_view::npos ? text_.size() : lf;
+    }
     std::string_view text_;
-    std::int64_t count_ = 0;
     std::int64_t index_ = 0;
     std::size_t offset_ = 0;
+    std::size_t end_ = 0;
 };
+
+// `body` without its empty lines, each line after a line feed: what the
+// line-by-line reading appends to a part's content. `body` starts with a
+// non-empty line.
+void appendNonEmptyLines(std::string_view body, std::string& out) {
+    while (!body.empty() && body.back() == '\n') body.remove_suffix(1);
+    out.push_back('\n');
+    std::size_t from = 0;
+    while (true) {
+        std::size_t gap = MIMEText::findDoubled(body, '\n', from);
+        if (gap == std::string_view::npos) break;
+        out.append(body.substr(from, gap + 1 - from));
+        from = body.find_first_not_of('\n', gap);
+    }
+    out.append(body.substr(from));
+}
 
 std::size_t recordTextSize(const Value& record) {
     std::size_t size = 0;
@@ -405,7 +453,6 @@ Dict MIMEReader::interpretPart(std::string_view text, std::optional<std::string_
     Part part(budget, rules);
     bool headersDone = false;
     LineCursor lines(text);
-    const std::int64_t lastLine = lines.count() - 1;
 
     // One expansion per distinct delimiter: a delimiter line met again (the
     // line index after the nested parts lags one line per part behind the
@@ -508,13 +555,39 @@ Dict MIMEReader::interpretPart(std::string_view text, std::optional<std::string_
     // its first line, for a nested part the rest of its delimiter line), nor is
     // the last line of the text; dictionaries compared byte for byte depend on
     // the first header missing.
+    const bool readLast = rules.lastLine == MimeRules::LastLine::Read;
+    // A leaf part's body is the rest of its text: taken in one piece (with the
+    // same budget and the same line index at the end as line by line) unless
+    // the budget runs out inside it.
+    auto takeWholeBody = [&]() -> std::optional<std::int64_t> {
+        std::string_view rest = text.substr(lines.offset());
+        const std::int64_t breaks = lines.breaksAhead();
+        const std::size_t lastBreak = text.rfind('\n');
+        // The last line is read only when the rules say so and it is not the
+        // empty line after the text's final line break.
+        const bool lastLineRead = readLast && lastBreak + 1 < text.size();
+        std::string_view body = lastLineRead ? rest : text.substr(lines.offset(), lastBreak - lines.offset());
+        const std::size_t contentStart = part.content.size();
+        appendNonEmptyLines(body, part.content);
+        const std::size_t cost = (part.content.size() - contentStart) + body.size() + 1;
+        if (cost > budget.storeLeft) {
+            part.content.resize(contentStart);
+            return std::nullopt;
+        }
+        budget.storeLeft -= cost;
+        part.uaContent.push_back('\n');
+        part.uaContent.append(body);
+        return lines.index() + breaks + (lastLineRead ? 1 : 0);
+    };
+
     std::int64_t index = lineIndex + 1;
-    const std::int64_t linesToRead = rules.lastLine == MimeRules::LastLine::Read ? lastLine + 1 : lastLine;
-    while (index < linesToRead) {
-        std::string_view line = lines.line(index);
+    bool wholeBodyTried = false;
+    while (lines.seek(index)) {
+        std::string_view line = lines.line();
+        if (!readLast && lines.atLast()) break;
         if (endLine && line == *endLine) break;
         // The line break that ends the text (before the next delimiter) opens no line.
-        if (index == lastLine && line.empty()) break;
+        if (lines.atLast() && line.empty()) break;
         if (line.empty()) {
             if (!headersDone) {
                 part.handleHeader();
@@ -527,7 +600,7 @@ Dict MIMEReader::interpretPart(std::string_view text, std::optional<std::string_
             if (byRfc2046) {
                 // The nested parts are the rest of this part.
                 part.record.set("expanded", true);
-                index = linesToRead;
+                index = readLast ? lines.count() : lines.count() - 1;
                 break;
             }
             // classic: the index lags one line per part behind the text, and the
@@ -536,6 +609,13 @@ Dict MIMEReader::interpretPart(std::string_view text, std::optional<std::string_
             index += *linesRead;
             headersDone = false;
         } else if (headersDone) {
+            if (!part.hasBoundary && !endLine && !wholeBodyTried) {
+                wholeBodyTried = true;
+                if (std::optional<std::int64_t> end = takeWholeBody()) {
+                    index = *end;
+                    break;
+                }
+            }
             if (!part.bodyReserved && !part.hasBoundary) {
                 part.bodyReserved = true;
                 // The rest of the text bounds a leaf part's body: one allocation

@@ -1,5 +1,10 @@
 #include "readers/mime/MIMEText.h"
 
+#if defined(__SSE2__)
+#include <emmintrin.h>
+#endif
+
+#include <algorithm>
 #include <cstring>
 
 #include "core/TextEncoding.h"
@@ -130,6 +135,46 @@ std::size_t MIMEText::find(std::string_view text, std::string_view needle, std::
     const void* hit = ::memmem(text.data() + from, text.size() - from, needle.data(), needle.size());
     if (!hit) return std::string_view::npos;
     return static_cast<std::size_t>(static_cast<const char*>(hit) - text.data());
+}
+
+std::size_t MIMEText::count(std::string_view text, char c) {
+    std::size_t found = 0, i = 0;
+#if defined(__SSE2__)
+    // Each byte lane counts its matches (a compare gives -1) for at most 255
+    // blocks before the lanes are summed, so no lane overflows.
+    const __m128i needle = _mm_set1_epi8(c);
+    while (text.size() - i >= 16) {
+        const std::size_t blocks = std::min<std::size_t>((text.size() - i) / 16, 255);
+        __m128i lanes = _mm_setzero_si128();
+        for (std::size_t b = 0; b < blocks; ++b, i += 16) {
+            const __m128i chunk = _mm_loadu_si128(reinterpret_cast<const __m128i*>(text.data() + i));
+            lanes = _mm_sub_epi8(lanes, _mm_cmpeq_epi8(chunk, needle));
+        }
+        const __m128i sums = _mm_sad_epu8(lanes, _mm_setzero_si128());
+        found += static_cast<std::size_t>(_mm_cvtsi128_si64(sums)) +
+                 static_cast<std::size_t>(_mm_cvtsi128_si64(_mm_unpackhi_epi64(sums, sums)));
+    }
+#endif
+    for (; i < text.size(); ++i) found += text[i] == c;
+    return found;
+}
+
+std::size_t MIMEText::findDoubled(std::string_view text, char c, std::size_t from) {
+    std::size_t i = from;
+#if defined(__SSE2__)
+    const __m128i needle = _mm_set1_epi8(c);
+    while (i < text.size() && text.size() - i >= 17) {
+        const __m128i here = _mm_loadu_si128(reinterpret_cast<const __m128i*>(text.data() + i));
+        const __m128i next = _mm_loadu_si128(reinterpret_cast<const __m128i*>(text.data() + i + 1));
+        const int hits = _mm_movemask_epi8(_mm_and_si128(_mm_cmpeq_epi8(here, needle), _mm_cmpeq_epi8(next, needle)));
+        if (hits) return i + static_cast<std::size_t>(__builtin_ctz(static_cast<unsigned>(hits)));
+        i += 16;
+    }
+#endif
+    for (; i < text.size() && text.size() - i >= 2; ++i) {
+        if (text[i] == c && text[i + 1] == c) return i;
+    }
+    return std::string_view::npos;
 }
 
 }  // namespace qh

@@ -30,6 +30,10 @@ public:
     static std::string_view pathExtension(std::string_view name);
     // Offset of the first occurrence of `needle` at or after `from` (linear time), npos when none.
     static std::size_t find(std::string_view text, std::string_view needle, std::size_t from = 0);
+    // How many bytes of `text` are `c` (16 at a time where the processor allows).
+    static std::size_t count(std::string_view text, char c);
+    // Offset of the first `c` at or after `from` that another `c` follows, npos when none.
+    static std::size_t findDoubled(std::string_view text, char c, std::size_t from = 0);
 };
 
 }  // namespace qh
