@@ -17,7 +17,7 @@ int catStream(const std::string& path, const std::string& streamPath) {
         std::cerr << "quillhaven cat: cannot read " << path << "\n";
         return 2;
     }
-    auto mole = qh::Mole::initWithData(*data);
+    auto mole = qh::Mole::initBorrowingData(*data);
     if (!mole) {
         std::cerr << "quillhaven cat: " << path << " is no compound document\n";
         return 1;

@@ -14,7 +14,7 @@ namespace {
 // Reads `descriptor` to its end into `data`: first into `expected` bytes
 // (a regular file's size, read without growing the buffer), then whatever
 // more there is (a pipe, a device, a file that grew). False on a read error.
-bool readToEnd(int descriptor, qh::Bytes& data, std::size_t expected) {
+bool readToEnd(int descriptor, FileBytes& data, std::size_t expected) {
     data.resize(expected);
     std::size_t have = 0;
     while (have < data.size()) {
@@ -39,8 +39,8 @@ bool readToEnd(int descriptor, qh::Bytes& data, std::size_t expected) {
 
 }  // namespace
 
-std::optional<qh::Bytes> Input::readFile(const std::string& path) {
-    qh::Bytes data;
+std::optional<FileBytes> Input::readFile(const std::string& path) {
+    FileBytes data;
     if (path == "-") {
         if (!readToEnd(STDIN_FILENO, data, 0)) return std::nullopt;
         return data;

@@ -17,7 +17,7 @@ int listEntries(const std::string& path) {
         std::cerr << "quillhaven ls: cannot read " << path << "\n";
         return 2;
     }
-    auto mole = qh::Mole::initWithData(*data);
+    auto mole = qh::Mole::initBorrowingData(*data);
     if (!mole) {
         std::cerr << "quillhaven ls: " << path << " is no compound document\n";
         return 1;

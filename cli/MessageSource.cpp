@@ -20,9 +20,9 @@ LoadedMessage unreadable(const std::string& kind, std::string problem) {
 
 // Standard input can be read only once; a command that names "-" twice (or a
 // batch whose workers both ask for it) sees the same bytes each time.
-const std::optional<qh::Bytes>& standardInput() {
+const std::optional<FileBytes>& standardInput() {
     static std::once_flag once;
-    static std::optional<qh::Bytes> data;
+    static std::optional<FileBytes> data;
     std::call_once(once, [] { data = Input::readFile("-"); });
     return data;
 }

@@ -30,6 +30,9 @@ public:
     // Opens the document; none (and the log line "MOLE Reader - Error opening
     // NSData") when it does not load.
     static std::unique_ptr<Mole> initWithData(ByteView data);
+    // The same without copying the bytes, for a caller that is done with the
+    // facade before `data` goes away (streams read from it are copies).
+    static std::unique_ptr<Mole> initBorrowingData(ByteView data);
     // A facade with an empty, unopened document.
     static std::unique_ptr<Mole> initialize();
 

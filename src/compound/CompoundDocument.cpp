@@ -12,6 +12,11 @@ void CompoundDocument::initializeWithData(ByteView data) {
     io_->initializeStream(this, data);
 }
 
+void CompoundDocument::initializeBorrowingData(ByteView data) {
+    io_ = std::make_unique<CompoundDocumentIO>();
+    io_->initializeStreamBorrowing(this, data);
+}
+
 bool CompoundDocument::open() { return io_ && io_->open(); }
 
 int CompoundDocument::result() const { return io_ ? io_->result : CompoundDocumentIO::kUnreadable; }

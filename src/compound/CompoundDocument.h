@@ -19,6 +19,8 @@ public:
     CompoundDocument& operator=(const CompoundDocument&) = delete;
 
     void initializeWithData(ByteView data);
+    // The same without a copy: `data` must outlive the document.
+    void initializeBorrowingData(ByteView data);
     bool open();
     // The load status (0 loaded, 1 unreadable, 2 bad signature, 3 invalid).
     int result() const;

@@ -18,8 +18,15 @@ CompoundDocumentIO::CompoundDocumentIO() = default;
 CompoundDocumentIO::~CompoundDocumentIO() = default;
 
 void CompoundDocumentIO::initializeStream(CompoundDocument* owner, ByteView data) {
+    initializeStreamBorrowing(owner, data);
+    ownData_.assign(data.begin(), data.end());
+    messageData = ownData_;
+}
+
+void CompoundDocumentIO::initializeStreamBorrowing(CompoundDocument* owner, ByteView data) {
     compoundDocument = owner;
-    messageData.assign(data.begin(), data.end());
+    ownData_ = Bytes();
+    messageData = data;
     result = 0;
     opened = false;
     filesize = 0;
@@ -137,7 +144,8 @@ void CompoundDocumentIO::deInitialize() {
     directoryTree.reset();
     header.reset();
     compoundDocument = nullptr;
-    messageData = Bytes();
+    messageData = ByteView();
+    ownData_ = Bytes();
     smallSectorArray = {};
     bigSectorArray = {};
     bigSectorData = {};

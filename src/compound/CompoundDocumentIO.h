@@ -33,6 +33,9 @@ public:
 
     // Keeps the owner and a copy of the bytes, and fresh header, tables and directory.
     void initializeStream(CompoundDocument* owner, ByteView data);
+    // The same without a copy: the caller keeps `data` alive and unchanged
+    // while the document is open (a reader that is done before it returns).
+    void initializeStreamBorrowing(CompoundDocument* owner, ByteView data);
     // Loads the document. Yes when it loaded, and also when a step after the
     // header check failed (`result` 3 then); a bad signature or an invalid
     // header answers no. Callers that need a usable document test `result`.
@@ -82,7 +85,8 @@ public:
     std::unique_ptr<Header> header;
     std::unique_ptr<SectorAllocTable> masterSectorAllocationTable;
     std::unique_ptr<SectorAllocTable> smallSectorAllocationTable;
-    Bytes messageData;
+    // The file: a view of ownData_, or of the caller's bytes when borrowed.
+    ByteView messageData;
 
 private:
     // Whole big sectors of `chain` one after another, each padded to the sector
@@ -91,6 +95,7 @@ private:
     Bytes readChain(const std::vector<std::uint32_t>& chain, std::size_t maxBytes, bool& ok) const;
     // Sectors the file can hold at the current sector size.
     std::uint64_t fileSectorCount() const;
+    Bytes ownData_;
 };
 
 }  // namespace qh

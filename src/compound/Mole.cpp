@@ -81,18 +81,33 @@ struct Mole::Walk {
 Mole::Mole() = default;
 Mole::~Mole() = default;
 
-std::unique_ptr<Mole> Mole::initWithData(ByteView data) {
-    auto mole = std::make_unique<Mole>();
-    mole->compoundDocument_ = std::make_unique<CompoundDocument>();
-    mole->compoundDocument_->initializeWithData(data);
+namespace {
+
+std::unique_ptr<Mole> opened(std::unique_ptr<Mole> mole) {
     // Success is judged by the status alone: open also answers yes for some
     // documents that did not load.
-    (void)mole->compoundDocument_->open();
-    if (mole->compoundDocument_->result() != CompoundDocumentIO::kLoaded) {
+    (void)mole->compoundDocument()->open();
+    if (mole->compoundDocument()->result() != CompoundDocumentIO::kLoaded) {
         Log::line("MOLE Reader - Error opening NSData");
         return nullptr;
     }
     return mole;
+}
+
+}  // namespace
+
+std::unique_ptr<Mole> Mole::initWithData(ByteView data) {
+    auto mole = std::make_unique<Mole>();
+    mole->compoundDocument_ = std::make_unique<CompoundDocument>();
+    mole->compoundDocument_->initializeWithData(data);
+    return opened(std::move(mole));
+}
+
+std::unique_ptr<Mole> Mole::initBorrowingData(ByteView data) {
+    auto mole = std::make_unique<Mole>();
+    mole->compoundDocument_ = std::make_unique<CompoundDocument>();
+    mole->compoundDocument_->initializeBorrowingData(data);
+    return opened(std::move(mole));
 }
 
 std::unique_ptr<Mole> Mole::initialize() {

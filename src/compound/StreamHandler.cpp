@@ -63,13 +63,28 @@ Bytes StreamHandler::readAll(bool exact) const {
     std::uint64_t limit = std::min<std::uint64_t>(sectorArray.size() * sectorSize, io->filesize);
     if (exact) limit = std::min<std::uint64_t>(limit, entry.size);
     out.reserve(limit);
+    // Sectors that follow each other in the file (most of a stream) are copied
+    // as one run.
+    const std::uint8_t* runStart = nullptr;
+    std::size_t runLength = 0;
+    auto flush = [&] {
+        if (runLength) out.insert(out.end(), runStart, runStart + runLength);
+        runLength = 0;
+    };
     for (std::uint32_t sector : sectorArray) {
-        if (exact && out.size() >= entry.size) break;
+        if (exact && out.size() + runLength >= entry.size) break;
         bool beyondFile = false;
         ByteView bytes = sectorView(sector, beyondFile);
-        out.insert(out.end(), bytes.begin(), bytes.end());
+        if (runLength && bytes.data() == runStart + runLength) {
+            runLength += bytes.size();
+        } else {
+            flush();
+            runStart = bytes.data();
+            runLength = bytes.size();
+        }
         if (bytes.size() < sectorSize) break;
     }
+    flush();
     if (exact && out.size() > entry.size) out.resize(entry.size);
     return out;
 }

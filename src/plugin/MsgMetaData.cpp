@@ -36,7 +36,7 @@ PreviewBody extract(const Mole& mole) {
 }  // namespace
 
 PreviewBody msgMetaData(ByteView data) {
-    std::unique_ptr<Mole> mole = Mole::initWithData(data);
+    std::unique_ptr<Mole> mole = Mole::initBorrowingData(data);
     if (!mole) return std::monostate{};
     PreviewBody body = extract(*mole);
     mole->deInitialize();

@@ -38,7 +38,7 @@ constexpr std::size_t kConvertedPerInputByte = 8;
 }  // namespace
 
 std::unique_ptr<ReadMSG> ReadMSG::initWithData(ByteView data, const ReadOptions& options) {
-    std::unique_ptr<Mole> mole = Mole::initWithData(data);
+    std::unique_ptr<Mole> mole = Mole::initBorrowingData(data);
     if (!mole) return nullptr;
     Dict root = mole->getOLEDictionary(options.exactStreams);
     mole->deInitialize();
@@ -364,7 +364,7 @@ Dict ReadMSG::buildDictionaryForMessage(const Dict& root) {
 std::optional<Dict> ReadMSG::getSummaryForMessage(ByteView data, const ReadOptions& options) {
     const MsgRules& rules = MsgRules::of(options.reading);
     Dict root;
-    if (std::unique_ptr<Mole> mole = Mole::initWithData(data)) {
+    if (std::unique_ptr<Mole> mole = Mole::initBorrowingData(data)) {
         root = mole->getOLEDictionary(options.exactStreams);
         mole->deInitialize();
     }
