@@ -1,6 +1,5 @@
 #include "util/Rfc2045.h"
 
-#include <algorithm>
 #include <cstring>
 
 #include "util/Ascii.h"
@@ -11,13 +10,15 @@ using ascii::hexValue;
 
 namespace {
 
-// Output written through a pointer: room is made once per line, never per byte.
+// Output written through a pointer: room is made once per line, never per
+// byte. Only the room asked for is touched, so memory that a short output
+// never reaches is never made resident.
 class ByteSink {
 public:
-    explicit ByteSink(std::size_t expected) : out_(expected) {}
+    explicit ByteSink(std::size_t expected) { out_.reserve(expected); }
     // At least `n` more bytes may be written after this.
     std::uint8_t* reserve(std::size_t n) {
-        if (out_.size() - used_ < n) out_.resize(std::max(out_.size() * 2, used_ + n));
+        out_.resize(used_ + n);
         return out_.data() + used_;
     }
     void advance(std::size_t n) { used_ += n; }

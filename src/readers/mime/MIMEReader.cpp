@@ -568,12 +568,17 @@ Dict MIMEReader::interpretPart(std::string_view text, std::optional<std::string_
         const bool lastLineRead = readLast && lastBreak + 1 < text.size();
         std::string_view body = lastLineRead ? rest : text.substr(lines.offset(), lastBreak - lines.offset());
         const std::size_t contentStart = part.content.size();
+        // One allocation: a body of many short pieces must not grow the text
+        // through a doubling series.
+        part.content.reserve(contentStart + body.size() + 1);
         appendNonEmptyLines(body, part.content);
         const std::size_t cost = (part.content.size() - contentStart) + body.size() + 1;
         if (cost > budget.storeLeft) {
             part.content.resize(contentStart);
+            part.content.shrink_to_fit();
             return std::nullopt;
         }
+        part.uaContent.reserve(part.uaContent.size() + body.size() + 1);
         budget.storeLeft -= cost;
         part.uaContent.push_back('\n');
         part.uaContent.append(body);
