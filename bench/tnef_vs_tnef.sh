@@ -11,10 +11,19 @@ command -v tnef >/dev/null || { echo "tnef is not installed (package tnef)" >&2;
 mapfile -t files < <(find "$corpus/tnef" -maxdepth 1 -type f \( -name '*.tnef' -o -name '*.dat' \) | sort)
 [ "${#files[@]}" -gt 0 ] || { echo "no TNEF files under $corpus/tnef" >&2; exit 2; }
 bytes=$(cat "${files[@]}" | wc -c)
-qh_fail=0 tn_fail=0
+qh_fail=0 tn_fail=0 fl_fail=0
 # A fresh folder per run, made before the clocks start, so that only the extractors are timed.
 for r in $(seq 1 "$rounds"); do
-  for i in "${!files[@]}"; do mkdir -p "$work/q/$r-$i" "$work/t/$r-$i"; done
+  for i in "${!files[@]}"; do mkdir -p "$work/q/$r-$i" "$work/t/$r-$i" "$work/f/$r-$i"; done
+done
+# The floor: a static C program that parses nothing and only reads each file
+# and creates the files quillhaven writes for it (their sizes and names, taken
+# from one untimed run), to show what process start and file creation cost here.
+cc -O2 -static -o "$work/extract_floor" "$root/bench/extract_floor.c" 2>/dev/null ||
+  cc -O2 -o "$work/extract_floor" "$root/bench/extract_floor.c"
+for i in "${!files[@]}"; do
+  mkdir -p "$work/plan/$i"
+  "$qh" attachments -d "$work/plan/$i" "${files[$i]}" >"$work/plan/$i.txt" 2>/dev/null || true
 done
 
 children_cpu; cpu_start=$cpu start=$EPOCHREALTIME
@@ -39,11 +48,25 @@ children_cpu
 tn_time=$(awk -v a="$start" -v b="$end" 'BEGIN { print b - a }')
 tn_cpu=$(awk -v a="$cpu_start" -v b="$cpu" 'BEGIN { print b - a }')
 
+children_cpu; cpu_start=$cpu start=$EPOCHREALTIME
+for r in $(seq 1 "$rounds"); do
+  for i in "${!files[@]}"; do
+    "$work/extract_floor" "$work/f/$r-$i" "${files[$i]}" "$work/plan/$i.txt" >/dev/null 2>&1 || fl_fail=$((fl_fail + 1))
+  done
+done
+end=$EPOCHREALTIME
+children_cpu
+fl_time=$(awk -v a="$start" -v b="$end" 'BEGIN { print b - a }')
+fl_cpu=$(awk -v a="$cpu_start" -v b="$cpu" 'BEGIN { print b - a }')
+
 awk -v n="${#files[@]}" -v r="$rounds" -v bytes="$bytes" -v qt="$qh_time" -v tt="$tn_time" -v qc="$qh_cpu" -v tc="$tn_cpu" \
-    -v qf="$qh_fail" -v tf="$tn_fail" -v load="$(cut -d' ' -f1 /proc/loadavg)" 'BEGIN {
+    -v qf="$qh_fail" -v tf="$tn_fail" -v ft="$fl_time" -v fc="$fl_cpu" -v ff="$fl_fail" \
+    -v load="$(cut -d' ' -f1 /proc/loadavg)" 'BEGIN {
   runs = n * r
   printf "attachments vs tnef: %d TNEF files, %.2f MB, each extracted %d times, one process per file (load average %s)\n", n, bytes / 1e6, r, load
   printf "  quillhaven attachments  %7.3f s wall  %6.2f ms/file   CPU %7.3f s  (%d failed runs)\n", qt, qt * 1000 / runs, qc, qf
   printf "  tnef                    %7.3f s wall  %6.2f ms/file   CPU %7.3f s  (%d failed runs)\n", tt, tt * 1000 / runs, tc, tf
-  printf "  ratio (tnef / quillhaven): %.2fx wall, %.2fx CPU\n", tt / qt, (qc > 0 ? tc / qc : 0)
+  printf "  floor (no parsing)      %7.3f s wall  %6.2f ms/file   CPU %7.3f s  (%d failed runs)\n", ft, ft * 1000 / runs, fc, ff
+  printf "  ratio (tnef / quillhaven): %.2fx wall, %.2fx CPU (aim: 2x)\n", tt / qt, (qc > 0 ? tc / qc : 0)
+  printf "  ratio (tnef / floor):      %.2fx wall, %.2fx CPU: no extractor can be faster than the floor here\n", tt / ft, (fc > 0 ? tc / fc : 0)
 }'
