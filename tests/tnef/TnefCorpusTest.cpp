@@ -54,10 +54,10 @@ const std::vector<Sample>& samples() {
         for (const auto& path : qhtest::corpusFiles("eml", ".eml")) {
             auto reader = qh::ReadEML::initWithData(qhtest::readFileBytes(path));
             const qh::Dict* message = reader ? reader->returnFullDictionary() : nullptr;
-            const qh::Array* list = message ? message->findArray(std::string(keys::kAttachmentList)) : nullptr;
+            const qh::Array* list = message ? message->findArray(keys::kAttachmentList) : nullptr;
             if (list == nullptr) continue;
             for (const qh::Value& item : *list) {
-                const qh::Blob* data = item.dict() ? item.dict()->findBytes(std::string(keys::kAttachData)) : nullptr;
+                const qh::Blob* data = item.dict() ? item.dict()->findBytes(keys::kAttachData) : nullptr;
                 if (data == nullptr || data->size() < 4 || data->text().substr(0, 4) != "\x78\x9F\x3E\x22") continue;
                 Sample sample{path.filename().string() + "/winmail.dat", scratchDir() / (path.filename().string() + ".tnef"),
                               qh::Bytes(data->view().begin(), data->view().end())};
@@ -76,24 +76,20 @@ std::optional<qh::Dict> readAs(const Sample& sample, qh::Reading reading) {
     return *reader->returnFullDictionary();
 }
 
-const std::string* stringAt(const qh::Dict& dictionary, std::string_view key) {
-    return dictionary.findString(std::string(key));
-}
-
 // The attachments as the command writes them: names without the terminating
 // zero the search pass keeps; a name taken twice gets " (2)" as on disk.
 Files attachmentsOf(const std::optional<qh::Dict>& dictionary) {
     Files files;
     if (!dictionary) return files;
-    const qh::Array* list = dictionary->findArray(std::string(keys::kAttachmentList));
+    const qh::Array* list = dictionary->findArray(keys::kAttachmentList);
     if (list == nullptr) return files;
     for (const qh::Value& item : *list) {
         const qh::Dict* attachment = item.dict();
-        if (attachment == nullptr || stringAt(*attachment, keys::kAttachName) == nullptr) continue;
-        std::string name = *stringAt(*attachment, keys::kAttachName);
+        if (attachment == nullptr || attachment->findString(keys::kAttachName) == nullptr) continue;
+        std::string name = *attachment->findString(keys::kAttachName);
         while (!name.empty() && name.back() == '\0') name.pop_back();
         if (files.count(name)) name = fs::path(name).stem().string() + " (2)" + fs::path(name).extension().string();
-        const qh::Blob* data = attachment->findBytes(std::string(keys::kAttachData));
+        const qh::Blob* data = attachment->findBytes(keys::kAttachData);
         files[name] = data ? std::string(data->text()) : std::string();
     }
     return files;
@@ -195,7 +191,7 @@ TEST(TnefCorpus, EveryFileReadsInBothReadings) {
             if (sample.name == "tw-badchecksum.tnef") {
                 // Its signature is destroyed: no dictionary, the error summary.
                 EXPECT_FALSE(dictionary.has_value());
-                EXPECT_EQ(*stringAt(*summary, keys::kSubject), "** Error Reading Message **");
+                EXPECT_EQ(*summary->findString(keys::kSubject), "** Error Reading Message **");
                 continue;
             }
             ASSERT_TRUE(dictionary.has_value());
@@ -224,11 +220,11 @@ TEST(TnefCorpus, BodiesMatchTheExpectedOutputs) {
                 const std::optional<qh::Dict> dictionary = readAs(sample, reading);
                 ASSERT_TRUE(dictionary.has_value());
                 if (std::string(suffix).ends_with("rtf")) {
-                    const qh::Blob* rtf = dictionary->findBytes(std::string(keys::kRTF));
+                    const qh::Blob* rtf = dictionary->findBytes(keys::kRTF);
                     ASSERT_NE(rtf, nullptr);
                     EXPECT_EQ(rtf->text(), qh::asText(expected));
                 } else {
-                    const std::string* html = stringAt(*dictionary, keys::kHTML);
+                    const std::string* html = dictionary->findString(keys::kHTML);
                     ASSERT_NE(html, nullptr);
                     EXPECT_EQ(normalised(*html), normalised(std::string(qh::asText(expected))));
                 }
@@ -341,7 +337,7 @@ TEST(TnefCorpus, CompleteReadingAgreesWithTheAttributeDump) {
         const std::optional<qh::Dict> ours = readAs(sample, qh::Reading::complete);
         ASSERT_TRUE(ours.has_value());
         auto text = [&](std::string_view key) {
-            const std::string* value = stringAt(*ours, key);
+            const std::string* value = ours->findString(key);
             return value ? *value : std::string();
         };
 
@@ -358,14 +354,14 @@ TEST(TnefCorpus, CompleteReadingAgreesWithTheAttributeDump) {
                                        dumpValue(dump.out, "MAPI_SENDER_EMAIL_ADDRESS <0c1f>"),
                                        dumpValue(dump.out, "sender_address=")});
         if (address.starts_with("SMTP:")) address.erase(0, 5);
-        const qh::Array* from = ours->findArray(std::string(keys::kFrom));
+        const qh::Array* from = ours->findArray(keys::kFrom);
         if (name.empty() && address.empty()) {
             EXPECT_EQ(from, nullptr);
         } else {
             ASSERT_NE(from, nullptr);
             const qh::Dict& sender = *from->front().dict();
-            EXPECT_EQ(*stringAt(sender, keys::kName), name.empty() ? address : name);
-            EXPECT_EQ(*stringAt(sender, keys::kAddress), address);
+            EXPECT_EQ(*sender.findString(keys::kName), name.empty() ? address : name);
+            EXPECT_EQ(*sender.findString(keys::kAddress), address);
             ++senders;
         }
 
