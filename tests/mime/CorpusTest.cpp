@@ -5,14 +5,12 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
-#include <array>
-#include <cstdio>
-#include <cstdlib>
 #include <filesystem>
 #include <fstream>
 #include <map>
 #include <optional>
 #include <set>
+#include <sstream>
 #include <span>
 #include <string>
 
@@ -66,35 +64,23 @@ bool known(const std::string& file, const std::string& field) { return listed(kK
 // output, output that is no JSON) fails the test. One run for all files: the
 // interpreter's start costs more than reading a message.
 std::optional<std::vector<json>> oracle(const std::vector<fs::path>& messages) {
-    static const bool available = std::system("python3 -c 'import email.policy' >/dev/null 2>&1") == 0;
+    static const bool available = qhtest::pythonHas("email.policy");
     if (!available) return std::nullopt;
-    static const std::string script = std::string(QH_SOURCE_DIR) + "/tests/mime/eml_oracle.py";
-    std::string command = "python3 '" + script + "'";
-    for (const fs::path& message : messages) command += " '" + message.string() + "'";
-    FILE* pipe = ::popen(command.c_str(), "r");
-    if (!pipe) {
-        ADD_FAILURE() << "the oracle did not start";
-        return std::nullopt;
-    }
-    std::string out;
-    std::array<char, 65536> buffer;
-    while (std::size_t n = std::fread(buffer.data(), 1, buffer.size(), pipe)) out.append(buffer.data(), n);
-    if (::pclose(pipe) != 0) {
-        ADD_FAILURE() << "the oracle failed";
+    std::vector<std::string> argv = {"/usr/bin/python3", std::string(QH_SOURCE_DIR) + "/tests/mime/eml_oracle.py"};
+    for (const fs::path& message : messages) argv.push_back(message.string());
+    const qhtest::CliResult run = qhtest::runProgram(argv);
+    if (run.exitCode != 0) {
+        ADD_FAILURE() << "the oracle failed: " << run.err;
         return std::nullopt;
     }
     std::vector<json> results;
-    std::size_t start = 0;
-    while (start < out.size()) {
-        std::size_t end = out.find('\n', start);
-        if (end == std::string::npos) end = out.size();
-        json parsed = json::parse(out.substr(start, end - start), nullptr, false);
-        if (parsed.is_discarded()) {
-            ADD_FAILURE() << "the oracle wrote no JSON: " << out.substr(start, 200);
+    std::istringstream lines(run.out);
+    for (std::string line; std::getline(lines, line);) {
+        results.push_back(json::parse(line, nullptr, false));
+        if (results.back().is_discarded()) {
+            ADD_FAILURE() << "the oracle wrote no JSON: " << line.substr(0, 200);
             return std::nullopt;
         }
-        results.push_back(std::move(parsed));
-        start = end + 1;
     }
     if (results.size() != messages.size()) {
         ADD_FAILURE() << "the oracle read " << results.size() << " of " << messages.size() << " messages";

@@ -3,10 +3,8 @@
 // outputs shipped beside them, the attachments agree with what Debian's `tnef`
 // program extracts, and (complete) subject, sender and plain body agree with
 // its attribute dump; every difference is listed with its reason.
-#include <sys/wait.h>
 #include <unistd.h>
 
-#include <cstdio>
 #include <filesystem>
 #include <fstream>
 #include <map>
@@ -95,31 +93,14 @@ Files attachmentsOf(const std::optional<qh::Dict>& dictionary) {
     return files;
 }
 
-struct ProgramRun {
-    int exitCode = -1;
-    std::string out;
-};
-
-ProgramRun run(const std::string& command) {
-    ProgramRun result;
-    FILE* pipe = ::popen(command.c_str(), "r");
-    if (pipe == nullptr) return result;
-    char buffer[65536];
-    for (std::size_t n; (n = std::fread(buffer, 1, sizeof buffer, pipe)) > 0;) result.out.append(buffer, n);
-    const int status = ::pclose(pipe);
-    result.exitCode = WIFEXITED(status) ? WEXITSTATUS(status) : -1;
-    return result;
-}
-
-std::string quoted(const fs::path& path) { return "'" + path.string() + "'"; }
 
 // What the tnef program extracts; its exit status is checked by the caller.
 std::pair<int, Files> extractedBy(const Sample& sample) {
     const fs::path dir = scratchDir() / ("x-" + fs::path(sample.name).string());
     fs::remove_all(dir);
     fs::create_directories(dir);
-    const ProgramRun result =
-        run(quoted(kTnefProgram) + " --overwrite -f " + quoted(sample.path) + " -C " + quoted(dir) + " 2>/dev/null");
+    const qhtest::CliResult result =
+        qhtest::runProgram({kTnefProgram.string(), "--overwrite", "-f", sample.path.string(), "-C", dir.string()});
     Files files;
     for (const auto& entry : fs::directory_iterator(dir)) {
         const qh::Bytes bytes = qhtest::readFileBytes(entry.path());
@@ -330,7 +311,8 @@ TEST(TnefCorpus, CompleteReadingAgreesWithTheAttributeDump) {
         SCOPED_TRACE(sample.name);
         // tnef's dump of the attribute-id-less stream stops on an assertion.
         const bool dumpFails = sample.name == "tp-minimal_attachment.tnef";
-        const ProgramRun dump = run(quoted(kTnefProgram) + " --debug -t -f " + quoted(sample.path) + " 2>&1");
+        qhtest::CliResult dump = qhtest::runProgram({kTnefProgram.string(), "--debug", "-t", "-f", sample.path.string()});
+        dump.out += dump.err;
         if (dumpFails) continue;
         ASSERT_EQ(dump.exitCode, 0) << "the tnef program failed";
         ASSERT_FALSE(dump.out.empty());

@@ -59,17 +59,17 @@ void writeText(const fs::path& path, const std::string& text) { std::ofstream(pa
 // Runs headless chromium on a page and returns what it printed. `isolated`:
 // in a network namespace of its own when the machine allows it, and told to
 // resolve nothing and to use a dead proxy in any case.
-std::string runChromium(const Scratch& scratch, const fs::path& page, const std::string& action, bool isolated) {
-    static const bool canUnshare = std::system("unshare -n true >/dev/null 2>&1") == 0;
-    std::string command;
-    if (isolated && canUnshare) command += "unshare -n ";
-    command += "timeout 120 ";
-    command += chromium();
-    command += " --headless --no-sandbox --disable-gpu --hide-scrollbars --no-first-run --disable-extensions"
-               " --user-data-dir='" + scratch.profile().string() + "'";
-    if (isolated) command += " --proxy-server=127.0.0.1:9 --host-resolver-rules='MAP * ~NOTFOUND'";
-    command += " " + action + " 'file://" + page.string() + "' 2>/dev/null";
-    return qhviewtest::run(command);
+std::string runChromium(const Scratch& scratch, const fs::path& page, const std::vector<std::string>& action,
+                        bool isolated) {
+    static const bool canUnshare = qhtest::runProgram({"/usr/bin/unshare", "-n", "/bin/true"}).exitCode == 0;
+    std::vector<std::string> argv = {"/usr/bin/timeout", "120", chromium(), "--headless", "--no-sandbox",
+                                     "--disable-gpu", "--hide-scrollbars", "--no-first-run", "--disable-extensions",
+                                     "--user-data-dir=" + scratch.profile().string()};
+    if (isolated && canUnshare) argv.insert(argv.begin(), {"/usr/bin/unshare", "-n"});
+    if (isolated) argv.insert(argv.end(), {"--proxy-server=127.0.0.1:9", "--host-resolver-rules=MAP * ~NOTFOUND"});
+    argv.insert(argv.end(), action.begin(), action.end());
+    argv.push_back("file://" + page.string());
+    return qhtest::runProgram(argv).out;
 }
 
 // How a text node's content comes back in chromium's serialised DOM.
@@ -163,11 +163,11 @@ TEST(Browser, HostileMessageFetchesNothingAndRunsNothing) {
     // The control: a page that does load an image from the listener, so
     // silence below means the page asked for nothing.
     writeText(scratch.file("control.html"), "<img src=\"http://" + listener.host() + "/control.png\">");
-    runChromium(scratch, scratch.file("control.html"), "--dump-dom", false);
+    runChromium(scratch, scratch.file("control.html"), {"--dump-dom"}, false);
     int controlRequests = listener.requests();
 
     writeText(scratch.file("hostile.html"), page);
-    std::string dom = runChromium(scratch, scratch.file("hostile.html"), "--dump-dom", false);
+    std::string dom = runChromium(scratch, scratch.file("hostile.html"), {"--dump-dom"}, false);
     ASSERT_NE(dom.find("Body text survives"), std::string::npos) << dom;
     EXPECT_EQ(listener.requests(), controlRequests) << "the page fetched from the network";
     if (controlRequests == 0) ADD_FAILURE() << "the control page reached no listener: the fetch check proves nothing";
@@ -182,13 +182,13 @@ TEST(Browser, NewsletterRendersOfflineWithoutItsPixelOrScript) {
     QH_REQUIRE_CHROMIUM();
     Scratch scratch;
     writeText(scratch.file("news.html"), viewPage(qhviewtest::newsletterMessage("tracker.example")));
-    std::string dom = runChromium(scratch, scratch.file("news.html"), "--dump-dom", true);
+    std::string dom = runChromium(scratch, scratch.file("news.html"), {"--dump-dom"}, true);
     EXPECT_NE(dom.find("Read all about it"), std::string::npos) << dom;
     EXPECT_NE(dom.find("1 remote image was blocked"), std::string::npos);
     EXPECT_EQ(dom.find("SCRIPT RAN"), std::string::npos);
     EXPECT_EQ(dom.find("tracker.example"), std::string::npos);
     runChromium(scratch, scratch.file("news.html"),
-                "--window-size=900,600 --screenshot='" + scratch.file("news.png").string() + "'", true);
+                {"--window-size=900,600", "--screenshot=" + scratch.file("news.png").string()}, true);
     std::string png = qhviewtest::readText(scratch.file("news.png"));
     EXPECT_GT(png.size(), 1000u);
     EXPECT_EQ(png.substr(0, 4), "\x89PNG");
@@ -236,7 +236,7 @@ TEST(Browser, EveryCorpusMessageShowsItsSubject) {
     QH_REQUIRE_CHROMIUM();
     Scratch scratch;
     writeText(scratch.file("corpus.html"), head + "<body>\n" + bodies + "</body>\n</html>\n");
-    std::string dom = runChromium(scratch, scratch.file("corpus.html"), "--dump-dom", true);
+    std::string dom = runChromium(scratch, scratch.file("corpus.html"), {"--dump-dom"}, true);
     ASSERT_NE(dom.find("</html>"), std::string::npos) << "chromium gave no DOM";
     for (const auto& [name, subject] : expected) {
         std::size_t section = dom.find("<section data-file=\"" + name + "\">");

@@ -3,7 +3,6 @@
 // the page we know of, and a friendly one with a remote image and a script.
 // "@HOST@" stands for where their remote references point (a port the test
 // listens on, or a dead one). And the helpers the view tests share.
-#include <cstdio>
 #include <filesystem>
 #include <fstream>
 #include <string>
@@ -13,17 +12,6 @@ namespace qhviewtest {
 inline std::string readText(const std::filesystem::path& path) {
     std::ifstream in(path, std::ios::binary);
     return std::string(std::istreambuf_iterator<char>(in), {});
-}
-
-// What a shell command prints on its standard output.
-inline std::string run(const std::string& command) {
-    std::string out;
-    if (FILE* pipe = ::popen(command.c_str(), "r")) {
-        char buffer[65536];
-        for (std::size_t n; (n = std::fread(buffer, 1, sizeof buffer, pipe)) > 0;) out.append(buffer, n);
-        ::pclose(pipe);
-    }
-    return out;
 }
 
 // A 1x1 PNG, base64.

@@ -3,14 +3,13 @@
 // same subject, addresses, date, bodies and attachments as our complete
 // reading of the source), our complete .eml reader, and a real mail client
 // (neomutt, driven in tmux, lists every subject of the whole corpus as one mbox).
-#include <sys/wait.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <chrono>
 #include <cmath>
-#include <cstdio>
 #include <filesystem>
+#include <functional>
 #include <map>
 #include <set>
 #include <sstream>
@@ -41,18 +40,7 @@ struct Scratch {
     ~Scratch() { fs::remove_all(path); }
 };
 
-// The output of a shell command and its exit status (-1 when it could not run).
-std::pair<int, std::string> shell(const std::string& command) {
-    FILE* pipe = ::popen(command.c_str(), "r");
-    if (!pipe) return {-1, ""};
-    std::string out;
-    char buffer[65536];
-    for (std::size_t n; (n = std::fread(buffer, 1, sizeof buffer, pipe)) > 0;) out.append(buffer, n);
-    int status = ::pclose(pipe);
-    return {WIFEXITED(status) ? WEXITSTATUS(status) : -1, out};
-}
-
-bool haveTool(const std::string& name) { return shell("command -v " + name + " >/dev/null 2>&1").first == 0; }
+bool haveTool(const std::string& path) { return ::access(path.c_str(), X_OK) == 0; }
 
 std::string quote(const std::string& text) {
     std::string out = "'";
@@ -236,13 +224,13 @@ TEST(MimeCorpus, ConvertedMessagesAreWellFormedAndKeepWhatTheSourceSays) {
         EXPECT_TRUE(shape.problem.empty()) << sources[i] << ": " << shape.problem;
     }
 
-    if (!haveTool("python3")) GTEST_SKIP() << "python3 is not installed";
-    std::string command = "python3 " + quote(std::string(QH_SOURCE_DIR) + "/tests/writers/mime_check.py");
-    for (const std::string& output : outputs) command += " " + quote(output);
-    auto [status, report] = shell(command);
-    ASSERT_EQ(status, 0) << "the Python checker failed";
+    if (!haveTool("/usr/bin/python3")) GTEST_SKIP() << "python3 is not installed";
+    std::vector<std::string> checker = {"/usr/bin/python3", std::string(QH_SOURCE_DIR) + "/tests/writers/mime_check.py"};
+    checker.insert(checker.end(), outputs.begin(), outputs.end());
+    const qhtest::CliResult report = qhtest::runProgram(checker);
+    ASSERT_EQ(report.exitCode, 0) << "the Python checker failed: " << report.err;
     std::vector<json> python;
-    std::istringstream reportLines(report);
+    std::istringstream reportLines(report.out);
     for (std::string line; std::getline(reportLines, line);) python.push_back(json::parse(line));
     ASSERT_EQ(python.size(), outputs.size());
 
@@ -301,7 +289,7 @@ TEST(MimeCorpus, ConvertedMessagesAreWellFormedAndKeepWhatTheSourceSays) {
 // shows in the index (paging down when the screen is full).
 TEST(MimeCorpus, NeomuttListsEverySubjectOfTheMbox) {
     QH_REQUIRE_CORPUS("");
-    if (!haveTool("neomutt") || !haveTool("tmux")) GTEST_SKIP() << "neomutt or tmux is not installed";
+    if (!haveTool("/usr/bin/neomutt") || !haveTool("/usr/bin/tmux")) GTEST_SKIP() << "neomutt or tmux is not installed";
     std::vector<fs::path> sources = corpusMessages();
     Scratch scratch;
     std::string mbox = (scratch.path / "corpus.mbox").string();
@@ -323,18 +311,22 @@ TEST(MimeCorpus, NeomuttListsEverySubjectOfTheMbox) {
 
     const std::string session = "qh-neomutt-" + std::to_string(::getpid());
     const std::string socket = (scratch.path / "tmux.sock").string();
-    const std::string tmux = "tmux -S " + quote(socket) + " ";
+    auto tmux = [&](std::vector<std::string> args) {
+        args.insert(args.begin(), {"/usr/bin/tmux", "-S", socket});
+        return qhtest::runProgram(args);
+    };
     // A private server, a throwaway configuration, read-only, a tall pane; subject first in the index.
-    std::string start = tmux + "-u -f /dev/null new-session -d -s " + session + " -x 200 -y 120 " +
-                        quote("env TERM=xterm-256color LC_ALL=C.UTF-8 HOME=" + scratch.path.string() +
-                              " neomutt -n -F /dev/null -R -e 'set folder=" + scratch.path.string() +
-                              "' -e 'set index_format=\"%s\"' -e 'set sort=mailbox-order' "
-                              "-e 'bind index z next-page' -f " + quote(mbox));
-    ASSERT_EQ(shell(start + " 2>&1").first, 0) << start;
+    const std::string neomutt = "env TERM=xterm-256color LC_ALL=C.UTF-8 HOME=" + scratch.path.string() +
+                                " neomutt -n -F /dev/null -R -e 'set folder=" + scratch.path.string() +
+                                "' -e 'set index_format=\"%s\"' -e 'set sort=mailbox-order' "
+                                "-e 'bind index z next-page' -f " + quote(mbox);
+    const auto started =
+        tmux({"-u", "-f", "/dev/null", "new-session", "-d", "-s", session, "-x", "200", "-y", "120", neomutt});
+    ASSERT_EQ(started.exitCode, 0) << started.err;
     struct Cleanup {
-        std::string kill;
-        ~Cleanup() { shell(kill); }
-    } cleanup{tmux + "kill-server >/dev/null 2>&1"};
+        std::function<void()> kill;
+        ~Cleanup() { kill(); }
+    } cleanup{[&] { tmux({"kill-server"}); }};
 
     // With index_format "%s" each line of the index is one subject, cut at the pane's width.
     std::set<std::string> shownLines;
@@ -346,8 +338,9 @@ TEST(MimeCorpus, NeomuttListsEverySubjectOfTheMbox) {
     int pages = 0;
     while (!missing.empty() && std::chrono::steady_clock::now() < deadline && pages <= 20) {
         std::this_thread::sleep_for(std::chrono::milliseconds(500));
-        auto [status, screen] = shell(tmux + "capture-pane -p -t " + session + " 2>/dev/null");
-        ASSERT_EQ(status, 0) << "tmux capture-pane failed";
+        const auto captured = tmux({"capture-pane", "-p", "-t", session});
+        ASSERT_EQ(captured.exitCode, 0) << "tmux capture-pane failed: " << captured.err;
+        const std::string& screen = captured.out;
         lastScreen = screen;
         // Until neomutt has read the mbox the pane is blank or shows its progress.
         sawIndex = sawIndex || screen.find("Msgs:") != std::string::npos;
@@ -361,7 +354,7 @@ TEST(MimeCorpus, NeomuttListsEverySubjectOfTheMbox) {
             it = shown ? missing.erase(it) : std::next(it);
         }
         if (!missing.empty() && screen.find("Msgs:") != std::string::npos) {
-            shell(tmux + "send-keys -t " + session + " z 2>/dev/null");  // the next page of the index
+            tmux({"send-keys", "-t", session, "z"});  // the next page of the index
             ++pages;
         }
     }
