@@ -9,6 +9,8 @@
 #include <emmintrin.h>
 #endif
 
+#include <quillhaven/MessageKeys.h>
+
 #include "core/Log.h"
 #include "core/TextEncoding.h"
 #include "readers/mime/MIMEText.h"
@@ -253,7 +255,7 @@ void MIMEReader::Part::handleHeader() {
         const std::string& header = *name;
         std::string text = std::move(currentValue());
         if (MIMEText::equalsASCIIIgnoringCase(header, "content-type") &&
-            rules.parameters == MimeRules::Parameters::Rfc2231 && record.contains("contentType")) {
+            rules.parameters == MimeRules::Parameters::Rfc2231 && record.contains(keys::kPartContentType)) {
             // A second Content-Type: the first counts, as mail clients read it.
         } else if (MIMEText::equalsASCIIIgnoringCase(header, "content-type")) {
             parameters = setContentParameters(text);
@@ -261,20 +263,20 @@ void MIMEReader::Part::handleHeader() {
             hasBoundary = delimiter != nullptr;
             boundary = delimiter ? *delimiter : std::string();
             std::string_view mediaType = MIMEText::firstPiece(text, ";");
-            record.set("contentType", MIMEText::lowercase(MIMEText::trim(MIMEText::firstPiece(mediaType, "/"))));
+            record.set(keys::kPartContentType, MIMEText::lowercase(MIMEText::trim(MIMEText::firstPiece(mediaType, "/"))));
             std::string_view subtype;
             if (MIMEText::secondPiece(mediaType, "/", subtype)) {
-                record.set("contentFormat", MIMEText::lowercase(MIMEText::trim(subtype)));
+                record.set(keys::kPartContentFormat, MIMEText::lowercase(MIMEText::trim(subtype)));
             }
             // classic: only the first parameter is looked at (for text the charset,
             // for a multipart usually the boundary, for an attachment its name);
             // ReadEML's classic charset and name choices are built on it.
             std::string_view parameter;
             if (MIMEText::secondPiece(text, ";", parameter)) {
-                record.set("metaType", MIMEText::lowercase(MIMEText::trim(MIMEText::firstPiece(parameter, "="))));
+                record.set(keys::kPartMetaType, MIMEText::lowercase(MIMEText::trim(MIMEText::firstPiece(parameter, "="))));
                 std::string_view parameterValue;
                 if (MIMEText::secondPiece(parameter, "=", parameterValue)) {
-                    record.set("metaData",
+                    record.set(keys::kPartMetaData,
                                MIMEText::removeAll(MIMEText::lowercase(MIMEText::trim(parameterValue)), '"'));
                 }
             }
@@ -284,8 +286,8 @@ void MIMEReader::Part::handleHeader() {
                     boundary = "--" + *value;
                     hasBoundary = true;
                 }
-                if (const std::string* value = type.parameter("charset")) record.set("charset", *value);
-                if (const std::string* value = type.parameter("name")) record.set("typeName", *value);
+                if (const std::string* value = type.parameter("charset")) record.set(keys::kPartCharset, *value);
+                if (const std::string* value = type.parameter("name")) record.set(keys::kPartTypeName, *value);
             }
         } else if (header == "From" || header == "To" || header == "CC" || header == "BCC") {
             // classic: exact-case names only ("Cc" stays text); dictionaries
@@ -299,34 +301,34 @@ void MIMEReader::Part::handleHeader() {
             } else if (lower.find("quoted-printable") != std::string::npos) {
                 kind = "quoted-printable";
             }
-            record.set("encodingType", kind);
+            record.set(keys::kPartEncoding, kind);
         } else if (MIMEText::equalsASCIIIgnoringCase(header, "content-description") &&
                    rules.parameters == MimeRules::Parameters::Rfc2231) {
             // A description is a description, not a file name.
-            record.set("Content-Description", std::move(text));
+            record.set(keys::kPartDescription, std::move(text));
         } else if (MIMEText::equalsASCIIIgnoringCase(header, "content-disposition") &&
                    rules.parameters == MimeRules::Parameters::Rfc2231) {
             rfc2231::ContentValue disposition = rfc2231::parseContentValue(text);
-            record.set("disposition", disposition.value);
-            if (const std::string* name = disposition.parameter("filename")) record.set("fileName", *name);
+            record.set(keys::kPartDisposition, disposition.value);
+            if (const std::string* name = disposition.parameter("filename")) record.set(keys::kPartFileName, *name);
         } else if (MIMEText::equalsASCIIIgnoringCase(header, "content-id") &&
                    rules.parameters == MimeRules::Parameters::Rfc2231) {
             std::string id(MIMEText::trim(text));
             if (id.size() >= 2 && id.front() == '<' && id.back() == '>') id = id.substr(1, id.size() - 2);
-            record.set("Content-Id", std::move(id));
+            record.set(keys::kPartContentId, std::move(id));
         } else if (MIMEText::equalsASCIIIgnoringCase(header, "content-description")) {
             // classic: a name from the description is only a fallback. It is
             // lower-cased before the encoded words are decoded, so base64 words
             // in it come out wrong; saved attachments of the family were named so.
-            if (!record.contains("fileName")) {
+            if (!record.contains(keys::kPartFileName)) {
                 std::string lowered = MIMEText::removeAll(MIMEText::lowercase(MIMEText::trim(text)), '"');
                 std::string decoded = WindowsCodePageWangers::decodeCP1255B(lowered);
                 if (!decoded.empty()) {
-                    record.set("fileName", std::move(decoded));
-                } else if (const std::string* format = record.findString("contentFormat")) {
-                    record.set("fileName", "UndecodableFilename." + *format);
+                    record.set(keys::kPartFileName, std::move(decoded));
+                } else if (const std::string* format = record.findString(keys::kPartContentFormat)) {
+                    record.set(keys::kPartFileName, "UndecodableFilename." + *format);
                 } else {
-                    record.set("fileName", "UndecodableFilename");
+                    record.set(keys::kPartFileName, "UndecodableFilename");
                 }
             }
         } else if (MIMEText::equalsASCIIIgnoringCase(header, "content-disposition")) {
@@ -335,11 +337,11 @@ void MIMEReader::Part::handleHeader() {
             // recognised. Attachment lists of the family were named so.
             std::string lowered = MIMEText::removeAll(MIMEText::lowercase(MIMEText::trim(text)), '"');
             std::size_t at = lowered.find("filename=");
-            if (at != std::string::npos) record.set("fileName", lowered.substr(at + 9));
+            if (at != std::string::npos) record.set(keys::kPartFileName, lowered.substr(at + 9));
         } else if (MIMEText::equalsASCIIIgnoringCase(header, "content-id")) {
             // classic: the id lower-cased; the inline-image pass matches by it.
             std::string lowered = MIMEText::lowercase(MIMEText::trim(text));
-            record.set("Content-Id", MIMEText::removeAll(MIMEText::removeAll(lowered, '<'), '>'));
+            record.set(keys::kPartContentId, MIMEText::removeAll(MIMEText::removeAll(lowered, '<'), '>'));
         } else if (record.size() >= kMaxHeaderFields && !record.contains(header)) {
             if (!budget.headersLogged) {
                 budget.headersLogged = true;
@@ -406,7 +408,7 @@ std::optional<Dict> MIMEReader::readMIMEMail(ByteView data) {
     startBudget(text.size());
     std::int64_t lineIndex = rules_.firstLine == MimeRules::FirstLine::Read ? -1 : 0;
     Dict record = interpretPart(text, std::nullopt, lineIndex, 0);
-    if (!globalContentArray_.empty()) record.set("MailContent", globalContentArray_);
+    if (!globalContentArray_.empty()) record.set(keys::kPartChildren, globalContentArray_);
     return record;
 }
 
@@ -528,11 +530,11 @@ Dict MIMEReader::interpretPart(std::string_view text, std::optional<std::string_
             Dict record = interpretPart(text.substr(pieceStart, pieceEnd - pieceStart), std::nullopt, innerIndex,
                                         depth + 1);
             // An attached message keeps its blank lines.
-            const std::string* fileName = record.findString("fileName");
+            const std::string* fileName = record.findString(keys::kPartFileName);
             if (fileName && !fileName->empty() &&
                 MIMEText::lowercase(MIMEText::pathExtension(*fileName)) == "eml") {
-                if (const std::string* whole = record.findString("uaContent")) {
-                    record.set("content", std::string(MIMEText::trim(*whole)));
+                if (const std::string* whole = record.findString(keys::kPartRawContent)) {
+                    record.set(keys::kPartContent, std::string(MIMEText::trim(*whole)));
                 }
             }
             appendRecord(Value(std::move(record)));
@@ -604,7 +606,7 @@ Dict MIMEReader::interpretPart(std::string_view text, std::optional<std::string_
                    (linesRead = expand(part.boundary))) {
             if (byRfc2046) {
                 // The nested parts are the rest of this part.
-                part.record.set("expanded", true);
+                part.record.set(keys::kPartExpanded, true);
                 index = readLast ? lines.count() : lines.count() - 1;
                 break;
             }
@@ -665,8 +667,8 @@ Dict MIMEReader::interpretPart(std::string_view text, std::optional<std::string_
         for (std::string* kept : {&part.content, &part.uaContent}) {
             if (kept->capacity() > kept->size() + kept->size() / 2 + 4096) kept->shrink_to_fit();
         }
-        part.record.set("content", std::move(part.content));
-        part.record.set("uaContent", std::move(part.uaContent));
+        part.record.set(keys::kPartContent, std::move(part.content));
+        part.record.set(keys::kPartRawContent, std::move(part.uaContent));
     }
     lineIndex = index - 1;
     return std::move(part.record);
