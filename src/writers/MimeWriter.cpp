@@ -409,7 +409,8 @@ std::string MimeWriter::write() const {
     std::optional<std::string> html = textOf(message_, keys::kHTML);
     bool attachRtf = false;
     const Blob* rtf = message_.findBytes(keys::kRTF);
-    if (rtf && !rtf->empty()) {
+    // With both bodies at hand the RTF adds nothing to write (and is not read).
+    if (rtf && !rtf->empty() && !(text && html)) {
         // RTF whose text is blank says nothing, however it is formatted.
         std::optional<std::string> rtfText = RTFReader::stringFromRTFData(rtf->view());
         bool saysSomething = rtfText && !TextEncoding::trimWhitespaceAndNewlines(*rtfText).empty();
