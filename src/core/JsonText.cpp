@@ -127,19 +127,20 @@ void Value::appendJsonString(std::string_view text, std::string& out) {
             ++i;
             continue;
         }
-        out.append(text.data() + run, i - run);
         if (byte >= 0x80) {
             // Texts read from hostile files may hold invalid UTF-8: each
-            // maximal broken subpart becomes one U+FFFD.
+            // maximal broken subpart becomes one U+FFFD. A well-formed
+            // sequence stays in the run that is copied as it is.
             const Utf8Scan scan = scanUtf8(text, i);
             if (scan.length) {
-                out.append(text.data() + i, scan.length);
                 i += scan.length;
-            } else {
-                out += kReplacementCharacter;
-                i += scan.prefix;
+                continue;
             }
+            out.append(text.data() + run, i - run);
+            out += kReplacementCharacter;
+            i += scan.prefix;
         } else {
+            out.append(text.data() + run, i - run);
             switch (byte) {
                 case '"': out += "\\\""; break;
                 case '\\': out += "\\\\"; break;

@@ -408,7 +408,9 @@ std::optional<Dict> MIMEReader::readMIMEMail(ByteView data) {
     startBudget(text.size());
     std::int64_t lineIndex = rules_.firstLine == MimeRules::FirstLine::Read ? -1 : 0;
     Dict record = interpretPart(text, std::nullopt, lineIndex, 0);
-    if (!globalContentArray_.empty()) record.set(keys::kPartChildren, globalContentArray_);
+    // The part list moves into the record: its texts are most of the message.
+    if (!globalContentArray_.empty()) record.set(keys::kPartChildren, std::move(globalContentArray_));
+    globalContentArray_.clear();
     return record;
 }
 

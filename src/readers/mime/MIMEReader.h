@@ -46,7 +46,7 @@ public:
     // {"boundary": "--<value>", "type": <last other piece>} of a Content-Type value.
     static Dict setContentParameters(std::string_view contentType);
 
-    // The part list so far.
+    // The part list of a parse in progress (readMIMEMail moves it into its record).
     const Array& globalContentArray() const { return globalContentArray_; }
 
 private:
