@@ -407,7 +407,7 @@ std::optional<Dict> MIMEReader::readMIMEMail(ByteView data) {
     }
     startBudget(text.size());
     std::int64_t lineIndex = rules_.firstLine == MimeRules::FirstLine::Read ? -1 : 0;
-    Dict record = interpretPart(text, std::nullopt, lineIndex, 0);
+    Dict record = interpretPart(text, std::nullopt, lineIndex, 0, false);
     // The part list moves into the record: its texts are most of the message.
     if (!globalContentArray_.empty()) record.set(keys::kPartChildren, std::move(globalContentArray_));
     globalContentArray_.clear();
@@ -427,7 +427,7 @@ Dict MIMEReader::interpretMIME(const std::vector<std::string>& lines, std::optio
     }
     if (!budget_) startBudget(joined.size());
     std::int64_t index = lineIndex;
-    Dict record = interpretPart(joined, endLine, index, 0);
+    Dict record = interpretPart(joined, endLine, index, 0, true);
     lineIndex = static_cast<std::int32_t>(std::clamp<std::int64_t>(index, INT32_MIN, INT32_MAX));
     return record;
 }
@@ -450,7 +450,7 @@ Dict MIMEReader::setContentParameters(std::string_view contentType) {
 }
 
 Dict MIMEReader::interpretPart(std::string_view text, std::optional<std::string_view> endLine,
-                               std::int64_t& lineIndex, int depth) {
+                               std::int64_t& lineIndex, int depth, bool countLines) {
     Budget& budget = *budget_;
     const MimeRules& rules = rules_;
     const bool byRfc2046 = rules.nesting == MimeRules::Nesting::ByRfc2046;
@@ -529,8 +529,9 @@ Dict MIMEReader::interpretPart(std::string_view text, std::optional<std::string_
             std::size_t next = nextDelimiter(pieceStart);
             std::size_t pieceEnd = next == std::string_view::npos ? text.size() : next;
             std::int64_t innerIndex = 0;
+            // Only the classic nesting moves on by the lines a nested part read.
             Dict record = interpretPart(text.substr(pieceStart, pieceEnd - pieceStart), std::nullopt, innerIndex,
-                                        depth + 1);
+                                        depth + 1, !byRfc2046);
             // An attached message keeps its blank lines.
             const std::string* fileName = record.findString(keys::kPartFileName);
             if (fileName && !fileName->empty() &&
@@ -565,7 +566,7 @@ Dict MIMEReader::interpretPart(std::string_view text, std::optional<std::string_
     // the budget runs out inside it.
     auto takeWholeBody = [&]() -> std::optional<std::int64_t> {
         std::string_view rest = text.substr(lines.offset());
-        const std::int64_t breaks = lines.breaksAhead();
+        const std::int64_t breaks = countLines ? lines.breaksAhead() : 0;
         const std::size_t lastBreak = text.rfind('\n');
         // The last line is read only when the rules say so and it is not the
         // empty line after the text's final line break.
@@ -609,7 +610,8 @@ Dict MIMEReader::interpretPart(std::string_view text, std::optional<std::string_
             if (byRfc2046) {
                 // The nested parts are the rest of this part.
                 part.record.set(keys::kPartExpanded, true);
-                index = readLast ? lines.count() : lines.count() - 1;
+                const std::int64_t count = countLines ? lines.count() : lines.index() + 1;
+                index = readLast ? count : count - 1;
                 break;
             }
             // classic: the index lags one line per part behind the text, and the

@@ -53,8 +53,10 @@ private:
     struct Budget;
     struct Part;
 
+    // `lineIndex` comes back exact only when `countLines` says it is wanted
+    // (counting the lines of a long body is a pass over it).
     Dict interpretPart(std::string_view text, std::optional<std::string_view> endLine, std::int64_t& lineIndex,
-                       int depth);
+                       int depth, bool countLines);
     void startBudget(std::size_t inputSize);
 
     MimeRules rules_ = MimeRules::of(Reading::classic);
