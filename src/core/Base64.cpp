@@ -1,5 +1,6 @@
 #include "core/Base64.h"
 
+#include <algorithm>
 #include <array>
 #include <cstring>
 
@@ -119,32 +120,42 @@ __attribute__((target("avx2"))) std::size_t encodeBlocksAvx2(const std::uint8_t*
 }
 #endif
 
-void appendLine(ByteView bytes, std::string& out) {
+// Encodes whole 3-byte groups of `bytes` (its size a multiple of 3) into `dst`.
+void encodeGroups(ByteView bytes, char* dst) {
     const auto& pairs = characterPairs();
-    const std::size_t start = out.size();
-    out.resize(start + (bytes.size() + 2) / 3 * 4);
-    char* dst = out.data() + start;
-    const std::size_t whole = bytes.size() / 3 * 3;
     std::size_t i = 0;
 #if QH_BASE64_AVX2
-    if (whole >= 28 && haveAvx2()) {
-        i = encodeBlocksAvx2(bytes.data(), whole, dst);
+    if (bytes.size() >= 28 && haveAvx2()) {
+        i = encodeBlocksAvx2(bytes.data(), bytes.size(), dst);
         dst += i / 3 * 4;
     }
 #endif
-    for (; i < whole; i += 3, dst += 4) {
+    for (; i < bytes.size(); i += 3, dst += 4) {
         const std::uint32_t group = std::uint32_t(bytes[i]) << 16 | std::uint32_t(bytes[i + 1]) << 8 | bytes[i + 2];
         std::memcpy(dst, &pairs[2 * (group >> 12)], 2);
         std::memcpy(dst + 2, &pairs[2 * (group & 0xFFF)], 2);
+    }
+}
+
+void appendLine(ByteView bytes, std::string& out) {
+    const std::size_t whole = bytes.size() / 3 * 3;
+    // Through a small buffer in pieces, so that the text (a megabyte for a
+    // large attachment) is written once instead of zero-filled first.
+    constexpr std::size_t kPiece = 3072;
+    char piece[kPiece / 3 * 4];
+    out.reserve(out.size() + (bytes.size() + 2) / 3 * 4);
+    for (std::size_t i = 0; i < whole; i += kPiece) {
+        const std::size_t take = std::min(kPiece, whole - i);
+        encodeGroups(bytes.subspan(i, take), piece);
+        out.append(piece, take / 3 * 4);
     }
     const std::size_t rest = bytes.size() - whole;
     if (rest == 0) return;
     std::uint32_t group = std::uint32_t(bytes[whole]) << 16;
     if (rest == 2) group |= std::uint32_t(bytes[whole + 1]) << 8;
-    dst[0] = kAlphabet[group >> 18];
-    dst[1] = kAlphabet[(group >> 12) & 63];
-    dst[2] = rest == 2 ? kAlphabet[(group >> 6) & 63] : '=';
-    dst[3] = '=';
+    const char last[4] = {kAlphabet[group >> 18], kAlphabet[(group >> 12) & 63],
+                          rest == 2 ? kAlphabet[(group >> 6) & 63] : '=', '='};
+    out.append(last, 4);
 }
 
 }  // namespace
