@@ -216,7 +216,8 @@ bool knownComplete(const std::string& file, const std::string& field) { return l
 std::vector<std::pair<std::string, std::string>> mailboxesOf(const qh::Dict& mail, std::string_view key) {
     std::vector<std::pair<std::string, std::string>> out;
     if (const qh::Array* list = mail.findArray(key)) {
-        for (const qh::Value& entry : *list) out.emplace_back(text(*entry.dict(), "Name"), text(*entry.dict(), "Address"));
+        for (const qh::Value& entry : *list)
+            out.emplace_back(text(*entry.dict(), "Name"), text(*entry.dict(), "Address"));
     }
     return out;
 }

@@ -156,7 +156,8 @@ TEST(TNEFHandlers, Routing) {
     EXPECT_EQ(m.attachments[1]->mapi.count, 1u);
 
     // A short date reads zeros for the missing words.
-    const Parsed shortDate = parse(TnefWriter().attribute(kLevelMessage, kAttDateSent, qh::Bytes{0xE8, 0x07, 0x02}).bytes());
+    const Parsed shortDate =
+        parse(TnefWriter().attribute(kLevelMessage, kAttDateSent, qh::Bytes{0xE8, 0x07, 0x02}).bytes());
     EXPECT_EQ(shortDate.message.dateSent.year, 2024);
     EXPECT_EQ(shortDate.message.dateSent.month, 0);
 }

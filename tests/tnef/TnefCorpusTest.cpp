@@ -311,7 +311,8 @@ TEST(TnefCorpus, CompleteReadingAgreesWithTheAttributeDump) {
         SCOPED_TRACE(sample.name);
         // tnef's dump of the attribute-id-less stream stops on an assertion.
         const bool dumpFails = sample.name == "tp-minimal_attachment.tnef";
-        qhtest::CliResult dump = qhtest::runProgram({kTnefProgram.string(), "--debug", "-t", "-f", sample.path.string()});
+        qhtest::CliResult dump =
+            qhtest::runProgram({kTnefProgram.string(), "--debug", "-t", "-f", sample.path.string()});
         dump.out += dump.err;
         if (dumpFails) continue;
         ASSERT_EQ(dump.exitCode, 0) << "the tnef program failed";

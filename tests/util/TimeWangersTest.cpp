@@ -91,7 +91,8 @@ TEST(ClockStrings, BothWaysAndComparison) {
                   c.expected)
             << c.input;
     const std::tuple<const char*, const char*, int> comparisons[] = {
-        {"09:30", "10:00", -1}, {"10:00", "10:00", 0}, {"23:00", "00:59", 1}, {"later", "10:00", 0}, {"25:00", "10:00", 0}};
+        {"09:30", "10:00", -1}, {"10:00", "10:00", 0}, {"23:00", "00:59", 1},
+        {"later", "10:00", 0},  {"25:00", "10:00", 0}};
     for (const auto& [first, second, order] : comparisons)
         EXPECT_EQ(TimeWangers::compare24HourTime(first, second), order) << first << " " << second;
 }

@@ -225,7 +225,8 @@ TEST(MimeCorpus, ConvertedMessagesAreWellFormedAndKeepWhatTheSourceSays) {
     }
 
     if (!haveTool("/usr/bin/python3")) GTEST_SKIP() << "python3 is not installed";
-    std::vector<std::string> checker = {"/usr/bin/python3", std::string(QH_SOURCE_DIR) + "/tests/writers/mime_check.py"};
+    std::vector<std::string> checker = {"/usr/bin/python3",
+                                        std::string(QH_SOURCE_DIR) + "/tests/writers/mime_check.py"};
     checker.insert(checker.end(), outputs.begin(), outputs.end());
     const qhtest::CliResult report = qhtest::runProgram(checker);
     ASSERT_EQ(report.exitCode, 0) << "the Python checker failed: " << report.err;
