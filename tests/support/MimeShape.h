@@ -9,6 +9,7 @@
 //    boundary is there.
 // A message/rfc822 part's content is not descended into: it is another
 // message, whose fields are its own.
+#include <algorithm>
 #include <cstddef>
 #include <functional>
 #include <string>
@@ -61,13 +62,12 @@ struct MimeShape {
     // Reads `text`; `allowed(name)` says which lower-case field names may stand in a header block.
     static MimeShape read(std::string_view text, const std::function<bool(std::string_view)>& allowed, int depth = 0) {
         MimeShape shape;
+        // The lines without their CR LF, and where each starts in `text`.
         std::vector<std::string_view> lines;
+        std::vector<std::size_t> starts;
         for (std::size_t at = 0; at < text.size();) {
-            std::size_t end = text.find("\r\n", at);
-            if (end == std::string_view::npos) {
-                lines.push_back(text.substr(at));
-                break;
-            }
+            const std::size_t end = std::min(text.find("\r\n", at), text.size());
+            starts.push_back(at);
             lines.push_back(text.substr(at, end - at));
             at = end + 2;
         }
@@ -96,36 +96,25 @@ struct MimeShape {
         if (i >= lines.size()) return fail("no blank line after the header");
         ++i;
         // Body: from after the blank line to the end.
-        std::size_t bodyStart = 0;
-        for (std::size_t k = 0; k < i; ++k) bodyStart += lines[k].size() + 2;
-        std::string_view body = bodyStart <= text.size() ? text.substr(bodyStart) : std::string_view();
+        std::string_view body = i < lines.size() ? text.substr(starts[i]) : std::string_view();
         if (shape.contentType().starts_with("multipart/")) {
             std::string boundary = shape.parameter("content-type", "boundary");
             if (boundary.empty()) return fail("multipart without boundary");
             if (depth > 8) return fail("too deep");
-            std::string open = "--" + boundary, close = open + "--";
-            std::vector<std::size_t> starts;
+            const std::string open = "--" + boundary, close = open + "--";
             bool closed = false;
-            std::size_t offset = 0;
-            std::vector<std::size_t> lineOffsets;
-            for (std::size_t k = i; k < lines.size(); ++k) {
-                lineOffsets.push_back(offset);
-                offset += lines[k].size() + 2;
-            }
             std::size_t partBegin = std::string_view::npos;
             for (std::size_t k = i; k < lines.size() && !closed; ++k) {
-                std::size_t lineOffset = lineOffsets[k - i];
-                if (lines[k] == open || lines[k] == close) {
-                    if (partBegin != std::string_view::npos) {
-                        // The CR LF before a boundary line belongs to the boundary.
-                        std::size_t length = lineOffset >= partBegin + 2 ? lineOffset - 2 - partBegin : 0;
-                        MimeShape part = read(body.substr(partBegin, length), allowed, depth + 1);
-                        if (!part.problem.empty()) return fail(part.problem);
-                        shape.parts.push_back(std::move(part));
-                    }
-                    closed = lines[k] == close;
-                    partBegin = lineOffset + lines[k].size() + 2;
+                if (lines[k] != open && lines[k] != close) continue;
+                if (partBegin != std::string_view::npos) {
+                    // The CR LF before a boundary line belongs to the boundary.
+                    std::size_t length = starts[k] >= partBegin + 2 ? starts[k] - 2 - partBegin : 0;
+                    MimeShape part = read(text.substr(partBegin, length), allowed, depth + 1);
+                    if (!part.problem.empty()) return fail(part.problem);
+                    shape.parts.push_back(std::move(part));
                 }
+                closed = lines[k] == close;
+                partBegin = starts[k] + lines[k].size() + 2;
             }
             if (!closed) return fail("boundary never closed: " + boundary);
             if (shape.parts.empty()) return fail("multipart without parts");
