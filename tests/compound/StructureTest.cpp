@@ -121,11 +121,7 @@ TEST(AllocationTable, MasterSectorChainBeyondTheHeader) {
     EXPECT_EQ(io.bigSectorArray, file.difatSectors);
     EXPECT_EQ(io.getSectorBlocks(true), file.fatSectors);
     EXPECT_EQ(io.getSectorBlocks(false), file.fatSectors);
-    auto mole = qh::Mole::initWithData(file.bytes);
-    ASSERT_TRUE(mole);
-    auto big = mole->getStream("big");
-    ASSERT_TRUE(big);
-    EXPECT_EQ(qh::Bytes(big->data(), big->data() + 9000), qh::Bytes(9000, 7));
+    // The streams behind such a chain: Oracle.WriterFixturesAgreeWithAnIndependentReader.
 }
 
 namespace {
