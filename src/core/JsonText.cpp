@@ -134,6 +134,13 @@ void Value::appendJsonString(std::string_view text, std::string& out) {
             const Utf8Scan scan = scanUtf8(text, i);
             if (scan.length) {
                 i += scan.length;
+                // Text in other scripts is mostly such sequences: check the
+                // ones that follow here rather than a block at a time.
+                while (i < text.size() && static_cast<unsigned char>(text[i]) >= 0x80) {
+                    const Utf8Scan next = scanUtf8(text, i);
+                    if (!next.length) break;
+                    i += next.length;
+                }
                 continue;
             }
             out.append(text.data() + run, i - run);

@@ -51,6 +51,7 @@ TEST(Value, JsonEncodingFollowsTheCommandContract) {
         {Value(std::string("nul \0 inside", 12)), R"("nul \u0000 inside")"},
         {Value("UTF-8: \xc3\xa9 \xe5\x90\x8d \xf0\x9f\x98\x80"), "\"UTF-8: \xc3\xa9 \xe5\x90\x8d \xf0\x9f\x98\x80\""},
         {Value("lone continuation \x80 here"), "\"lone continuation " + kFFFD + " here\""},
+        {Value("run \xc3\xa9\xe5\x90\x8d\x80\xc3\xa9 end"), "\"run \xc3\xa9\xe5\x90\x8d" + kFFFD + "\xc3\xa9 end\""},
         {Value("truncated \xe5\x90"), "\"truncated " + kFFFD + "\""},
         {Value("overlong \xc0\xaf slash"), "\"overlong " + kFFFD + kFFFD + " slash\""},
         {Value("surrogate \xed\xa0\x80 half"), "\"surrogate " + kFFFD + kFFFD + kFFFD + " half\""},
