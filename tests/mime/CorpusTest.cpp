@@ -21,7 +21,6 @@
 #include "core/Base64.h"
 #include <quillhaven/Value.h>
 #include "readers/mime/ReadEML.h"
-#include <quillhaven/MimeWriter.h>
 #include "util/DataWangers.h"
 #include "support/Corpus.h"
 
@@ -294,49 +293,6 @@ TEST(EmlCorpus, BothReadingsAgreeWithPython) {
         }
     }
     if (!expected) GTEST_SKIP() << "python3 with its email package is not available";
-}
-
-// Every corpus message read completely, written by the MIME writer and read
-// completely again keeps its subject and mailboxes as they were, its
-// threading identifiers and each attachment's name, type, content id and
-// bytes (the date and bodies are compared by the writers' corpus test).
-TEST(EmlCorpus, CompleteReadingRoundTripsThroughTheMimeWriter) {
-    QH_REQUIRE_CORPUS("eml");
-    for (const fs::path& path : qhtest::corpusFiles("eml", ".eml")) {
-        SCOPED_TRACE(path.filename().string());
-        auto first = qh::ReadEML::initWithData(qhtest::readFileBytes(path), qh::ReadOptions::complete());
-        ASSERT_NE(first, nullptr);
-        const qh::Dict& original = *first->returnFullDictionary();
-        const std::string written = qh::MimeWriter::write(original, {});
-        auto second = qh::ReadEML::initWithData(qh::asBytes(written), qh::ReadOptions::complete());
-        ASSERT_NE(second, nullptr);
-        const qh::Dict& again = *second->returnFullDictionary();
-        EXPECT_EQ(text(again, "Subject"), text(original, "Subject"));
-        for (const char* key : {"From", "To", "CC", "BCC", "ReplyTo"})
-            EXPECT_EQ(mailboxesOf(again, key), mailboxesOf(original, key)) << key;
-        // The writer gives a message without an identifier a fresh one.
-        if (original.contains("MessageID")) EXPECT_EQ(text(again, "MessageID"), text(original, "MessageID"));
-        EXPECT_EQ(text(again, "InReplyTo"), text(original, "InReplyTo"));
-        EXPECT_EQ(text(again, "References"), text(original, "References"));
-        const qh::Array* before = original.findArray("AttachmentList");
-        const qh::Array* after = again.findArray("AttachmentList");
-        ASSERT_EQ(before ? before->size() : 0u, after ? after->size() : 0u) << "attachments";
-        for (std::size_t k = 0; before && k < before->size(); ++k) {
-            const qh::Dict& a = *(*before)[k].dict();
-            const qh::Dict& b = *(*after)[k].dict();
-            SCOPED_TRACE(text(a, "name"));
-            EXPECT_EQ(text(a, "name"), text(b, "name"));
-            // A message/rfc822 part whose bytes are no message (two in
-            // msgr-TestWithAttachmentsAndInlines.eml hold "Attachment Content")
-            // is written as the bytes they are.
-            const bool notAMessage = text(a, "mimeType") == "message/rfc822" &&
-                                     text(b, "mimeType") == "application/octet-stream" &&
-                                     qh::asText(a.findBytes("data")->view()).find(':') == std::string_view::npos;
-            if (!notAMessage) EXPECT_EQ(text(a, "mimeType"), text(b, "mimeType"));
-            EXPECT_EQ(text(a, "AttachContentID"), text(b, "AttachContentID"));
-            EXPECT_TRUE(*a.findBytes("data") == *b.findBytes("data"));
-        }
-    }
 }
 
 // The messages the command writes of the corpus .msg files read back. The

@@ -14,17 +14,13 @@ namespace {
 using qh::Dict;
 using qh::ReadEML;
 
-Dict read(const std::string& message) {
-    auto reader = ReadEML::initWithData(qh::asBytes(message));
+Dict read(const std::string& message, const qh::ReadOptions& options = qh::ReadOptions::classic()) {
+    auto reader = ReadEML::initWithData(qh::asBytes(message), options);
     EXPECT_NE(reader, nullptr);
     return reader ? *reader->returnFullDictionary() : Dict();
 }
 
-Dict readComplete(const std::string& message) {
-    auto reader = ReadEML::initWithData(qh::asBytes(message), qh::ReadOptions::complete());
-    EXPECT_NE(reader, nullptr);
-    return reader ? *reader->returnFullDictionary() : Dict();
-}
+Dict readComplete(const std::string& message) { return read(message, qh::ReadOptions::complete()); }
 
 std::string text(const Dict& dict, std::string_view key) {
     const std::string* value = dict.findString(key);

@@ -15,7 +15,6 @@ namespace {
 
 using qh::Array;
 using qh::Dict;
-using qh::Value;
 
 constexpr std::string_view kHeaders =
     "Generated-By: Quillhaven 3\n";
@@ -141,19 +140,6 @@ TEST_F(WriteEMLTest, FreshBoundaryPerMessage) {
     std::string second = writer.formatOutputFile();
     EXPECT_NE(first, second);
     EXPECT_EQ(written(Dict{{"Body", "x"}}), written(Dict{{"Body", "x"}}));
-}
-
-TEST_F(WriteEMLTest, Accessors) {
-    EXPECT_EQ(qh::WriteEML::initWithDictionary(nullptr), nullptr);
-    Dict message{{"Subject", "s"}, {"AttachmentList", Array{Dict{{"name", "n"}}}}};
-    auto writer = qh::WriteEML::initWithDictionary(&message);
-    ASSERT_NE(writer, nullptr);
-    ASSERT_NE(writer->checkContent("Subject"), nullptr);
-    EXPECT_EQ(*writer->checkContent("Subject"), Value("s"));
-    EXPECT_EQ(writer->checkContent("subject"), nullptr);
-    ASSERT_NE(writer->attachmentArray(), nullptr);
-    EXPECT_EQ(writer->attachmentArray()->size(), 1u);
-    EXPECT_EQ(qh::WriteEML(Dict{}).attachmentArray(), nullptr);
 }
 
 TEST(MailFormatters, FixedTexts) {
