@@ -35,6 +35,18 @@ std::map<std::string, std::string> filesIn(const std::filesystem::path& dir);
 std::string readText(const std::filesystem::path& path);
 nlohmann::ordered_json parse(const std::string& text);
 
+// A short MIME message; its first line is a throwaway trace line.
+inline constexpr const char* kSimpleEml =
+    "Received: from fixture\r\n"
+    "From: Ann Example <ann@example.com>\r\n"
+    "To: bob@example.com\r\n"
+    "Subject: Fixture subject\r\n"
+    "MIME-Version: 1.0\r\n"
+    "Content-Type: text/plain; charset=us-ascii\r\n"
+    "\r\n"
+    "Hello from the fixture.\r\n"
+    "\r\n";
+
 // Corpus files by name, e.g. corpus("msg", "hh-test2.msg").
 std::string corpus(const std::string& sub, const std::string& name);
 

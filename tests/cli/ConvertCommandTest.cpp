@@ -8,17 +8,9 @@ namespace {
 
 using qhclitest::corpus;
 using qhclitest::fields;
+using qhclitest::kSimpleEml;
 using qhclitest::lines;
 using qhtest::runCli;
-
-const char* const kSimpleEml =
-    "Received: from fixture\r\n"
-    "From: ann@example.com\r\n"
-    "Subject: Converted fixture\r\n"
-    "Content-Type: text/plain\r\n"
-    "\r\n"
-    "Body text.\r\n"
-    "\r\n";
 
 TEST(Convert, OneMessageToStandardOutputOrOutReadsBackWithItsSubject) {
     QH_REQUIRE_CORPUS("msg");
@@ -75,7 +67,7 @@ TEST(Convert, ManyFilesGoIntoTheFolderUnderTheirOwnNames) {
     }
     auto files = qhclitest::filesIn(out);
     EXPECT_EQ(files.size(), 3u);
-    EXPECT_NE(files["hh-test2 (2).eml"].find("Converted fixture"), std::string::npos);
+    EXPECT_NE(files["hh-test2 (2).eml"].find("Fixture subject"), std::string::npos);
 
 }
 

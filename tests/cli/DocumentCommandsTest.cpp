@@ -7,21 +7,10 @@
 namespace {
 
 using qhclitest::corpus;
+using qhclitest::kSimpleEml;
 using qhclitest::lines;
 using qhclitest::parse;
 using qhtest::runCli;
-
-// A short MIME message; its first line is a throwaway trace line.
-const char* const kSimpleEml =
-    "Received: from fixture\r\n"
-    "From: Ann Example <ann@example.com>\r\n"
-    "To: bob@example.com\r\n"
-    "Subject: Fixture subject\r\n"
-    "MIME-Version: 1.0\r\n"
-    "Content-Type: text/plain; charset=us-ascii\r\n"
-    "\r\n"
-    "Hello from the fixture.\r\n"
-    "\r\n";
 
 TEST(Read, OneFileGivesOneJsonDocumentAndALineFeedFromTheFileOrStandardInput) {
     QH_REQUIRE_CORPUS("msg");
