@@ -1,11 +1,7 @@
 // Damaged files built with the writer: each ends quietly, bounded in time and
-// memory, with the short read, empty list or none the facade gives; and the
-// fuzz seeds made the same way.
+// memory, with the short read, empty list or none the facade gives.
 #include <gtest/gtest.h>
 
-#include <cstdlib>
-#include <filesystem>
-#include <fstream>
 #include <set>
 
 #include "compound/Format.h"
@@ -51,41 +47,6 @@ std::size_t depth(const qh::Dict& dict) {
     return deepest + 1;
 }
 
-CompoundFile message() {
-    return CompoundWriter::fromDescription(R"(
-        __substg1.0_0037001F: "S\x00u\x00b\x00j\x00e\x00c\x00t\x00"
-        __substg1.0_1000001F: "B\x00o\x00d\x00y\x00"
-        __properties_version1.0: 32 * 00
-        __recip_version1.0_#00000000/__substg1.0_3001001F: "N\x00"
-        __attach_version1.0_#00000000/__substg1.0_37010102: 4200 * 41
-        __attach_version1.0_#00000000/__substg1.0_3701000D/__substg1.0_0037001F: "I\x00"
-        __nameid_version1.0/__substg1.0_00020102: 16 * 00
-    )").build();
-}
-
-std::vector<std::pair<std::string, qh::Bytes>> seeds() {
-    std::vector<std::pair<std::string, qh::Bytes>> out;
-    out.emplace_back("one-small-stream.cfb", CompoundWriter().addStream("a", "abc").bytes());
-    out.emplace_back("message.cfb", message().bytes);
-    out.emplace_back("4096-byte-sectors.cfb", CompoundWriter(12).addStream("a", "x").addStream("b/c", qh::Bytes(5000, 1)).bytes());
-    out.emplace_back("master-sector-chain.cfb", CompoundWriter().addStream("a", "x").extraFatSectors(110).bytes());
-    CompoundFile cyclic = message();
-    cyclic.setFat(cyclic.startSector("__attach_version1.0_#00000000/__substg1.0_37010102"),
-                  cyclic.startSector("__attach_version1.0_#00000000/__substg1.0_37010102"));
-    cyclic.setMiniFat(cyclic.startSector("__substg1.0_1000001F"), cyclic.startSector("__substg1.0_1000001F"));
-    out.emplace_back("cyclic-chains.cfb", cyclic.bytes);
-    CompoundFile siblings = message();
-    siblings.setEntryField("__recip_version1.0_#00000000", 68, siblings.entryNumber("__recip_version1.0_#00000000"));
-    siblings.setEntryField("__substg1.0_1000001F", 72, 0);
-    siblings.setEntryField("__attach_version1.0_#00000000/__substg1.0_3701000D", 76,
-                           siblings.entryNumber("__attach_version1.0_#00000000"));
-    out.emplace_back("sibling-and-storage-cycles.cfb", siblings.bytes);
-    CompoundFile truncated = message();
-    truncated.truncate(truncated.bytes.size() - 1000);
-    out.emplace_back("truncated.cfb", truncated.bytes);
-    return out;
-}
-
 }  // namespace
 
 TEST(Hostile, DamagedChainsAndLinksEndQuietly) {
@@ -94,7 +55,7 @@ TEST(Hostile, DamagedChainsAndLinksEndQuietly) {
         const char* what;
         std::function<void(CompoundFile&)> damage;
         const char* path;
-        std::size_t bytes;  // what getStream(path) gives, SIZE_MAX when none
+        std::size_t bytes;  // what getStream(path) gives
     } cases[] = {
         {"big chain loops back to its start",
          [](auto& f) { f.setFat(f.startSector("big") + 11, f.startSector("big")); }, "big", SIZE_MAX - 1},
@@ -110,8 +71,6 @@ TEST(Hostile, DamagedChainsAndLinksEndQuietly) {
         {"sibling points at the root", [](auto& f) { f.setEntryField("small", 72, 0); }, "small", 320},
         {"storage child loops to its parent",
          [](auto& f) { f.setEntryField("st/deep", 76, f.entryNumber("st")); }, "st/deep/st/inner", 128},
-        // the first directory sector over and over: later entries are lost
-        {"directory chain loops", [](auto& f) { f.setFat(f.directoryStart, f.directoryStart); }, "big", SIZE_MAX - 2},
         {"thousands of master sectors claimed",
          [](auto& f) { f.setHeader32(44, 5000), f.setHeader32(68, 0), f.setHeader32(72, 0xFFFFFFFF); }, "big",
          SIZE_MAX - 2},
@@ -124,8 +83,6 @@ TEST(Hostile, DamagedChainsAndLinksEndQuietly) {
         std::optional<qh::Blob> stream = mole ? mole->getStream(c.path) : std::nullopt;
         if (c.bytes == SIZE_MAX - 2) {
             // whatever it finds, it finds quietly
-        } else if (c.bytes == SIZE_MAX) {
-            EXPECT_FALSE(stream);
         } else if (c.bytes == SIZE_MAX - 1) {
             // a loop repeats sectors, never more than the file holds
             ASSERT_TRUE(stream);
@@ -193,20 +150,4 @@ TEST(Hostile, DeepNestingIsWalkedToABoundedDepth) {
     EXPECT_GT(depth(dict), 100u);
     EXPECT_LT(depth(dict), 300u);
     EXPECT_LT(mole->getDirectory().size(), 300u);
-}
-
-// Writes the fuzz seeds of fuzz/corpus/compound when QH_WRITE_COMPOUND_SEEDS
-// names a folder; otherwise checks that every seed still opens and walks.
-TEST(Seeds, FuzzSeedsComeFromTheWriter) {
-    const char* folder = std::getenv("QH_WRITE_COMPOUND_SEEDS");
-    for (const auto& [name, bytes] : seeds()) {
-        if (folder) {
-            std::ofstream(std::filesystem::path(folder) / name, std::ios::binary)
-                .write(reinterpret_cast<const char*>(bytes.data()), bytes.size());
-        }
-        // Each seed opens (damage lies past the header checks) and walks.
-        auto mole = qh::Mole::initWithData(bytes);
-        ASSERT_TRUE(mole) << name;
-        EXPECT_FALSE(mole->getOLEDictionary().empty()) << name;
-    }
 }

@@ -168,7 +168,7 @@ TEST(Oracle, WriterFixturesAgreeWithAnIndependentReader) {
             __recip_version1.0_#00000000/__substg1.0_3001001F: "N\x00a\x00m\x00e\x00"
             __attach_version1.0_#00000000/__substg1.0_37010102: 5000 * 5a
             __attach_version1.0_#00000000/__substg1.0_3701000D/__substg1.0_0037001F: "inner"
-            __nameid_version1.0/__substg1.0_00020102: hex 00 11 22 33
+            __nameid_version1.0/__substg1.0_00020102: "\x00\x11\x22\x33"
             empty: ""
             storage/
         )"), 512},

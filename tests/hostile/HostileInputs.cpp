@@ -141,6 +141,8 @@ std::string manyFonts(std::size_t count) {
     return out + "}\\f99999 text\\f50000 more}";
 }
 
+std::string deeplyNested() { return "{\\rtf1 " + repeated("{", 100000) + "x" + repeated("}", 100000) + "}"; }
+
 // An RTF text as it reaches every reader: the body of a .msg (stored as MELA,
 // the uncompressed form, so megabytes need no encoder time).
 Bytes rtfMessage(std::string_view rtf) { return rtfBody(RtfCompressor::uncompressed(rtf)); }
@@ -160,6 +162,17 @@ Bytes tnefNested(std::size_t depth) {
     for (std::size_t level = 0; level < depth; ++level)
         inner = tnefMessage("level").attachment("winmail.dat", qh::ByteView(inner)).bytes();
     return inner;
+}
+
+// A message attached as an object (method 5) whose embedded stream lacks its last `cut` bytes.
+Bytes tnefAttachedMessage(std::size_t cut) {
+    Bytes object(16, 0x07);  // the interface id before the embedded stream
+    Bytes inner = tnefMessage("inner message").bytes();
+    inner.resize(inner.size() - cut);
+    object.insert(object.end(), inner.begin(), inner.end());
+    return tnefMessage()
+        .attachment("attached", std::nullopt, MapiBlock().u32(0x37050003, 5).variable(0x3701000D, object).bytes())
+        .bytes();
 }
 
 // ---------------------------------------------------------------- MIME
@@ -258,8 +271,7 @@ std::vector<HostileInput> makeTable() {
                  [](CompoundFile& f) { f.setEntryField("", 116, kEndOfChain), f.setEntryField("", 120, 0); }),
 
         // ---- MAPI properties
-        {"msg-property-stream-header-too-short.msg", M,
-         [] { return noteWith([](MsgFixture& m) { m.stream("__properties_version1.0", Bytes(20, 1)); }); }},
+        note("property-stream-header-too-short", [](MsgFixture& m) { m.stream("__properties_version1.0", Bytes(20, 1)); }),
         note("property-stream-not-header-plus-records", [](MsgFixture& m) {
              Bytes stream = MsgFixture::records(MsgFixture::kTopHeader, {{0x0003, 0x3FFD, 1252}});
              stream.resize(stream.size() + 5, 0xFF);
@@ -330,11 +342,7 @@ std::vector<HostileInput> makeTable() {
              m.binary(a, 0x3701, qh::asBytes("data"));
              m.properties(a, MsgFixture::kAttachmentHeader, {{0x0003, 0x3705, 1}});
          }),
-        {"msg-subject-with-line-breaks.msg", M, [] {
-             MsgFixture m;
-             m.unicode("", 0x001A, "IPM.Note").unicode("", 0x0037, kInjection).unicode("", 0x1000, "Body");
-             return m.build();
-         }},
+        note("subject-with-line-breaks", [](MsgFixture& m) { m.unicode("", 0x0037, kInjection); }),
 
         // ---- compressed RTF, alone and as a message body
         {"lzfu-raw-size-far-beyond-compressed-size.lzfu", L, [] {
@@ -377,11 +385,8 @@ std::vector<HostileInput> makeTable() {
          }},
 
         // ---- RTF
-        {"rtf-100000-nested-groups.msg", M,
-         [] { return rtfMessage("{\\rtf1 " + repeated("{", 100000) + "x" + repeated("}", 100000) + "}"); }},
-        {"rtf-100000-nested-groups.lzfu", L, [] {
-             return RtfCompressor::compress("{\\rtf1 " + repeated("{", 100000) + "x" + repeated("}", 100000) + "}");
-         }},
+        {"rtf-100000-nested-groups.msg", M, [] { return rtfMessage(deeplyNested()); }},
+        {"rtf-100000-nested-groups.lzfu", L, [] { return RtfCompressor::compress(deeplyNested()); }},
         {"rtf-huge-bin.msg", M,
          [] { return rtfMessage("{\\rtf1\\ansi {\\bin2147483647 abc}{\\bin-5 x}{\\bin99999999999999999999 y} z}"); }},
         {"rtf-huge-uc.msg", M, [] {
@@ -458,25 +463,8 @@ std::vector<HostileInput> makeTable() {
         {"tnef-trailing-garbage.tnef", M,
          [] { return tnefMessage().raw(Bytes(3, 0x01)).raw(Bytes(5000, 0xA5)).bytes(); }},
         {"tnef-inside-tnef-50-deep.tnef", M, [] { return tnefNested(50); }},
-        {"tnef-attached-message.tnef", M, [] {
-             Bytes object(16, 0x07);  // the interface id before the embedded stream
-             const Bytes inner = tnefMessage("inner message").bytes();
-             object.insert(object.end(), inner.begin(), inner.end());
-             return tnefMessage()
-                 .attachment("attached", std::nullopt,
-                             MapiBlock().u32(0x37050003, 5).variable(0x3701000D, object).bytes())
-                 .bytes();
-         }},
-        {"tnef-attached-message-cut-short.tnef", M, [] {
-             Bytes object(16, 0x07);
-             Bytes inner = tnefMessage("inner").bytes();
-             inner.resize(inner.size() - 7);
-             object.insert(object.end(), inner.begin(), inner.end());
-             return tnefMessage()
-                 .attachment("attached", std::nullopt,
-                             MapiBlock().u32(0x37050003, 5).variable(0x3701000D, object).bytes())
-                 .bytes();
-         }},
+        {"tnef-attached-message.tnef", M, [] { return tnefAttachedMessage(0); }},
+        {"tnef-attached-message-cut-short.tnef", M, [] { return tnefAttachedMessage(7); }},
         {"tnef-values-with-line-breaks.tnef", M, [] {
              return tnefMessage(kInjection)
                  .attribute(kLevelMessage, kAttMsgProps,

@@ -124,8 +124,8 @@ const std::map<std::string, std::pair<std::string, std::string>> kOracleWrong = 
 };
 
 // Each reading against olefile's (tests/msg/olefile_oracle.py): the classic
-// one on the stored strings and attachment bytes, the complete one on every
-// field the oracle gives.
+// one on the stored strings, the complete one on every field the oracle gives
+// (attachment bytes are the same in both readings).
 TEST(MsgCorpus, BothReadingsAgreeWithOlefile) {
     QH_REQUIRE_CORPUS("msg");
     if (!qhtest::pythonHas("olefile, json")) GTEST_SKIP() << "python3-olefile is not installed";
@@ -164,21 +164,6 @@ TEST(MsgCorpus, BothReadingsAgreeWithOlefile) {
                     EXPECT_TRUE(sameText(textOf(message, "Body"), body)) << "body";
                 }
             }
-            // Attachment bytes, exactly, whatever their order.
-            std::multiset<std::pair<std::string, std::int64_t>> theirs, ours;
-            for (const auto& attachment : expected["attachments"]) {
-                theirs.emplace(attachment["hash"].get<std::string>(), attachment["size"].get<std::int64_t>());
-            }
-            if (const auto* list = message.findArray("AttachmentList")) {
-                for (const auto& value : *list) {
-                    const std::string* name = value.dict()->findString("name");
-                    const qh::Blob* data = value.dict()->findBytes("data");
-                    // Embedded messages are converted text here; olefile's list leaves them out.
-                    if (!data || (name && name->ends_with(".msg") && data->text().starts_with("Generated-By: "))) continue;
-                    ours.emplace(fnv1a64(data->view()), static_cast<std::int64_t>(data->size()));
-                }
-            }
-            EXPECT_EQ(ours, theirs);
         }
         ASSERT_TRUE(entry.contains("complete"));
         const nlohmann::json& expected = entry["complete"];

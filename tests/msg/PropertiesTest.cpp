@@ -251,8 +251,6 @@ TEST(MsgTransportHeader, SubjectEncodedWordsAreJoinedAndDecoded) {
         {"=?utf-8?Q?lower_case_charset?=", "=?utf-8?Q?lower_case_charset?="},
     };
     for (const Case& c : cases) EXPECT_EQ(MsgTransportHeader::decodeSubject(c.value), c.expected) << c.value;
-    Dict fields = MsgTransportHeader::parse("Subject: =?UTF-8?Q?Gr=C3=BC=C3=9Fe?=\nTo: a@example.com\n");
-    EXPECT_EQ(*fields.findString("Subject"), "Grüße");
 }
 
 }  // namespace

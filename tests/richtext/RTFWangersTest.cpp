@@ -18,12 +18,6 @@ using qhtest::RtfCompressor;
 
 namespace {
 
-Bytes hex(std::initializer_list<int> values) {
-    Bytes out;
-    for (int v : values) out.push_back(static_cast<std::uint8_t>(v));
-    return out;
-}
-
 // The token bytes of a whole stream (everything after the header).
 Bytes tokensOf(const Bytes& stream) { return Bytes(stream.begin() + 16, stream.end()); }
 
@@ -41,16 +35,16 @@ Bytes concat(Bytes a, const Bytes& b) {
 
 // MS-OXRTFCP's two worked examples: a simple document, and a run whose
 // reference reads bytes it is itself writing.
-const Bytes kSimpleExample = hex({
+const Bytes kSimpleExample{
     0x2d, 0x00, 0x00, 0x00, 0x2b, 0x00, 0x00, 0x00, 0x4c, 0x5a, 0x46, 0x75, 0xf1, 0xc5, 0xc7, 0xa7,
     0x03, 0x00, 0x0a, 0x00, 0x72, 0x63, 0x70, 0x67, 0x31, 0x32, 0x35, 0x42, 0x32, 0x0a, 0xf3, 0x20,
     0x68, 0x65, 0x6c, 0x09, 0x00, 0x20, 0x62, 0x77, 0x05, 0xb0, 0x6c, 0x64, 0x7d, 0x0a, 0x80, 0x0f,
-    0xa0});
+    0xa0};
 const std::string kSimpleExampleText = "{\\rtf1\\ansi\\ansicpg1252\\pard hello world}\r\n";
 
-const Bytes kCrossingExample = hex({
+const Bytes kCrossingExample{
     0x1a, 0x00, 0x00, 0x00, 0x1c, 0x00, 0x00, 0x00, 0x4c, 0x5a, 0x46, 0x75, 0xe2, 0xd4, 0x4b, 0x51,
-    0x41, 0x00, 0x04, 0x20, 0x57, 0x58, 0x59, 0x5a, 0x0d, 0x6e, 0x7d, 0x01, 0x0e, 0xb0});
+    0x41, 0x00, 0x04, 0x20, 0x57, 0x58, 0x59, 0x5a, 0x0d, 0x6e, 0x7d, 0x01, 0x0e, 0xb0};
 const std::string kCrossingExampleText = "{\\rtf1 WXYZWXYZWXYZWXYZWXYZ}";
 
 TEST(RTFWangersTest, DecodesTheStandardsExamplesExactly) {
@@ -80,7 +74,7 @@ TEST(RTFWangersTest, TypeIsRTF) {
         {"eleven are not", Bytes(kSimpleExample.begin(), kSimpleExample.begin() + 11), false},
         {"empty", {}, false},
         {"other type", RtfCompressor::withHeader({}, 0, 0x75465A4D), false},
-        {"type at the wrong offset", hex({0x4c, 0x5a, 0x46, 0x75, 0, 0, 0, 0, 0, 0, 0, 0}), false},
+        {"type at the wrong offset", Bytes{0x4c, 0x5a, 0x46, 0x75, 0, 0, 0, 0, 0, 0, 0, 0}, false},
     };
     for (const auto& c : cases) EXPECT_EQ(RTFWangers::typeIsRTF(c.input), c.expected) << c.name;
 }
@@ -116,7 +110,7 @@ TEST(RTFWangersTest, DecodesHandMadeStreams) {
         {"a truncated reference leaves the tail zero",
          RtfCompressor::withHeader(withoutLastByte(Tokens().literals("ab").reference(0, 2).bytes()), 4),
          std::string("ab\0\0", 4)},
-        {"a reference cut by the end of the input", RtfCompressor::withHeader(hex({0x01, 0x00}), 2), std::string(2, '\0')},
+        {"a reference cut by the end of the input", RtfCompressor::withHeader(Bytes{0x01, 0x00}, 2), std::string(2, '\0')},
         {"raw size 0 gives an empty output whatever follows", RtfCompressor::withHeader(Tokens().literals("abc").bytes(), 0), ""},
         {"header only gives raw-size zeros", RtfCompressor::withHeader({}, 7), std::string(7, '\0')},
         {"zero padding after the end marker",
@@ -175,7 +169,7 @@ TEST(RTFWangersTest, ShortInputsStayInsideTheirBuffer) {
     ASSERT_TRUE(empty);
     EXPECT_EQ(*empty, Bytes(9, 0));
     // A compressed size beyond the span is held to the span.
-    Bytes one = hex({0x00});
+    const Bytes one{0x00};
     auto clipped = RTFWangers::decodeRTFSource(one, 1000, 4);
     ASSERT_TRUE(clipped);
     EXPECT_EQ(*clipped, Bytes(4, 0));
@@ -257,7 +251,7 @@ TEST(RTFWangersTest, AllocationHelpers) {
     std::free(block);
     EXPECT_EQ(initializeArray(SIZE_MAX / 2, 3), nullptr);
 
-    const Bytes value = hex({0x4c, 0x5a, 0x46, 0x75, 0x99});
+    const Bytes value{0x4c, 0x5a, 0x46, 0x75, 0x99};
     EXPECT_EQ(RTFWangers::convertToLongLong(value), 0x75465A4Cu);
     EXPECT_EQ(RTFWangers::convertToLongLong(qh::ByteView(value).first(3)), 0u);
     EXPECT_EQ(convertToLongLong(value.data(), value.size()), 0x75465A4Cull);

@@ -5,6 +5,8 @@
 #include <functional>
 #include <stdexcept>
 
+#include "core/TextEncoding.h"
+
 namespace qhtest {
 
 namespace {
@@ -31,32 +33,9 @@ void put32(qh::Bytes& out, std::size_t offset, std::uint32_t value) {
 
 std::size_t ceilDiv(std::size_t a, std::size_t b) { return (a + b - 1) / b; }
 
-std::vector<std::uint16_t> utf16Units(std::string_view text) {
-    std::vector<std::uint16_t> units;
-    for (std::size_t i = 0; i < text.size();) {
-        const auto lead = static_cast<unsigned char>(text[i]);
-        std::uint32_t code = lead;
-        std::size_t length = 1;
-        if (lead >= 0xF0) code = lead & 0x07, length = 4;
-        else if (lead >= 0xE0) code = lead & 0x0F, length = 3;
-        else if (lead >= 0xC0) code = lead & 0x1F, length = 2;
-        for (std::size_t k = 1; k < length && i + k < text.size(); ++k)
-            code = (code << 6) | (static_cast<unsigned char>(text[i + k]) & 0x3F);
-        i += length;
-        if (code >= 0x10000) {
-            code -= 0x10000;
-            units.push_back(static_cast<std::uint16_t>(0xD800 + (code >> 10)));
-            units.push_back(static_cast<std::uint16_t>(0xDC00 + (code & 0x3FF)));
-        } else {
-            units.push_back(static_cast<std::uint16_t>(code));
-        }
-    }
-    return units;
-}
-
 // The reader's order: fewer UTF-16 units first, then byte by byte.
 bool nameBefore(const std::string& a, const std::string& b) {
-    const std::size_t la = utf16Units(a).size(), lb = utf16Units(b).size();
+    const std::size_t la = qh::TextEncoding::utf16Length(a), lb = qh::TextEncoding::utf16Length(b);
     if (la != lb) return la < lb;
     return a < b;
 }
@@ -117,19 +96,6 @@ qh::Bytes parseContent(std::string_view content, std::string_view line) {
         }
         return out;
     }
-    if (content.starts_with("hex")) {
-        content.remove_prefix(3);
-        int pending = -1;
-        for (char c : content) {
-            if (c == ' ') continue;
-            int v = hexValue(c);
-            if (v < 0) fail();
-            if (pending < 0) pending = v;
-            else out.push_back(static_cast<std::uint8_t>(pending * 16 + v)), pending = -1;
-        }
-        if (pending >= 0) fail();
-        return out;
-    }
     if (auto star = content.find('*'); star != std::string_view::npos) {
         const std::string count(trim(content.substr(0, star)));
         const std::string_view byte = trim(content.substr(star + 1));
@@ -145,7 +111,7 @@ qh::Bytes parseContent(std::string_view content, std::string_view line) {
 
 qh::Bytes utf16(std::string_view text) {
     qh::Bytes out;
-    for (std::uint16_t unit : utf16Units(text)) {
+    for (char16_t unit : qh::TextEncoding::toUTF16(text)) {
         out.push_back(unit & 0xFF);
         out.push_back(unit >> 8);
     }
@@ -392,7 +358,7 @@ CompoundFile CompoundWriter::build() const {
         put32(out, base + 76, kNoEntry);
         if (number >= count) continue;
         const Node& node = nodes_[number];
-        auto units = utf16Units(node.name);
+        auto units = qh::TextEncoding::toUTF16(node.name);
         if (units.size() > 31) units.resize(31);
         for (std::size_t k = 0; k < units.size(); ++k) put16(out, base + k * 2, units[k]);
         put16(out, base + 64, static_cast<std::uint16_t>((units.size() + 1) * 2));

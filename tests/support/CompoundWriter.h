@@ -13,7 +13,6 @@
 //
 //   __substg1.0_0037001F: "Hello\x00"        text with \n \t \\ \" \xHH escapes
 //   __substg1.0_10090102: 5000 * 41          5000 bytes of 0x41
-//   __properties_version1.0: hex 01 02 ff    bytes in hex
 //   __recip_version1.0_#00000000/            an (empty) storage
 //
 // Sibling trees are balanced and ordered the way the reader compares names
