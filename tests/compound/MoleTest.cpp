@@ -3,7 +3,6 @@
 #include <gtest/gtest.h>
 
 #include <quillhaven/Mole.h>
-#include "core/Log.h"
 #include "support/CompoundWriter.h"
 
 using qhtest::CompoundWriter;
@@ -83,19 +82,6 @@ TEST(Mole, PathsAndMissingStreams) {
         EXPECT_EQ(stream.has_value(), c.found);
     }
     EXPECT_EQ(std::string(mole->getStream("__substg1.0_1000001F")->text()), withSlash);
-}
-
-TEST(Mole, OpenFailuresLogOneLine) {
-    qh::Log::Capture capture;
-    const qh::Bytes good = CompoundWriter().addStream("a", "x").bytes();
-    qh::Bytes badSignature = good;
-    badSignature[0] = 0;
-    qh::Bytes shortFile(good.begin(), good.begin() + 511);
-    for (const qh::Bytes& file : {badSignature, shortFile, qh::Bytes()}) {
-        capture.clear();
-        EXPECT_EQ(qh::Mole::initWithData(file), nullptr);
-        EXPECT_EQ(capture.lines(), std::vector<std::string>{"MOLE Reader - Error opening NSData"});
-    }
 }
 
 TEST(Mole, DirectoryListsFullPathsAndSizesAndTwiceWhenCalledTwice) {

@@ -8,6 +8,7 @@
 #include "compound/Header.h"
 #include <quillhaven/Mole.h>
 #include "compound/SectorAllocTable.h"
+#include "core/Log.h"
 #include "support/CompoundWriter.h"
 
 using qhtest::CompoundWriter;
@@ -45,7 +46,7 @@ TEST(Header, Validity) {
     }
 }
 
-// The status codes and their pairing with open's answer.
+// The status codes, their pairing with open's answer, and the facade's one log line.
 TEST(Document, OpenAnswersAndResultCodes) {
     const auto good = CompoundWriter().addStream("a", "x").build();
     struct Case {
@@ -55,6 +56,7 @@ TEST(Document, OpenAnswersAndResultCodes) {
         int result;
     } cases[] = {
         {"well formed", [](auto&) {}, true, true, 0},
+        {"empty", [](auto& f) { f.truncate(0); }, false, false, 1},
         {"511 bytes", [](auto& f) { f.truncate(511); }, false, false, 1},
         {"signature", [](auto& f) { f.bytes[7] = 0; }, true, false, 2},
         {"threshold", [](auto& f) { f.setHeader32(56, 4095); }, true, false, 3},
@@ -75,7 +77,10 @@ TEST(Document, OpenAnswersAndResultCodes) {
         document.initializeWithData(file.bytes);
         EXPECT_EQ(document.open(), c.opened);
         EXPECT_EQ(document.result(), c.result);
+        qh::Log::Capture capture;
         EXPECT_EQ(qh::Mole::initWithData(file.bytes) != nullptr, c.result == 0);
+        const std::vector<std::string> lines = capture.lines();
+        EXPECT_EQ(lines.empty() ? "" : lines.back(), c.result ? "MOLE Reader - Error opening NSData" : "");
     }
 }
 
