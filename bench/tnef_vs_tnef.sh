@@ -11,7 +11,6 @@ command -v tnef >/dev/null || { echo "tnef is not installed (package tnef)" >&2;
 mapfile -t files < <(find "$corpus/tnef" -maxdepth 1 -type f \( -name '*.tnef' -o -name '*.dat' \) | sort)
 [ "${#files[@]}" -gt 0 ] || { echo "no TNEF files under $corpus/tnef" >&2; exit 2; }
 bytes=$(cat "${files[@]}" | wc -c)
-qh_fail=0 tn_fail=0 fl_fail=0
 # A fresh folder per run, made before the clocks start, so that only the extractors are timed.
 for r in $(seq 1 "$rounds"); do
   for i in "${!files[@]}"; do mkdir -p "$work/q/$r-$i" "$work/t/$r-$i" "$work/f/$r-$i"; done
@@ -26,38 +25,28 @@ for i in "${!files[@]}"; do
   "$qh" attachments -d "$work/plan/$i" "${files[$i]}" >"$work/plan/$i.txt" 2>/dev/null || true
 done
 
-children_cpu; cpu_start=$cpu start=$EPOCHREALTIME
-for r in $(seq 1 "$rounds"); do
-  for i in "${!files[@]}"; do
-    "$qh" attachments -d "$work/q/$r-$i" "${files[$i]}" >/dev/null 2>&1 || qh_fail=$((qh_fail + 1))
+# One extractor over every file ROUNDS times: EXTRACT FOLDER FILE INDEX runs
+# one process; sets NAME_time, NAME_cpu, NAME_fail.
+time_rounds() {
+  local name=$1 extract=$2 folder=$3 fail=0 start end cpu_start
+  children_cpu; cpu_start=$cpu start=$EPOCHREALTIME
+  for r in $(seq 1 "$rounds"); do
+    for i in "${!files[@]}"; do
+      "$extract" "$work/$folder/$r-$i" "${files[$i]}" "$i" >/dev/null 2>&1 || fail=$((fail + 1))
+    done
   done
-done
-end=$EPOCHREALTIME
-children_cpu
-qh_time=$(awk -v a="$start" -v b="$end" 'BEGIN { print b - a }')
-qh_cpu=$(awk -v a="$cpu_start" -v b="$cpu" 'BEGIN { print b - a }')
-
-children_cpu; cpu_start=$cpu start=$EPOCHREALTIME
-for r in $(seq 1 "$rounds"); do
-  for i in "${!files[@]}"; do
-    tnef --overwrite -C "$work/t/$r-$i" -f "${files[$i]}" >/dev/null 2>&1 || tn_fail=$((tn_fail + 1))
-  done
-done
-end=$EPOCHREALTIME
-children_cpu
-tn_time=$(awk -v a="$start" -v b="$end" 'BEGIN { print b - a }')
-tn_cpu=$(awk -v a="$cpu_start" -v b="$cpu" 'BEGIN { print b - a }')
-
-children_cpu; cpu_start=$cpu start=$EPOCHREALTIME
-for r in $(seq 1 "$rounds"); do
-  for i in "${!files[@]}"; do
-    "$work/extract_floor" "$work/f/$r-$i" "${files[$i]}" "$work/plan/$i.txt" >/dev/null 2>&1 || fl_fail=$((fl_fail + 1))
-  done
-done
-end=$EPOCHREALTIME
-children_cpu
-fl_time=$(awk -v a="$start" -v b="$end" 'BEGIN { print b - a }')
-fl_cpu=$(awk -v a="$cpu_start" -v b="$cpu" 'BEGIN { print b - a }')
+  end=$EPOCHREALTIME
+  children_cpu
+  printf -v "${name}_time" '%s' "$(awk -v a="$start" -v b="$end" 'BEGIN { print b - a }')"
+  printf -v "${name}_cpu" '%s' "$(awk -v a="$cpu_start" -v b="$cpu" 'BEGIN { print b - a }')"
+  printf -v "${name}_fail" '%s' "$fail"
+}
+ours() { "$qh" attachments -d "$1" "$2"; }
+theirs() { tnef --overwrite -C "$1" -f "$2"; }
+floor() { "$work/extract_floor" "$1" "$2" "$work/plan/$3.txt"; }
+time_rounds qh ours q
+time_rounds tn theirs t
+time_rounds fl floor f
 
 awk -v n="${#files[@]}" -v r="$rounds" -v bytes="$bytes" -v qt="$qh_time" -v tt="$tn_time" -v qc="$qh_cpu" -v tc="$tn_cpu" \
     -v qf="$qh_fail" -v tf="$tn_fail" -v ft="$fl_time" -v fc="$fl_cpu" -v ff="$fl_fail" \
