@@ -28,4 +28,6 @@ export UBSAN_OPTIONS=halt_on_error=1:print_stacktrace=1
 cmake -S . -B build-san -DCMAKE_BUILD_TYPE=Debug -DQH_SANITIZE=ON -DQH_BUILD_BENCH=OFF >/dev/null
 cmake --build build-san -j"$jobs"
 run_tests build-san || status=1
+# CTest's summary lines of both builds, last, so that the run ends with them.
+grep -h -E '^[0-9]+% tests passed' build/ctest.log build-san/ctest.log || true
 exit $status
