@@ -2,9 +2,13 @@
 // padding, the small/big threshold, paths, the walks and their kept quirks.
 #include <gtest/gtest.h>
 
+#include <set>
+
 #include <quillhaven/Mole.h>
+#include "core/Log.h"
 #include "support/CompoundWriter.h"
 
+using qhtest::CompoundFile;
 using qhtest::CompoundWriter;
 
 namespace {
@@ -22,6 +26,13 @@ std::unique_ptr<qh::Mole> open(const qh::Bytes& file) {
 }
 
 std::vector<std::string> keysOf(const qh::Dict& dict) { return dict.keys(); }
+
+std::size_t depth(const qh::Dict& dict) {
+    std::size_t deepest = 0;
+    for (const auto& [key, value] : dict)
+        if (const qh::Dict* inner = value.dict()) deepest = std::max(deepest, depth(*inner));
+    return deepest + 1;
+}
 
 }  // namespace
 
@@ -197,4 +208,79 @@ TEST(Mole, DeInitializeLeavesAnEmptyFacade) {
     auto blank = qh::Mole::initialize();
     EXPECT_FALSE(blank->getStream("a"));
     EXPECT_TRUE(blank->getOLEArray().empty());
+}
+
+// Damaged links give what the chain still holds. (Chains and sibling links
+// out of range or in cycles: AllocationTable and Directory in StructureTest;
+// loops, overflowing counts and sizes beyond the file: tests/hostile.)
+TEST(Mole, DamagedChainsAndLinksGiveWhatRemains) {
+    qh::Log::setSystemLogEnabled(false);
+    struct Case {
+        const char* what;
+        std::function<void(CompoundFile&)> damage;
+        const char* path;
+        std::size_t bytes;  // what getStream(path) gives
+    } cases[] = {
+        {"big chain points past the file", [](auto& f) { f.setFat(f.startSector("big"), 120); }, "big", 512},
+        {"small chain ends early", [](auto& f) { f.setMiniFat(f.startSector("small"), 0xFFFFFFFE); }, "small", 64},
+        {"small sector outside the container", [](auto& f) { f.setEntryField("small", 116, 5000); }, "small", 0},
+        {"storage child loops to its parent",
+         [](auto& f) { f.setEntryField("st/deep", 76, f.entryNumber("st")); }, "st/deep/st/inner", 128},
+        // cut in the middle of the big stream: the whole sectors that remain
+        {"file cut", [](auto& f) { f.truncate(f.sectorOffset(f.startSector("big")) + 700); }, "big", 700},
+    };
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.what);
+        CompoundFile file = CompoundWriter::fromDescription(R"(
+            small: 300 * 61
+            big: 6000 * 62
+            st/inner: 100 * 63
+            st/deep/leaf: 5000 * 64
+            other: "x"
+        )").build();
+        c.damage(file);
+        auto mole = open(file.bytes);
+        std::optional<qh::Blob> stream = mole->getStream(c.path);
+        ASSERT_TRUE(stream);
+        EXPECT_EQ(stream->size(), c.bytes);
+    }
+}
+
+TEST(Mole, EntriesSharingOneChainShareOneBuffer) {
+    CompoundWriter writer;
+    writer.addStream("long", qh::Bytes(64 * 1024, 1));
+    for (int i = 0; i < 200; ++i) writer.addStream("s" + std::to_string(1000 + i), qh::Bytes(4096, 2));
+    CompoundFile file = writer.build();
+    const std::uint32_t start = file.startSector("long");
+    for (int i = 0; i < 200; ++i) file.setEntryField("s" + std::to_string(1000 + i), 116, start);
+
+    auto mole = open(file.bytes);
+    qh::Dict whole = mole->getOLEDictionary();
+    std::set<const std::uint8_t*> buffers;
+    for (const auto& [name, value] : whole) buffers.insert(value.bytes()->data());
+    EXPECT_EQ(buffers.size(), 1u);
+
+    // With exact streams of 200 different sizes the buffers cannot be shared:
+    // past a budget of twice the file the streams are held as null values.
+    for (int i = 0; i < 200; ++i) file.setEntryField("s" + std::to_string(1000 + i), 120, 60000 + i);
+    mole = open(file.bytes);
+    qh::Dict exact = mole->getOLEDictionary(true);
+    std::size_t held = 0, nulls = 0;
+    for (const auto& [name, value] : exact) {
+        if (value.isNull()) ++nulls;
+        else held += value.bytes()->size();
+    }
+    EXPECT_GT(nulls, 0u);
+    EXPECT_LE(held, 2 * file.bytes.size() + 64 * 1024);
+}
+
+TEST(Mole, DeepNestingIsWalkedToABoundedDepth) {
+    std::string path;
+    for (int i = 0; i < 300; ++i) path += "d/";
+    auto mole = open(CompoundWriter().addStream(path + "leaf", "x").bytes());
+    EXPECT_TRUE(mole->getStream(path + "leaf"));  // a path lookup has no depth limit
+    qh::Dict dict = mole->getOLEDictionary();
+    EXPECT_GT(depth(dict), 100u);
+    EXPECT_LT(depth(dict), 300u);
+    EXPECT_LT(mole->getDirectory().size(), 300u);
 }
