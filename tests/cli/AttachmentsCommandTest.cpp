@@ -3,7 +3,7 @@
 // standard input, the current folder and clashes.
 #include <gtest/gtest.h>
 
-#include "CliTestSupport.h"
+#include "support/CliTestSupport.h"
 #include "core/Base64.h"
 #include "readers/tnef/Attributes.h"
 #include "support/CompoundWriter.h"
@@ -55,12 +55,6 @@ TEST(FixtureMessages, ExactBytesUnlessWholeSectorsAndASafeName) {
     }
     // Nothing was written outside the folders asked for.
     EXPECT_EQ(qhclitest::filesIn(scratch.path()).size(), 1u);
-
-    auto read = qhclitest::parse(runCli({"read", input}).out);
-    EXPECT_EQ(read["Subject"], "Fixture with attachment");
-    EXPECT_EQ(read["AttachmentList"][0]["size"], 100);
-    auto whole = qhclitest::parse(runCli({"read", "--whole-sectors", input}).out);
-    EXPECT_EQ(whole["AttachmentList"][0]["size"], 128);
 }
 
 TEST(FixtureMessages, TnefStreamsUnpackAndExpandInsideAMimeMessage) {

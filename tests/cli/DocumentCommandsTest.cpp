@@ -2,7 +2,7 @@
 // input, kinds told by the first bytes or forced.
 #include <gtest/gtest.h>
 
-#include "CliTestSupport.h"
+#include "support/CliTestSupport.h"
 
 namespace {
 
@@ -24,12 +24,8 @@ TEST(Read, OneFileGivesOneJsonDocumentAndALineFeedFromTheFileOrStandardInput) {
         EXPECT_EQ(fromStdin.out, fromFile.out) << name;
         EXPECT_TRUE(fromFile.out.ends_with("}\n")) << name;
         EXPECT_EQ(lines(fromFile.out).size(), 1u);
+        EXPECT_TRUE(parse(fromFile.out).is_object()) << name;
     }
-    auto document = parse(runCli({"read", corpus("msg", "poi-attachment_test_msg.msg")}).out);
-    ASSERT_TRUE(document.is_object());
-    EXPECT_EQ(document["Subject"], "test pi\u00e8ce jointe 1");
-    // Attachment bytes travel as {"$base64": ...}.
-    EXPECT_TRUE(document["AttachmentList"][0]["data"].contains("$base64"));
 }
 
 TEST(Read, KindsAreToldByTheFirstBytesAndCanBeForced) {

@@ -3,7 +3,7 @@
 
 #include <gtest/gtest.h>
 
-#include "CliTestSupport.h"
+#include "support/CliTestSupport.h"
 
 namespace {
 

@@ -10,6 +10,7 @@
 #include "readers/msg/NamedProperties.h"
 #include "readers/msg/ReadMSG.h"
 #include "readers/msg/TransportHeader.h"
+#include "support/TnefWriter.h"
 
 namespace {
 
@@ -20,6 +21,7 @@ using qh::MsgNamedProperties;
 using qh::MsgTransportHeader;
 using qh::ReadMSG;
 using qh::Value;
+using qhtest::concat;
 using qhtest::MsgFixture;
 
 Value blob(qh::ByteView bytes) { return Value(Blob(bytes)); }
@@ -117,16 +119,9 @@ TEST(MsgPropertyAccess, AlignedScanReadsEveryRecordAfterTheHeader) {
 }
 
 Bytes entryRecord(std::uint32_t nameId, std::uint16_t guidIndex, bool isString, std::uint16_t propertyIndex) {
-    std::uint16_t kind = static_cast<std::uint16_t>((guidIndex << 1) | (isString ? 1 : 0));
-    return {static_cast<std::uint8_t>(nameId), static_cast<std::uint8_t>(nameId >> 8),
-            static_cast<std::uint8_t>(nameId >> 16), static_cast<std::uint8_t>(nameId >> 24),
-            static_cast<std::uint8_t>(kind), static_cast<std::uint8_t>(kind >> 8),
-            static_cast<std::uint8_t>(propertyIndex), static_cast<std::uint8_t>(propertyIndex >> 8)};
-}
-
-Bytes concat(std::initializer_list<Bytes> parts) {
-    Bytes out;
-    for (const Bytes& part : parts) out.insert(out.end(), part.begin(), part.end());
+    Bytes out = qhtest::u32(nameId);
+    qhtest::appendU16(out, static_cast<std::uint16_t>((guidIndex << 1) | (isString ? 1 : 0)));
+    qhtest::appendU16(out, propertyIndex);
     return out;
 }
 

@@ -1,4 +1,4 @@
-#include "CliTestSupport.h"
+#include "support/CliTestSupport.h"
 
 #include <unistd.h>
 

@@ -1,6 +1,6 @@
 #pragma once
-// Helpers for the tests that drive the built command: a scratch folder, the
-// lines of an output, the files a folder holds.
+// Helpers for the tests that drive the built command (tests/cli, tests/view):
+// a scratch folder, the lines of an output, the files a folder holds.
 #include <filesystem>
 #include <map>
 #include <string>

@@ -42,6 +42,18 @@ void appendU64(qh::Bytes& out, std::uint64_t value) {
     for (int i = 0; i < 8; ++i) out.push_back(std::uint8_t(value >> (8 * i)));
 }
 
+qh::Bytes u32(std::uint32_t value) {
+    qh::Bytes out;
+    appendU32(out, value);
+    return out;
+}
+
+qh::Bytes concat(std::initializer_list<qh::Bytes> parts) {
+    qh::Bytes out;
+    for (const qh::Bytes& part : parts) out.insert(out.end(), part.begin(), part.end());
+    return out;
+}
+
 qh::Bytes utf16le(std::u16string_view text) {
     qh::Bytes out;
     for (char16_t unit : text) appendU16(out, unit);

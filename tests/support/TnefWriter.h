@@ -9,6 +9,7 @@
 //         .attribute(kLevelMessage, kAttMsgProps, MapiBlock().string8(0x0037001E, "Hi").bytes());
 //   qh::Bytes data = stream.bytes();
 #include <cstdint>
+#include <initializer_list>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -98,6 +99,8 @@ private:
 void appendU16(qh::Bytes& out, std::uint16_t value);
 void appendU32(qh::Bytes& out, std::uint32_t value);
 void appendU64(qh::Bytes& out, std::uint64_t value);
+qh::Bytes u32(std::uint32_t value);
 qh::Bytes utf16le(std::u16string_view text);
+qh::Bytes concat(std::initializer_list<qh::Bytes> parts);
 
 }  // namespace qhtest

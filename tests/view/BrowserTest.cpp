@@ -11,7 +11,6 @@
 
 #include <atomic>
 #include <filesystem>
-#include <fstream>
 #include <string>
 #include <thread>
 #include <vector>
@@ -22,7 +21,7 @@
 #include <quillhaven/MessageKeys.h>
 #include "core/TextEncoding.h"
 #include <quillhaven/MessageReader.h>
-#include "support/Corpus.h"
+#include "support/CliTestSupport.h"
 #include "util/HtmlSanitizer.h"
 
 namespace {
@@ -40,31 +39,15 @@ const char* chromium() {
         if (!chromium()) GTEST_SKIP() << "chromium is not installed"; \
     } while (0)
 
-class Scratch {
-public:
-    Scratch() : path_(fs::temp_directory_path() / ("qh-browser-" + std::to_string(::getpid()))) {
-        fs::remove_all(path_);
-        fs::create_directories(path_);
-    }
-    ~Scratch() { fs::remove_all(path_); }
-    fs::path file(const std::string& name) const { return path_ / name; }
-    fs::path profile() const { return path_ / "profile"; }
-
-private:
-    fs::path path_;
-};
-
-void writeText(const fs::path& path, const std::string& text) { std::ofstream(path, std::ios::binary) << text; }
-
 // Runs headless chromium on a page and returns what it printed. `isolated`:
 // in a network namespace of its own when the machine allows it, and told to
 // resolve nothing and to use a dead proxy in any case.
-std::string runChromium(const Scratch& scratch, const fs::path& page, const std::vector<std::string>& action,
+std::string runChromium(const qhclitest::ScratchDir& scratch, const fs::path& page, const std::vector<std::string>& action,
                         bool isolated) {
     static const bool canUnshare = qhtest::runProgram({"/usr/bin/unshare", "-n", "/bin/true"}).exitCode == 0;
     std::vector<std::string> argv = {"/usr/bin/timeout", "120", chromium(), "--headless", "--no-sandbox",
                                      "--disable-gpu", "--hide-scrollbars", "--no-first-run", "--disable-extensions",
-                                     "--user-data-dir=" + scratch.profile().string()};
+                                     "--user-data-dir=" + (scratch.path() / "profile").string()};
     if (isolated && canUnshare) argv.insert(argv.begin(), {"/usr/bin/unshare", "-n"});
     if (isolated) argv.insert(argv.end(), {"--proxy-server=127.0.0.1:9", "--host-resolver-rules=MAP * ~NOTFOUND"});
     argv.insert(argv.end(), action.begin(), action.end());
@@ -158,16 +141,15 @@ TEST(Browser, HostileMessageFetchesNothingAndRunsNothing) {
         EXPECT_EQ(page.find(banned), std::string::npos) << banned;
 
     QH_REQUIRE_CHROMIUM();
-    Scratch scratch;
+    qhclitest::ScratchDir scratch;
 
     // The control: a page that does load an image from the listener, so
     // silence below means the page asked for nothing.
-    writeText(scratch.file("control.html"), "<img src=\"http://" + listener.host() + "/control.png\">");
-    runChromium(scratch, scratch.file("control.html"), {"--dump-dom"}, false);
+    const std::string control = scratch.write("control.html", "<img src=\"http://" + listener.host() + "/control.png\">");
+    runChromium(scratch, control, {"--dump-dom"}, false);
     int controlRequests = listener.requests();
 
-    writeText(scratch.file("hostile.html"), page);
-    std::string dom = runChromium(scratch, scratch.file("hostile.html"), {"--dump-dom"}, false);
+    std::string dom = runChromium(scratch, scratch.write("hostile.html", page), {"--dump-dom"}, false);
     ASSERT_NE(dom.find("Body text survives"), std::string::npos) << dom;
     EXPECT_EQ(listener.requests(), controlRequests) << "the page fetched from the network";
     if (controlRequests == 0) ADD_FAILURE() << "the control page reached no listener: the fetch check proves nothing";
@@ -180,16 +162,15 @@ TEST(Browser, HostileMessageFetchesNothingAndRunsNothing) {
 
 TEST(Browser, NewsletterRendersOfflineWithoutItsPixelOrScript) {
     QH_REQUIRE_CHROMIUM();
-    Scratch scratch;
-    writeText(scratch.file("news.html"), viewPage(qhviewtest::newsletterMessage("tracker.example")));
-    std::string dom = runChromium(scratch, scratch.file("news.html"), {"--dump-dom"}, true);
+    qhclitest::ScratchDir scratch;
+    const std::string news = scratch.write("news.html", viewPage(qhviewtest::newsletterMessage("tracker.example")));
+    std::string dom = runChromium(scratch, news, {"--dump-dom"}, true);
     EXPECT_NE(dom.find("Read all about it"), std::string::npos) << dom;
     EXPECT_NE(dom.find("1 remote image was blocked"), std::string::npos);
     EXPECT_EQ(dom.find("SCRIPT RAN"), std::string::npos);
     EXPECT_EQ(dom.find("tracker.example"), std::string::npos);
-    runChromium(scratch, scratch.file("news.html"),
-                {"--window-size=900,600", "--screenshot=" + scratch.file("news.png").string()}, true);
-    std::string png = qhviewtest::readText(scratch.file("news.png"));
+    runChromium(scratch, news, {"--window-size=900,600", "--screenshot=" + (scratch.path() / "news.png").string()}, true);
+    std::string png = qhclitest::readText(scratch.path() / "news.png");
     EXPECT_GT(png.size(), 1000u);
     EXPECT_EQ(png.substr(0, 4), "\x89PNG");
 }
@@ -234,9 +215,9 @@ TEST(Browser, EveryCorpusMessageShowsItsSubject) {
     }
     ASSERT_GT(expected.size(), 100u);
     QH_REQUIRE_CHROMIUM();
-    Scratch scratch;
-    writeText(scratch.file("corpus.html"), head + "<body>\n" + bodies + "</body>\n</html>\n");
-    std::string dom = runChromium(scratch, scratch.file("corpus.html"), {"--dump-dom"}, true);
+    qhclitest::ScratchDir scratch;
+    const std::string corpusPage = scratch.write("corpus.html", head + "<body>\n" + bodies + "</body>\n</html>\n");
+    std::string dom = runChromium(scratch, corpusPage, {"--dump-dom"}, true);
     ASSERT_NE(dom.find("</html>"), std::string::npos) << "chromium gave no DOM";
     for (const auto& [name, subject] : expected) {
         std::size_t section = dom.find("<section data-file=\"" + name + "\">");

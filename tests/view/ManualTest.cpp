@@ -7,18 +7,17 @@
 
 #include <gtest/gtest.h>
 
-#include "ViewFixtures.h"
-#include "support/Corpus.h"
+#include "support/CliTestSupport.h"
 
 namespace {
 
 TEST(Manual, PageNamesEveryCommandAndItsOptions) {
     std::filesystem::path page = std::filesystem::path(QH_CLI_PATH).parent_path() / "quillhaven.1";
     ASSERT_TRUE(std::filesystem::exists(page)) << page;
-    const std::string roff = qhviewtest::readText(page);
+    const std::string roff = qhclitest::readText(page);
     EXPECT_NE(roff.find(".TH QUILLHAVEN 1"), std::string::npos);
     EXPECT_EQ(roff.find("@COMMANDS@"), std::string::npos);
-    for (const char* section : {".SS view\n", ".SS attachments\n", ".SS convert\n", ".SS read\n", ".SS rtf\n"})
+    for (const char* section : {".SS view\n", ".SS attachments\n", ".SS convert\n", ".SS read\n", ".SS summary\n", ".SS rtf\n"})
         EXPECT_NE(roff.find(section), std::string::npos) << section;
     for (const char* option : {"\\-\\-open", "\\-\\-text", "\\-\\-expand\\-tnef", "\\-\\-whole\\-sectors", "\\-\\-verbose"})
         EXPECT_NE(roff.find(option), std::string::npos) << option;

@@ -2,17 +2,10 @@
 // Messages the view tests render: a hostile one that tries every way out of
 // the page we know of, and a friendly one with a remote image and a script.
 // "@HOST@" stands for where their remote references point (a port the test
-// listens on, or a dead one). And the helpers the view tests share.
-#include <filesystem>
-#include <fstream>
+// listens on, or a dead one).
 #include <string>
 
 namespace qhviewtest {
-
-inline std::string readText(const std::filesystem::path& path) {
-    std::ifstream in(path, std::ios::binary);
-    return std::string(std::istreambuf_iterator<char>(in), {});
-}
 
 // A 1x1 PNG, base64.
 inline constexpr const char* kPixelPng =
