@@ -42,7 +42,6 @@ TEST(MIMEReader, LineRules) {
         {"the last line is never read", "skip\nX-A: 1\n\none\ntwo", "content", "\none"},
         {"a final line feed makes the last line empty", "skip\nX-A: 1\n\none\ntwo\n", "content", "\none\ntwo"},
         {"a header pending at the end is lost", "skip\nX-A: 1\nX-B: 2\n", "X-B", "<absent>"},
-        {"the header before it is kept", "skip\nX-A: 1\nX-B: 2\n", "X-A", "1"},
         {"no empty line: no content", "skip\nX-A: 1\nX-B: 2\nX-C: 3\n", "content", "<absent>"},
         {"folded lines join without a separator", "skip\nSubject: hello\n  world\n\nb\n", "Subject", "hello  world"},
         {"tab folding keeps the tab", "skip\nX-A: a;\n\tb=c\n\nb\n", "X-A", "a;\tb=c"},
