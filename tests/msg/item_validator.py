@@ -1,10 +1,11 @@
 #!/usr/bin/python3
 """Parses vCard (.vcf) and iCalendar (.ics) files with independent parsers.
 
-Prints "ok <file>" for each file that parses (one VCARD with FN and N, or one
-VCALENDAR with exactly one VEVENT holding UID and DTSTAMP), else
-"bad <file>: <reason>".
+Prints one JSON line per file: {"file", "problem"}, the problem null when the
+file parses (one VCARD with FN and N, or one VCALENDAR with exactly one VEVENT
+holding UID and DTSTAMP).
 """
+import json
 import sys
 
 import icalendar
@@ -43,7 +44,7 @@ def main():
             reason = check_vcard(path) if path.endswith(".vcf") else check_icalendar(path)
         except Exception as error:  # noqa: BLE001 - the parser's complaint is the finding
             reason = repr(error)
-        print(("ok " + path) if reason is None else ("bad " + path + ": " + reason))
+        print(json.dumps({"file": path, "problem": reason}))
 
 
 if __name__ == "__main__":

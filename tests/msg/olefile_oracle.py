@@ -9,25 +9,18 @@ MS-OXPROPS): strings in either string type, 8-bit ones in the message's code
 page (PidTagMessageCodepage, PidTagInternetCodepage for bodies, then the RTF
 body's \ansicpg, then Windows-1252) through Python's codecs; the subject,
 the sender (name, SMTP address), recipients by PidTagRecipientType, the plain
-body, the HTML body (PidTagHtml) and every attachment's name and the FNV-1a
-64-bit hash and size of its bytes (embedded messages, method 5, by name only). The
+body, the HTML body (PidTagHtml) and every attachment's name and the base64
+of its bytes (embedded messages, method 5, by name only). The
 RTF body is decompressed (MS-OXRTFCP) here only for its header: "rtfOnly" says
 that the file's text is in the RTF alone.
 """
+import base64
 import json
 import re
 import struct
 import sys
 
 import olefile
-
-
-def fnv1a64(data):
-    value = 0xCBF29CE484222325
-    for byte in data:
-        value ^= byte
-        value = (value * 0x100000001B3) & 0xFFFFFFFFFFFFFFFF
-    return "%016x" % value
 
 
 def text(ole, storage, prop):
@@ -230,7 +223,7 @@ def complete_reading(ole):
             item = {"name": name, "embedded": method(ole, entry) == 5}
             data = message.stream(entry + ["__substg1.0_37010102"])
             if data and not item["embedded"]:
-                item["hash"], item["size"] = fnv1a64(data), len(data)
+                item["base64"] = base64.b64encode(data).decode()
             attachments.append(item)
     result["recipients"] = recipients
     result["attachments"] = attachments
