@@ -27,8 +27,6 @@ TEST(Arguments, UsageAndInputErrorsExitWithTwo) {
         {{"attachments", present, present}, 2},         // one file only
         {{"read", missing}, 2},                         // unreadable single file
         {{"read", scratch.str()}, 2},                   // a folder is no file
-        {{"convert", scratch.str()}, 2},
-        {{"summary", missing}, 2},
         {{"convert", missing}, 2},
         {{"attachments", "-d", scratch.str(), missing}, 2},
         {{"attachments", "-d", present, present}, 2},   // DIR is a file

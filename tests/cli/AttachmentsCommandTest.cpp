@@ -6,7 +6,8 @@
 #include "support/CliTestSupport.h"
 #include "core/Base64.h"
 #include "readers/tnef/Attributes.h"
-#include "support/CompoundWriter.h"
+#include "msg/MsgFixture.h"
+#include "support/MimeBuilder.h"
 #include "support/TnefWriter.h"
 
 namespace {
@@ -15,14 +16,12 @@ using qhtest::runCli;
 
 // An e-mail with one 100-byte attachment: 100 bytes sit in two 64-byte mini sectors.
 std::string messageWithAttachment(const std::string& attachmentName) {
-    std::string data(100, 'x');
-    data.replace(0, 6, "first ");
-    auto file = qhtest::CompoundWriter()
-                    .addStream("__substg1.0_001A001F", qhtest::utf16("IPM.Note"))
-                    .addStream("__substg1.0_0037001F", qhtest::utf16("Fixture with attachment"))
-                    .addStream("__attach_version1.0_#00000000/__substg1.0_3707001F", qhtest::utf16(attachmentName))
-                    .addStream("__attach_version1.0_#00000000/__substg1.0_37010102", data)
-                    .bytes();
+    const std::string a = qhtest::MsgFixture::attachment(0);
+    auto file = qhtest::MsgFixture()
+                    .unicode("", 0x001A, "IPM.Note")
+                    .unicode(a, 0x3707, attachmentName)
+                    .binary(a, 0x3701, qh::asBytes("first " + std::string(94, 'x')))
+                    .build();
     return std::string(file.begin(), file.end());
 }
 
@@ -66,27 +65,17 @@ TEST(FixtureMessages, TnefStreamsUnpackAndExpandInsideAMimeMessage) {
     EXPECT_EQ(unpacked.out, "10\tfirst.txt\n19\tsecond.txt\n");
 
     // Named so that only its bytes or its content type can tell what it is.
-    std::string eml =
-        "Received: from fixture\r\n"
-        "From: ann@example.com\r\n"
-        "Subject: carries a TNEF stream\r\n"
-        "MIME-Version: 1.0\r\n"
-        "Content-Type: multipart/mixed; boundary=\"SEP\"\r\n"
-        "\r\n"
-        "--SEP\r\n"
-        "Content-Type: text/plain\r\n"
-        "\r\n"
-        "see attachment\r\n"
-        "--SEP\r\n"
-        "Content-Type: application/ms-tnef; name=\"mail.bin\"\r\n"
-        "Content-Disposition: attachment; filename=\"mail.bin\"\r\n"
-        "Content-Transfer-Encoding: base64\r\n"
-        "\r\n" +
-        qh::Base64::encode(qh::asBytes(tnef)) +
-        "\r\n"
-        "--SEP--\r\n"
-        "\r\n";
-    std::string input = scratch.write("outer.eml", eml);
+    const qhtest::MimeBuilder attached = qhtest::MimeBuilder()
+                                             .header("Content-Type", "application/ms-tnef; name=\"mail.bin\"")
+                                             .header("Content-Disposition", "attachment; filename=\"mail.bin\"")
+                                             .header("Content-Transfer-Encoding", "base64")
+                                             .body(qh::Base64::encode(qh::asBytes(tnef)));
+    std::string input = scratch.write("outer.eml", qhtest::MimeBuilder()
+                                                       .header("Received", "from fixture")
+                                                       .header("From", "ann@example.com")
+                                                       .header("MIME-Version", "1.0")
+                                                       .multipart("mixed", "SEP", {qhtest::MimeBuilder().body("see"), attached})
+                                                       .str());
     const struct {
         bool expand;
         const char* listing;

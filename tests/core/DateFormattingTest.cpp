@@ -24,7 +24,6 @@ TEST(DateFormatting, DisplayFollowsTheEnvironmentAtEveryCall) {
     };
     const Case cases[] = {
         {nullptr, "en_US.UTF-8", "UTC", "Dec 31, 2020, 11:59\xE2\x80\xAFPM"},
-        {nullptr, "de_DE.UTF-8", "UTC", "31.12.2020, 23:59"},
         {nullptr, "de_DE.UTF-8", "Europe/Berlin", "01.01.2021, 00:59"},
         {nullptr, "en_US.UTF-8", ":America/Los_Angeles", "Dec 31, 2020, 3:59\xE2\x80\xAFPM"},
         {nullptr, "en_US.UTF-8", "/usr/share/zoneinfo/Asia/Tokyo", "Jan 1, 2021, 8:59\xE2\x80\xAF" "AM"},

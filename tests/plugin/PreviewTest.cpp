@@ -166,7 +166,6 @@ TEST(PreviewCommand, OutputForms) {
         int exitCode;
         std::string out;
     } cases[] = {
-        {{"preview", "--content-type", "com.quillhaven.lite.msg", path}, "", 0, rtf},
         {{"preview", "-"}, std::string(bytes.begin(), bytes.end()), 0, rtf},
         {{"preview", "--content-type", "public.data", path}, "", 0, ""},
         {{"preview", "--json", "--content-type", "public.data", path}, "", 0, nothing},

@@ -144,23 +144,14 @@ TEST(Intervals, ClockHandsInTurnsOfTheDial) {
     }
 }
 
+// The stamp is UTC, shown in the user's zone and locale (the display style
+// itself: DateFormatting.DisplayFollowsTheEnvironmentAtEveryCall).
 TEST(SubmissionDate, DisplayedInTheUsersLocaleAndZone) {
     const std::string identifier = "c=US;a= ;p=Example Org;l=MAILHOST-201231235959Z-12345";
-    struct Case {
-        const char* lang;
-        const char* tz;
-        std::string expected;
-    };
-    const Case cases[] = {
-        {"en_US.UTF-8", "UTC", "Dec 31, 2020, 11:59\xE2\x80\xAFPM"},
-        {"de_DE.UTF-8", "Europe/Berlin", "01.01.2021, 00:59"},
-    };
-    for (const auto& c : cases) {
-        qhtest::EnvironmentGuard env;
-        env.locale(c.lang, c.tz);
-        EXPECT_EQ(formatDateData(asBytes(identifier)), c.expected) << c.lang;
-        EXPECT_EQ(TimeWangers::formatDateData(asBytes(identifier)), c.expected) << c.lang;
-    }
+    qhtest::EnvironmentGuard env;
+    env.locale("de_DE.UTF-8", "Europe/Berlin");
+    EXPECT_EQ(formatDateData(asBytes(identifier)), "01.01.2021, 00:59");
+    EXPECT_EQ(TimeWangers::formatDateData(asBytes(identifier)), "01.01.2021, 00:59");
 }
 
 TEST(SubmissionDate, MalformedIdentifiersGiveNone) {
