@@ -1,6 +1,6 @@
-// The preview's body on fixtures, through the extraction itself and the entry
-// points as the preview service calls them (host shim); then the forms of
-// `quillhaven preview` and every corpus message through it.
+// The preview's body on fixtures: the extraction's choice, what the entry
+// points give the preview service (host shim) for each kind of body, the
+// forms of `quillhaven preview`, and every corpus message through it.
 #include <gtest/gtest.h>
 
 #include <fstream>
@@ -62,7 +62,7 @@ Preview hostPreview(const std::string& path, const std::string& contentType) {
     return result;
 }
 
-TEST(Preview, BodyChoiceThroughEveryPath) {
+TEST(Preview, BodyChoice) {
     const std::string unicode = "Unicode body", ansi = "Eight-bit body", wide = "Grüße, 東京 🎉";
     std::string longRtf = "{\\rtf1 ";
     std::mt19937 random(11);
@@ -113,39 +113,36 @@ TEST(Preview, BodyChoiceThroughEveryPath) {
         if (auto* rtf = std::get_if<Bytes>(&body)) got = "rtf:" + std::string(qh::asText(*rtf));
         if (auto* text = std::get_if<std::string>(&body)) got = "text:" + *text;
         EXPECT_EQ(got, c.expected);
-
-        const bool isRtf = c.expected.starts_with("rtf:"), none = c.expected == "none";
-        const std::string data = none ? "" : c.expected.substr(c.expected.find(':') + 1);
-        TemporaryFile file(c.file, "message.msg");
-        Preview host = hostPreview(file.string(), kType);
-        EXPECT_EQ(host.contentType, none ? "" : isRtf ? "public.rtf" : "public.plain-text");
-        EXPECT_EQ(host.data, data);
-        EXPECT_EQ(host.representations, none ? 0 : 1);
     }
 }
 
+// What the host is given for each kind of body, content type and file.
 TEST(Preview, ContentTypesFilesAndThumbnails) {
     const std::string rtf = "{\\rtf1 Hello}";
     TemporaryFile message(messageWith({{"__substg1.0_10090102", RtfCompressor::compress(rtf)}}), "message.msg");
+    TemporaryFile plain(messageWith({{"__substg1.0_1000001E", qh::toBytes("Hi")}}), "plain.msg");
+    TemporaryFile none(messageWith({{"__substg1.0_1000001E", Bytes{'c', 0xE9}}}), "none.msg");
     struct Case {
         const char* name;
         std::string path, contentType;
-        bool shown;
+        std::string shownType, shownData;  // "" for no preview
     };
     const Case cases[] = {
-        {"ours", message.string(), kType, true},
-        {"the other edition's type", message.string(), "com.quillhaven.lite.msg", true},
-        {"other content type", message.string(), "com.example.msg", false},
-        {"content types compare exactly", message.string(), "COM.QUILLHAVEN.MSG", false},
-        {"missing file", message.string() + ".missing", kType, false},
-        {"a directory", std::filesystem::temp_directory_path().string(), kType, false},
+        {"ours", message.string(), kType, "public.rtf", rtf},
+        {"a text body", plain.string(), kType, "public.plain-text", "Hi" + paddingAfter(2, 1)},
+        {"no body to show", none.string(), kType, "", ""},
+        {"the other edition's type", message.string(), "com.quillhaven.lite.msg", "public.rtf", rtf},
+        {"other content type", message.string(), "com.example.msg", "", ""},
+        {"content types compare exactly", message.string(), "COM.QUILLHAVEN.MSG", "", ""},
+        {"missing file", message.string() + ".missing", kType, "", ""},
+        {"a directory", std::filesystem::temp_directory_path().string(), kType, "", ""},
     };
     for (const Case& c : cases) {
         SCOPED_TRACE(c.name);
         Preview got = hostPreview(c.path, c.contentType);
-        EXPECT_EQ(got.contentType, c.shown ? "public.rtf" : "");
-        EXPECT_EQ(got.data, c.shown ? rtf : "");
-        EXPECT_EQ(got.representations, c.shown ? 1 : 0);
+        EXPECT_EQ(got.contentType, c.shownType);
+        EXPECT_EQ(got.data, c.shownData);
+        EXPECT_EQ(got.representations, c.shownType.empty() ? 0 : 1);
     }
     for (const char* contentType : {kType, "com.quillhaven.lite.msg", "public.data"}) {
         auto outcome = ShimHost::generateThumbnail(message.string(), contentType);
