@@ -8,53 +8,11 @@
 #include <sstream>
 
 #include <quillhaven/Mole.h>
+#include "core/Base64.h"
 #include "support/CompoundWriter.h"
-#include "support/Corpus.h"
+#include "support/Oracle.h"
 
 namespace {
-
-struct OracleEntry {
-    bool stream = false;
-    std::uint64_t size = 0;
-    qh::Bytes data;
-};
-using Listing = std::map<std::string, OracleEntry>;
-
-qh::Bytes fromHex(std::string_view hex) {
-    qh::Bytes out(hex.size() / 2);
-    auto nibble = [](char c) { return c <= '9' ? c - '0' : c - 'a' + 10; };
-    for (std::size_t i = 0; i < out.size(); ++i) out[i] = static_cast<std::uint8_t>(nibble(hex[2 * i]) * 16 + nibble(hex[2 * i + 1]));
-    return out;
-}
-
-// The listings olefile makes of `files`, by file, from one run of the
-// script; none when the script fails.
-std::optional<std::map<std::string, Listing>> oracle(const std::vector<std::string>& files) {
-    std::vector<std::string> argv{"/usr/bin/python3", QH_SOURCE_DIR "/tests/compound/olefile_listing.py"};
-    argv.insert(argv.end(), files.begin(), files.end());
-    const qhtest::CliResult run = qhtest::runProgram(argv);
-    if (run.exitCode != 0) return std::nullopt;
-    std::map<std::string, Listing> listings;
-    Listing* listing = nullptr;
-    std::istringstream lines(run.out);
-    for (std::string line; std::getline(lines, line);) {
-        std::vector<std::string> fields;
-        std::istringstream columns(line);
-        for (std::string field; std::getline(columns, field, '\t');) fields.push_back(field);
-        if (fields[0] == "F") {
-            listing = &listings[fields[1]];
-            continue;
-        }
-        if (!listing) return std::nullopt;
-        OracleEntry& entry = (*listing)[fields[1]];
-        entry.stream = fields[0] == "S";
-        if (entry.stream) {
-            entry.size = std::stoull(fields[2]);
-            entry.data = fromHex(fields.size() > 3 ? fields[3] : "");
-        }
-    }
-    return listings;
-}
 
 // path -> size text, from `quillhaven ls`, or (not `viaCommand`) from the
 // facade's directory walk that ls prints.
@@ -83,13 +41,9 @@ std::map<std::string, std::string> lsListing(const std::string& file, bool viaCo
     return out;
 }
 
-std::size_t wholeSectors(std::uint64_t size, std::size_t bigSector) {
-    const std::size_t unit = size < 4096 ? 64 : bigSector;
-    return (size + unit - 1) / unit * unit;
-}
-
-// Compares ls and cat (as commands when `viaCommand`, else the facade calls they print from) with the oracle.
-void agree(const std::filesystem::path& file, const Listing& expected, bool viaCommand, std::size_t bigSector) {
+// Compares ls and cat (as commands when `viaCommand`, else the facade calls
+// they print from) with olefile's listing (tests/compound/olefile_listing.py).
+void agree(const std::filesystem::path& file, const qhtest::json& expected, bool viaCommand, std::size_t bigSector) {
     SCOPED_TRACE(file.string());
     auto listed = lsListing(file.string(), viaCommand);
     // A sibling link of 0 makes the walk list the root among a storage's
@@ -99,20 +53,17 @@ void agree(const std::filesystem::path& file, const Listing& expected, bool viaC
     for (const auto& [path, size] : listed) {
         const bool rootAsChild = path.size() > 11 && path.ends_with("/Root Entry");
         linkZero |= rootAsChild;
-        if (!expected.count(path)) {
-            EXPECT_TRUE(rootAsChild) << "only listed by ls: " << path;
-        }
+        EXPECT_TRUE(expected.contains(path) || rootAsChild) << "only listed by ls: " << path;
     }
-    const qh::Bytes bytes = qhtest::readFileBytes(file);
-    auto mole = qh::Mole::initWithData(bytes);
+    auto mole = qh::Mole::initWithData(qhtest::readFileBytes(file));
     ASSERT_TRUE(mole);
-    for (const auto& [path, entry] : expected) {
+    for (const auto& [path, entry] : expected.items()) {
         SCOPED_TRACE(path);
         auto found = listed.find(path);
         ASSERT_NE(found, listed.end());
-        if (entry.stream && found->second.empty() && linkZero) continue;
-        EXPECT_EQ(found->second, entry.stream ? std::to_string(entry.size) : "");
-        if (!entry.stream) continue;
+        if (!entry.is_null() && found->second.empty() && linkZero) continue;
+        EXPECT_EQ(found->second, entry.is_null() ? "" : std::to_string(entry["size"].get<std::uint64_t>()));
+        if (entry.is_null()) continue;
         qh::Bytes cat;
         if (viaCommand) {
             auto run = qhtest::runCli({"cat", file.string(), path});
@@ -125,34 +76,29 @@ void agree(const std::filesystem::path& file, const Listing& expected, bool viaC
         }
         // Whole sectors: at least the size rounded up, more when the chain is
         // longer than the size says (the read is not cut at the size).
-        EXPECT_GE(cat.size(), wholeSectors(entry.size, bigSector));
-        EXPECT_EQ(cat.size() % (entry.size < 4096 ? 64 : bigSector), 0u);
-        ASSERT_GE(cat.size(), entry.size);
-        EXPECT_TRUE(std::equal(entry.data.begin(), entry.data.end(), cat.begin()));
+        const std::uint64_t size = entry["size"];
+        const std::size_t unit = size < 4096 ? 64 : bigSector;
+        EXPECT_GE(cat.size(), (size + unit - 1) / unit * unit);
+        EXPECT_EQ(cat.size() % unit, 0u);
+        const qh::Bytes data = qh::Base64::decode(qh::asBytes(entry["base64"].get<std::string>()));
+        ASSERT_GE(cat.size(), size);
+        EXPECT_TRUE(std::equal(data.begin(), data.end(), cat.begin()));
     }
 }
+
+const qhtest::Oracle kOlefile{"compound/olefile_listing.py", "olefile"};
 
 }  // namespace
 
 TEST(Oracle, CorpusMessagesAgreeWithAnIndependentReader) {
     QH_REQUIRE_CORPUS("msg");
-    auto files = qhtest::corpusFiles("msg", ".msg");
+    const auto files = qhtest::corpusOf("msg");
     ASSERT_FALSE(files.empty());
-    if (!qhtest::pythonHas("olefile")) GTEST_SKIP() << "python3-olefile is not installed";
-    // One run of the oracle for every file: starting Python and olefile per
-    // file took most of the test's time.
-    std::vector<std::string> names;
-    for (const auto& file : files) names.push_back(file.string());
-    auto listings = oracle(names);
-    ASSERT_TRUE(listings) << "the olefile listing failed";
-    std::size_t index = 0;
-    for (const auto& file : files) {
-        auto expected = listings->find(file.string());
-        ASSERT_NE(expected, listings->end()) << file;
-        // ls and cat run as commands for a few files; for the rest the facade
-        // calls they print from are compared, to keep the test quick.
-        agree(file, expected->second, index++ % 16 == 0, 512);
-    }
+    const auto listings = qhtest::runOracle(kOlefile, files);
+    QH_REQUIRE_ORACLE(listings);
+    // ls and cat run as commands for a few files; for the rest the facade
+    // calls they print from are compared, to keep the test quick.
+    for (std::size_t i = 0; i < files.size(); ++i) agree(files[i], listings.readings[i]["entries"], i % 16 == 0, 512);
 }
 
 TEST(Oracle, WriterFixturesAgreeWithAnIndependentReader) {
@@ -175,12 +121,11 @@ TEST(Oracle, WriterFixturesAgreeWithAnIndependentReader) {
         {"master-sector-chain", qhtest::CompoundWriter().addStream("big", big).addStream("small", "x").extraFatSectors(240), 512},
         {"4096-byte-sectors", qhtest::CompoundWriter(12).addStream("big", big).addStream("d/small", "tiny"), 4096},
     };
-    if (!qhtest::pythonHas("olefile")) GTEST_SKIP() << "python3-olefile is not installed";
     for (auto& c : cases) {
         SCOPED_TRACE(c.name);
         const qhtest::TemporaryFile file(c.writer.bytes(), c.name);
-        auto expected = oracle({file.string()});
-        ASSERT_TRUE(expected && expected->count(file.string())) << "olefile_listing.py failed";
-        agree(file.path(), expected->at(file.string()), true, c.bigSector);
+        const auto listing = qhtest::runOracle(kOlefile, {file.path()});
+        QH_REQUIRE_ORACLE(listing);
+        agree(file.path(), listing.readings[0]["entries"], true, c.bigSector);
     }
 }

@@ -1,8 +1,10 @@
 #!/usr/bin/env python3
 """Lists compound files with python3-olefile, an independent reader, for the
-agreement test: for each file a line "F\t<file>", then one line per storage
-("D\t/path") and per stream ("S\t/path\tsize\thex of the exact contents").
+agreement test: for each file one JSON line, {"file", "entries": {"/path":
+null for a storage, {"size", "base64" of the exact contents} for a stream}}.
 Exit 3 when olefile is missing."""
+import base64
+import json
 import sys
 
 try:
@@ -18,17 +20,17 @@ def clean(name):
 
 def listing(path):
     ole = olefile.OleFileIO(path)
-    out = ["F\t%s" % path]
+    entries = {}
     for parts in ole.listdir(streams=True, storages=True):
         joined = "/".join(parts)
         shown = "/" + "/".join(clean(p) for p in parts)
         kind = ole.get_type(joined)
         if kind == olefile.STGTY_STREAM:
             data = ole.openstream(joined).read()
-            out.append("S\t%s\t%d\t%s" % (shown, ole.get_size(joined), data.hex()))
+            entries[shown] = {"size": ole.get_size(joined), "base64": base64.b64encode(data).decode()}
         elif kind == olefile.STGTY_STORAGE:
-            out.append("D\t%s" % shown)
-    sys.stdout.write("\n".join(out) + "\n")
+            entries[shown] = None
+    sys.stdout.write(json.dumps({"file": path, "entries": entries}) + "\n")
 
 
 if __name__ == "__main__":

@@ -1,7 +1,7 @@
 // The RTF reader on real message bodies: every compressed RTF of the corpus
 // converts, and the text it gives shares its words with the message's plain body.
-#include <cctype>
 #include <set>
+#include <sstream>
 #include <string>
 
 #include <gtest/gtest.h>
@@ -10,12 +10,11 @@
 #include "core/TextEncoding.h"
 #include "richtext/RTFReader.h"
 #include "richtext/RTFWangers.h"
-#include "support/Corpus.h"
+#include "support/Oracle.h"
 #include "support/RtfCompressor.h"
 
 namespace {
 
-using qhtest::corpusFiles;
 using qhtest::readFileBytes;
 
 void expectConverts(qh::ByteView rtf, const std::string& where) {
@@ -38,8 +37,7 @@ void expectConverts(qh::ByteView rtf, const std::string& where) {
 // down, comes back through the fixture encoder, and converts.
 TEST(RTFReaderCorpus, EveryCompressedRtfDecodesAndConverts) {
     QH_REQUIRE_CORPUS("rtf");
-    auto files = corpusFiles("rtf", ".lzfu");
-    for (const auto& bin : corpusFiles("rtf", ".bin")) files.push_back(bin);
+    const auto files = qhtest::corpusOf("rtf");
     ASSERT_FALSE(files.empty());
     for (const auto& path : files) {
         SCOPED_TRACE(path.filename().string());
@@ -64,18 +62,13 @@ TEST(RTFReaderCorpus, EveryCompressedRtfDecodesAndConverts) {
 std::vector<std::string> wordsOf(std::string_view text, std::size_t limit) {
     std::vector<std::string> words;
     std::set<std::string> seen;
-    std::size_t i = 0;
-    while (i < text.size() && words.size() < limit) {
-        while (i < text.size() && std::isspace(static_cast<unsigned char>(text[i]))) ++i;
-        std::size_t end = i;
-        while (end < text.size() && !std::isspace(static_cast<unsigned char>(text[end]))) ++end;
-        std::string_view token = text.substr(i, end - i);
-        i = end;
-        if (token.find("://") != std::string_view::npos || token.find("mailto:") != std::string_view::npos ||
-            token.find('@') != std::string_view::npos || token.starts_with("<") || token.starts_with("["))
+    std::istringstream tokens{std::string(text)};
+    for (std::string token; words.size() < limit && tokens >> token;) {
+        if (token.find("://") != std::string::npos || token.find("mailto:") != std::string::npos ||
+            token.find('@') != std::string::npos || token.starts_with("<") || token.starts_with("["))
             continue;
         std::string word;
-        for (char c : std::string(token) + " ") {
+        for (char c : token + " ") {
             if ((c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z')) {
                 word.push_back(c);
             } else {
@@ -105,7 +98,7 @@ std::string plainBody(const qh::Mole& mole) {
 TEST(RTFReaderCorpus, RtfTextSharesTheWordsOfThePlainBody) {
     QH_REQUIRE_CORPUS("msg");
     int compared = 0;
-    for (const auto& path : corpusFiles("msg", ".msg")) {
+    for (const auto& path : qhtest::corpusOf("msg")) {
         const std::string name = path.filename().string();
         qh::Bytes file = readFileBytes(path);
         auto mole = qh::Mole::initWithData(file);
