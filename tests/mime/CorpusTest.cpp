@@ -2,13 +2,9 @@
 // makes of the corpus .msg files, reads back; subject, addresses, bodies and
 // attachment bytes agree with Python's email package except where this
 // reader's rules say otherwise (listed below with their reasons).
-#include <gtest/gtest.h>
-
-#include <fstream>
-#include <set>
+#include <algorithm>
 #include <sstream>
 
-#include <quillhaven/Value.h>
 #include "core/Base64.h"
 #include "readers/mime/ReadEML.h"
 #include "support/Oracle.h"
@@ -176,10 +172,8 @@ json ourCompleteView(const qh::Dict& mail, const json& theirs) {
 
 // The header named on the first line.
 std::string firstLineHeader(const fs::path& message) {
-    std::ifstream in(message, std::ios::binary);
-    std::string line;
-    std::getline(in, line);
-    return line.substr(0, line.find(':'));
+    const std::string text = qhclitest::readText(message);
+    return text.substr(0, std::min(text.find(':'), text.find('\n')));
 }
 
 TEST(EmlCorpus, BothReadingsAgreeWithPython) {

@@ -10,22 +10,14 @@ namespace qhtest {
 namespace fs = std::filesystem;
 
 std::vector<fs::path> corpusOf(const std::string& kind) {
-    if (kind == "mail") {
-        std::vector<fs::path> all;
-        for (const char* sub : {"msg", "eml", "tnef"}) {
-            for (const fs::path& path : corpusOf(sub)) all.push_back(path);
-        }
-        return all;
-    }
-    if (kind == "rtf") {
-        std::vector<fs::path> files = corpusFiles("rtf", ".lzfu");
-        for (const fs::path& path : corpusFiles("rtf", ".bin")) files.push_back(path);
-        return files;
-    }
-    if (kind != "tnef") return corpusFiles(kind, "." + kind);
+    static const std::map<std::string, std::vector<std::pair<std::string, std::string>>> kinds = {
+        {"msg", {{"msg", ".msg"}}}, {"eml", {{"eml", ".eml"}}}, {"tnef", {{"tnef", ".tnef"}, {"tnef", ".dat"}}},
+        {"rtf", {{"rtf", ".lzfu"}, {"rtf", ".bin"}}}};
     std::vector<fs::path> files;
-    for (const fs::path& path : corpusFiles("tnef", "")) {
-        if (path.filename().string().find(".expected") == std::string::npos) files.push_back(path);
+    for (const std::string& each : kind == "mail" ? std::vector<std::string>{"msg", "eml", "tnef"} : std::vector{kind}) {
+        for (const auto& [sub, suffix] : kinds.at(each)) {
+            for (const fs::path& path : corpusFiles(sub, suffix)) files.push_back(path);
+        }
     }
     return files;
 }
