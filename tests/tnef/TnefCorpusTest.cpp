@@ -42,7 +42,8 @@ const std::vector<Sample>& samples() {
                 const qh::Blob* data = item.dict()->findBytes(keys::kAttachData);
                 if (data == nullptr || !data->text().starts_with("\x78\x9F\x3E\x22")) continue;
                 const std::string name = path.filename().string();
-                found.push_back({name + "/winmail.dat", scratch.path() / (name + ".tnef"), qh::Bytes(data->view().begin(), data->view().end())});
+                found.push_back({name + "/winmail.dat", scratch.path() / (name + ".tnef"),
+                                 qh::Bytes(data->view().begin(), data->view().end())});
                 std::ofstream(found.back().path, std::ios::binary) << data->text();
             }
         }
