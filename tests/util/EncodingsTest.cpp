@@ -47,80 +47,58 @@ TEST(QuotedPrintable, DecodesAsUtf8AndFallsBackBytePerCharacter) {
         EXPECT_EQ(WebWangers::decodeQuotedPrintableString(c.input, c.encoding), c.expected) << c.name;
 }
 
-TEST(QuotedPrintable, BytePerCharacterDecoderLeavesTheEdgesAlone) {
+// The text-to-text decoders of the header and transfer encodings, each quirk one row.
+TEST(TextDecoders, EachQuirkOneRow) {
+    using Decoder = std::string (*)(std::string_view);
+    const Decoder bytewise = WebWangers::decodedQuotedPrintable, utf8B = WebWangers::decodeUTF8B,
+                  utf8Q = WebWangers::decodeUTF8Q, cp1255B = WindowsCodePageWangers::decodeCP1255B,
+                  cp1255 = WindowsCodePageWangers::decodeCP1255FromMimeEncodedString;
     struct Case {
+        Decoder decode;
         std::string input, expected;
     };
     const Case cases[] = {
-        {"=41BCDE", "=41BCDE"},                      // index 0 is never decoded
-        {"x=41BCDE", "xABCDE"},
-        {"abc=41", "abc=41"},                        // within the last four characters
-        {"abc=41xy", "abcAxy"},                       // exactly five from the end
-        {"ab=41x", "ab=41x"},
-        {"a=E9bcde", "a" + latin1(0xE9) + "bcde"},     // codes above 127 as Latin-1
-        {"a=G1bcde", "a" + std::string(1, '\0') + "bcde"},  // no hex digit reads 0
-        {"a=4Gbcde", "a\x04" "bcde"},                          // one digit
-        {"a=\r\nb=\nc=41zzzz", "abcAzzzz"},           // soft breaks, CR LF first
-        {"a=3D41zzzz", "a=41zzzz"},                  // a decoded "=" is not decoded again
-        {"", ""},
+        // Quoted-printable a byte per character leaves the edges alone.
+        {bytewise, "=41BCDE", "=41BCDE"},                      // index 0 is never decoded
+        {bytewise, "x=41BCDE", "xABCDE"},
+        {bytewise, "abc=41", "abc=41"},                        // within the last four characters
+        {bytewise, "abc=41xy", "abcAxy"},                       // exactly five from the end
+        {bytewise, "ab=41x", "ab=41x"},
+        {bytewise, "a=E9bcde", "a" + latin1(0xE9) + "bcde"},     // codes above 127 as Latin-1
+        {bytewise, "a=G1bcde", "a" + std::string(1, '\0') + "bcde"},  // no hex digit reads 0
+        {bytewise, "a=4Gbcde", "a\x04" "bcde"},                          // one digit
+        {bytewise, "a=\r\nb=\nc=41zzzz", "abcAzzzz"},           // soft breaks, CR LF first
+        {bytewise, "a=3D41zzzz", "a=41zzzz"},                  // a decoded "=" is not decoded again
+        {bytewise, "", ""},
+        // UTF-8 "B" words keep the blank between them.
+        {utf8B, "=?UTF-8?B?SGVsbG8=?= =?utf-8?b?V29ybGQ=?=", "Hello World"},  // lower-case marker
+        {utf8B, "Re: =?UTF-8?B?Y2Fmw6k=?= !", "Re: caf\xC3\xA9 !"},
+        {utf8B, "plain text", "plain text"},
+        {utf8B, "=?UTF-8?B?YQ==?==?UTF-8?B?Yg==?=", "ab"},              // adjacent words
+        {utf8B, "QUJD?= tail", "ABC tail"},                             // ?= without a marker is taken as a word
+        {utf8B, "=?UTF-8?B?6Q==?=", "\xC3\xA9"},                        // Latin-1 bytes fall back to Windows-1252
+        {utf8B, "x=?UTF-8?B?QQ?=y", "xy"},                              // an undecodable word adds nothing
+        {utf8B, "x=?UTF-8?B?SGk", "xSGk"},                              // an unterminated word is kept
+        // UTF-8 "Q" words drop the text after the last word.
+        {utf8Q, "=?UTF-8?Q?caf=C3=A9?=", "caf\xC3\xA9"},
+        {utf8Q, "Subject: =?utf-8?q?a_b?= tail", "Subject: a b"},
+        {utf8Q, "=?UTF-8?Q?100%?=", "100%"},
+        {utf8Q, "no words here", ""},
+        {utf8Q, "=?UTF-8?Q?one?= =?UTF-8?Q?two?=", "onetwo"},
+        {utf8Q, "=?UTF-8?Q?bad=E9?=", ""},
+        // Windows-1255 "B" words ("shalom" is F9 EC E5 ED); 0xFF has no character: the word adds nothing.
+        {cp1255B, "=?windows-1255?B?+ezl7Q==?= x", "\xD7\xA9\xD7\x9C\xD7\x95\xD7\x9D x"},
+        {cp1255B, "a =?WINDOWS-1255?b?4A==?=", "a \xD7\x90"},
+        {cp1255B, "[=?windows-1255?B?/w==?=]", "[]"},
+        // Windows-1255 escapes: only the codes of the list, in any case.
+        {cp1255, "=E0=e1", "\xD7\x90\xD7\x91"},
+        {cp1255, "=FA", "\xD7\xAA"},                   // last code of the list
+        {cp1255, "=D0=D8", "\xD7\x80\xD7\xB4"},
+        {cp1255, "=D9=DF=FB=FF", "=D9=DF=FB=FF"},      // deliberately not in the list
+        {cp1255, "=41 =\n =?x?=", "=41 =\n =?x?="},     // nothing else is touched
+        {cp1255, "==E0=", "=\xD7\x90="},
     };
-    for (const auto& c : cases) EXPECT_EQ(WebWangers::decodedQuotedPrintable(c.input), c.expected) << c.input;
-}
-
-TEST(EncodedWords, Utf8BWordsKeepTheBlankBetweenThem) {
-    struct Case {
-        const char* name;
-        std::string input, expected;
-    };
-    const Case cases[] = {
-        {"two words, lower-case marker", "=?UTF-8?B?SGVsbG8=?= =?utf-8?b?V29ybGQ=?=", "Hello World"},
-        {"text around", "Re: =?UTF-8?B?Y2Fmw6k=?= !", "Re: caf\xC3\xA9 !"},
-        {"no word", "plain text", "plain text"},
-        {"adjacent words", "=?UTF-8?B?YQ==?==?UTF-8?B?Yg==?=", "ab"},
-        {"?= without a marker is taken as a word", "QUJD?= tail", "ABC tail"},
-        {"latin-1 bytes fall back to windows-1252", "=?UTF-8?B?6Q==?=", "\xC3\xA9"},
-        {"undecodable word adds nothing", "x=?UTF-8?B?QQ?=y", "xy"},
-        {"unterminated word kept as it is", "x=?UTF-8?B?SGk", "xSGk"},
-    };
-    for (const auto& c : cases) EXPECT_EQ(WebWangers::decodeUTF8B(c.input), c.expected) << c.name;
-}
-
-TEST(EncodedWords, Utf8QWordsDropTheTextAfterTheLastWord) {
-    struct Case {
-        std::string input, expected;
-    };
-    const Case cases[] = {
-        {"=?UTF-8?Q?caf=C3=A9?=", "caf\xC3\xA9"},
-        {"Subject: =?utf-8?q?a_b?= tail", "Subject: a b"},
-        {"=?UTF-8?Q?100%?=", "100%"},
-        {"no words here", ""},
-        {"=?UTF-8?Q?one?= =?UTF-8?Q?two?=", "onetwo"},
-        {"=?UTF-8?Q?bad=E9?=", ""},
-    };
-    for (const auto& c : cases) EXPECT_EQ(WebWangers::decodeUTF8Q(c.input), c.expected) << c.input;
-}
-
-TEST(EncodedWords, Windows1255) {
-    // "shalom" in Windows-1255: F9 EC E5 ED.
-    EXPECT_EQ(WindowsCodePageWangers::decodeCP1255B("=?windows-1255?B?+ezl7Q==?= x"),
-              "\xD7\xA9\xD7\x9C\xD7\x95\xD7\x9D x");
-    EXPECT_EQ(WindowsCodePageWangers::decodeCP1255B("a =?WINDOWS-1255?b?4A==?="), "a \xD7\x90");
-    // 0xFF has no character in the code page: the word adds nothing.
-    EXPECT_EQ(WindowsCodePageWangers::decodeCP1255B("[=?windows-1255?B?/w==?=]"), "[]");
-
-    struct Case {
-        std::string input, expected;
-    };
-    const Case cases[] = {
-        {"=E0=e1", "\xD7\x90\xD7\x91"},        // any case
-        {"=FA", "\xD7\xAA"},                   // last code of the list
-        {"=D0=D8", "\xD7\x80\xD7\xB4"},
-        {"=D9=DF=FB=FF", "=D9=DF=FB=FF"},      // deliberately not in the list
-        {"=41 =\n =?x?=", "=41 =\n =?x?="},     // nothing else is touched
-        {"==E0=", "=\xD7\x90="},
-    };
-    for (const auto& c : cases)
-        EXPECT_EQ(WindowsCodePageWangers::decodeCP1255FromMimeEncodedString(c.input), c.expected) << c.input;
+    for (const auto& c : cases) EXPECT_EQ(c.decode(c.input), c.expected) << c.input;
 }
 
 TEST(Base64, DecoderSkipsEverythingOutsideTheAlphabet) {
