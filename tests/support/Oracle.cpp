@@ -70,6 +70,9 @@ const qh::Array& listOf(const qh::Dict& dict, std::string_view key) {
 
 std::string text(const json& value) { return value.is_string() ? value.get<std::string>() : std::string(); }
 
+namespace {
+
+// Equal values; for texts, where they first part.
 ::testing::AssertionResult sameJson(const json& ours, const json& theirs) {
     if (ours == theirs) return ::testing::AssertionSuccess();
     if (!ours.is_string() || !theirs.is_string()) {
@@ -86,6 +89,8 @@ std::string text(const json& value) { return value.is_string() ? value.get<std::
                                          << ": ours \"" << a.substr(at, 40) << "\", theirs \"" << b.substr(at, 40)
                                          << "\"";
 }
+
+}  // namespace
 
 FieldTable::FieldTable(std::string title, std::vector<Difference> known)
     : title_(std::move(title)), known_(std::move(known)) {}

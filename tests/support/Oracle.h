@@ -18,9 +18,9 @@ namespace qhtest {
 
 using json = nlohmann::json;
 
-// The corpus files of one kind, sorted: "msg", "eml", "tnef" (.tnef and .dat,
-// not the expected outputs beside them), "rtf" (.lzfu, then .bin), and "mail"
-// (msg, eml and tnef in that order); none when the corpus is absent.
+// The corpus files of one kind, sorted by name within each suffix: "msg",
+// "eml", "tnef" (.tnef, then .dat), "rtf" (.lzfu, then .bin), and "mail" (msg,
+// eml and tnef in that order); none when the corpus is absent.
 std::vector<std::filesystem::path> corpusOf(const std::string& kind);
 
 // An independent reader: a Python script of tests/ that prints one JSON line
@@ -41,10 +41,10 @@ struct OracleRun {
 };
 OracleRun runOracle(const Oracle& oracle, const std::vector<std::filesystem::path>& files);
 
-#define QH_REQUIRE_ORACLE(run)                                   \
-    do {                                                         \
+#define QH_REQUIRE_ORACLE(run)                                     \
+    do {                                                           \
         if (!(run).skipped.empty()) GTEST_SKIP() << (run).skipped; \
-        ASSERT_EQ((run).failure, "");                            \
+        ASSERT_EQ((run).failure, "");                              \
     } while (0)
 
 // The text under `key`, "" when there is none.
@@ -53,9 +53,6 @@ std::string text(const qh::Dict& dict, std::string_view key);
 const qh::Array& listOf(const qh::Dict& dict, std::string_view key);
 // A JSON string's text, "" for anything else (null: the oracle found none).
 std::string text(const json& value);
-
-// Equal values; for texts, where they first part.
-::testing::AssertionResult sameJson(const json& ours, const json& theirs);
 
 // A file on which our reading and the oracle's part ways on purpose, and why.
 struct Difference {
