@@ -493,21 +493,7 @@ std::string quotedPrintable(std::string_view text) {
 }
 
 std::string base64Lines(ByteView data) {
-    static constexpr char kAlphabet[] = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+/";
-    std::string out;
-    out.reserve((data.size() + 2) / 3 * 4 + data.size() / kBase64LineBytes * 2 + 2);
-    for (std::size_t at = 0; at < data.size(); at += 3) {
-        if (at > 0 && at % kBase64LineBytes == 0) out.append(kCRLF);
-        std::size_t left = data.size() - at;
-        std::uint32_t group = std::uint32_t(data[at]) << 16;
-        if (left > 1) group |= std::uint32_t(data[at + 1]) << 8;
-        if (left > 2) group |= data[at + 2];
-        out.push_back(kAlphabet[(group >> 18) & 63]);
-        out.push_back(kAlphabet[(group >> 12) & 63]);
-        out.push_back(left > 1 ? kAlphabet[(group >> 6) & 63] : '=');
-        out.push_back(left > 2 ? kAlphabet[group & 63] : '=');
-    }
-    return out;
+    return Base64::encode(data, kBase64LineBytes / 3 * 4);
 }
 
 std::string encodeText(std::string_view crlfText, TransferEncoding encoding) {
