@@ -53,18 +53,23 @@ Bytes decodeQuotedPrintable(std::string_view text, std::string_view lineBreak) {
         std::uint8_t* to = lineStart;
         std::size_t i = 0;
         while (i < line.size()) {
-            const std::size_t equals = line.find('=', i);
-            const std::size_t runEnd = equals == std::string_view::npos ? line.size() : equals;
-            std::memcpy(to, line.data() + i, runEnd - i);
-            to += runEnd - i;
-            i = runEnd;
-            if (i == line.size()) break;
+            if (line[i] != '=') {
+                const std::size_t equals = line.find('=', i);
+                const std::size_t runEnd = equals == std::string_view::npos ? line.size() : equals;
+                std::memcpy(to, line.data() + i, runEnd - i);
+                to += runEnd - i;
+                i = runEnd;
+                continue;
+            }
+            // Escapes in a row (text in other scripts is mostly escapes) are
+            // decoded here without a search for the next one.
             if (i + 1 == line.size()) {
                 soft = true;
                 break;
             }
-            if (i + 2 < line.size() && hexValue(line[i + 1]) >= 0 && hexValue(line[i + 2]) >= 0) {
-                *to++ = static_cast<std::uint8_t>(hexValue(line[i + 1]) * 16 + hexValue(line[i + 2]));
+            int high, low;
+            if (i + 2 < line.size() && (high = hexValue(line[i + 1])) >= 0 && (low = hexValue(line[i + 2])) >= 0) {
+                *to++ = static_cast<std::uint8_t>(high * 16 + low);
                 i += 3;
             } else {
                 *to++ = '=';

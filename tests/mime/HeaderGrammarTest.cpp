@@ -12,6 +12,7 @@
 
 #include "core/DateFormatting.h"
 #include <quillhaven/Value.h>
+#include "readers/mime/MIMEText.h"
 #include "util/MediaTypes.h"
 #include "util/MimeCharset.h"
 #include "util/Rfc2045.h"
@@ -212,6 +213,24 @@ TEST(Rfc5322, MessageIdentifiersAndFields) {
     EXPECT_EQ(fields[3].name, "To");
 }
 
+TEST(MIMEText, HeaderBlockEnd) {
+    struct Case {
+        const char* text;
+        std::size_t end;
+    } cases[] = {
+        {"A: 1\n\nbody", 4},
+        {"A: 1\r\n\r\nbody", 4},
+        {"A: 1\r\nB: 2\n\nbody\r\n\r\n", 10},  // mixed: the first blank line counts
+        {"A: 1\n\r\n\r\n", 5},
+        {"\r\n\r\n", 0},
+        {"\n\n", 0},
+        {"A: 1\r\nB: 2\r\n", std::string_view::npos},
+        {"A: 1\r\n\r", std::string_view::npos},
+        {"", std::string_view::npos},
+    };
+    for (const Case& c : cases) EXPECT_EQ(MIMEText::headerBlockEnd(c.text), c.end) << c.text;
+}
+
 TEST(Rfc2045, QuotedPrintable) {
     struct Case {
         const char* encoded;
@@ -225,6 +244,8 @@ TEST(Rfc2045, QuotedPrintable) {
         {"a=3Db", "a=b"},
         {"bad=ZZ escape=", "bad=ZZ escape"},
         {"=FF=00", std::string("\xFF\0", 2)},
+        {"=E4=B8=ADx=E5=9B=BD", "\xE4\xB8\xADx\xE5\x9B\xBD"},  // escapes in a row, then a run, then escapes
+        {"=4=41 ==41 =", "=4A =A "},
     };
     for (const Case& c : cases)
         EXPECT_EQ(asText(rfc2045::decodeQuotedPrintable(c.encoded)), std::string_view(c.decoded)) << c.encoded;

@@ -227,9 +227,15 @@ std::size_t recordTextSize(const Value& record) {
 
 // The state of one part while its lines are read.
 struct MIMEReader::Part {
-    Part(Budget& limits, const MimeRules& readingRules) : budget(limits), rules(readingRules) {}
+    Part(Budget& limits, const MimeRules& readingRules)
+        : budget(limits), rules(readingRules), keepsNonEmptyLines(readingRules.bodies == MimeRules::Bodies::Rewritten) {}
     Budget& budget;
     const MimeRules& rules;
+    // The body's non-empty lines ("content") are what the rewritten bodies are
+    // made of; a body as sent is made of "uaContent" alone, so the part record
+    // does not keep the second copy.
+    const bool keepsNonEmptyLines;
+    bool hasBodyLine = false;  // a non-empty body line was read
     Dict record;
     Dict parameters;
     std::string boundary;  // the delimiter line, "--" and the boundary value; "" when none
@@ -534,7 +540,7 @@ Dict MIMEReader::interpretPart(std::string_view text, std::optional<std::string_
                                         depth + 1, !byRfc2046);
             // An attached message keeps its blank lines.
             const std::string* fileName = record.findString(keys::kPartFileName);
-            if (fileName && !fileName->empty() &&
+            if (rules.bodies == MimeRules::Bodies::Rewritten && fileName && !fileName->empty() &&
                 MIMEText::lowercase(MIMEText::pathExtension(*fileName)) == "eml") {
                 if (const std::string* whole = record.findString(keys::kPartRawContent)) {
                     record.set(keys::kPartContent, std::string(MIMEText::trim(*whole)));
@@ -555,6 +561,11 @@ Dict MIMEReader::interpretPart(std::string_view text, std::optional<std::string_
         target.push_back('\n');
         target.append(line);
     };
+    auto appendBodyLine = [&](std::string_view line) {
+        if (part.keepsNonEmptyLines) appendLine(part.content, line);
+        part.hasBodyLine = true;
+        appendLine(part.uaContent, line);
+    };
 
     // classic: the line at the index passed in is never read (for the message
     // its first line, for a nested part the rest of its delimiter line), nor is
@@ -573,16 +584,19 @@ Dict MIMEReader::interpretPart(std::string_view text, std::optional<std::string_
         const bool lastLineRead = readLast && lastBreak + 1 < text.size();
         std::string_view body = lastLineRead ? rest : text.substr(lines.offset(), lastBreak - lines.offset());
         const std::size_t contentStart = part.content.size();
-        // One allocation: a body of many short pieces must not grow the text
-        // through a doubling series.
-        part.content.reserve(contentStart + body.size() + 1);
-        appendNonEmptyLines(body, part.content);
+        if (part.keepsNonEmptyLines) {
+            // One allocation: a body of many short pieces must not grow the text
+            // through a doubling series.
+            part.content.reserve(contentStart + body.size() + 1);
+            appendNonEmptyLines(body, part.content);
+        }
         const std::size_t cost = (part.content.size() - contentStart) + body.size() + 1;
         if (cost > budget.storeLeft) {
             part.content.resize(contentStart);
             part.content.shrink_to_fit();
             return std::nullopt;
         }
+        part.hasBodyLine = true;
         part.uaContent.reserve(part.uaContent.size() + body.size() + 1);
         budget.storeLeft -= cost;
         part.uaContent.push_back('\n');
@@ -633,11 +647,10 @@ Dict MIMEReader::interpretPart(std::string_view text, std::optional<std::string_
                 // instead of a doubling series (trimmed below when far too much).
                 // A multipart's own body is only its preamble.
                 std::size_t bound = static_cast<std::size_t>(std::min<std::uint64_t>(lines.remaining() + 1, budget.storeLeft));
-                part.content.reserve(part.content.size() + bound);
+                if (part.keepsNonEmptyLines) part.content.reserve(part.content.size() + bound);
                 part.uaContent.reserve(part.uaContent.size() + bound);
             }
-            appendLine(part.content, line);
-            appendLine(part.uaContent, line);
+            appendBodyLine(line);
         } else if (line.front() == ' ' || line.front() == '\t') {
             // A folded header: the continuation is appended as it stands.
             if (budget.store(line.size())) part.currentValue().append(line);
@@ -647,8 +660,7 @@ Dict MIMEReader::interpretPart(std::string_view text, std::optional<std::string_
             part.handleHeader();
             headersDone = true;
             if (budget.store(1)) part.uaContent.push_back('\n');
-            appendLine(part.content, line);
-            appendLine(part.uaContent, line);
+            appendBodyLine(line);
         } else {
             if (part.name) part.handleHeader();
             std::size_t colon = line.find(':');
@@ -667,11 +679,12 @@ Dict MIMEReader::interpretPart(std::string_view text, std::optional<std::string_
     // classic: a header still pending here, with no empty line after it, is
     // never handled; a message without a body loses its last header.
     if (rules.lastLine == MimeRules::LastLine::Read && part.name) part.handleHeader();
-    if (!part.content.empty()) {
+    const bool hasContent = !part.content.empty() || (!part.keepsNonEmptyLines && part.hasBodyLine);
+    if (hasContent) {
         for (std::string* kept : {&part.content, &part.uaContent}) {
             if (kept->capacity() > kept->size() + kept->size() / 2 + 4096) kept->shrink_to_fit();
         }
-        part.record.set(keys::kPartContent, std::move(part.content));
+        if (part.keepsNonEmptyLines) part.record.set(keys::kPartContent, std::move(part.content));
         part.record.set(keys::kPartRawContent, std::move(part.uaContent));
     }
     lineIndex = index - 1;

@@ -177,4 +177,14 @@ std::size_t MIMEText::findDoubled(std::string_view text, char c, std::size_t fro
     return std::string_view::npos;
 }
 
+std::size_t MIMEText::headerBlockEnd(std::string_view text) {
+    // Every line feed is looked at once: "\n\n" begins at it, "\r\n\r\n" one
+    // before it; no earlier start can be found at a later line feed.
+    for (std::size_t lf = text.find('\n'); lf != std::string_view::npos; lf = text.find('\n', lf + 1)) {
+        if (lf + 1 < text.size() && text[lf + 1] == '\n') return lf;
+        if (lf > 0 && text[lf - 1] == '\r' && text.substr(lf + 1, 2) == "\r\n") return lf - 1;
+    }
+    return std::string_view::npos;
+}
+
 }  // namespace qh

@@ -34,6 +34,10 @@ public:
     static std::size_t count(std::string_view text, char c);
     // Offset of the first `c` at or after `from` that another `c` follows, npos when none.
     static std::size_t findDoubled(std::string_view text, char c, std::size_t from = 0);
+    // Where the header block ends: the offset of the first "\n\n" or "\r\n\r\n",
+    // whichever starts first; npos when there is neither. One pass over the
+    // header lines only.
+    static std::size_t headerBlockEnd(std::string_view text);
 };
 
 }  // namespace qh

@@ -173,9 +173,7 @@ std::unique_ptr<ReadEML> ReadEML::initWithData(ByteView data, const ReadOptions&
     if (rules.headerText == MimeRules::HeaderText::WholeBlock) {
         // The header block as it stands, up to the empty line that ends it.
         std::string_view text = asText(data);
-        std::size_t end = text.find("\n\n");
-        std::size_t endCRLF = text.find("\r\n\r\n");
-        if (endCRLF != std::string_view::npos && (end == std::string_view::npos || endCRLF < end)) end = endCRLF;
+        const std::size_t end = MIMEText::headerBlockEnd(text);
         header = MimeCharset::utf8OrWindows1252(text.substr(0, end == std::string_view::npos ? text.size() : end));
     } else {
         // classic: only the "X-" headers are kept; the standard ones are not
