@@ -12,6 +12,7 @@
 //  - attachment item (EML): {"name", "data" (bytes or string), "size",
 //    "sizeString", optional "ContentID"}
 #include <cstdint>
+#include <functional>
 #include <initializer_list>
 #include <string>
 #include <string_view>
@@ -62,8 +63,20 @@ public:
     friend bool operator==(const Dict& a, const Dict& b);
 
 private:
+    // A few keys are found fastest by looking at each; a dictionary with more
+    // (a compound file's entries) keeps a hash index, so that building one
+    // stays linear however many keys a file gives it.
+    static constexpr std::size_t kLinearLimit = 16;
+    struct KeyHash {
+        using is_transparent = void;
+        std::size_t operator()(std::string_view key) const noexcept { return std::hash<std::string_view>{}(key); }
+    };
+    std::size_t position(std::string_view key) const;  // size() when absent
+    void rebuildIndex();
+
     std::vector<Entry> entries_;
-    std::unordered_map<std::string, std::size_t> index_;
+    // Every key's position while there are more than kLinearLimit; else empty.
+    std::unordered_map<std::string, std::size_t, KeyHash, std::equal_to<>> index_;
 };
 
 class Value {

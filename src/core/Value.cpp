@@ -8,31 +8,53 @@ Dict::Dict(std::initializer_list<std::pair<std::string_view, Value>> entries) {
     for (const auto& entry : entries) set(entry.first, entry.second);
 }
 
+std::size_t Dict::position(std::string_view key) const {
+    if (!index_.empty()) {
+        auto it = index_.find(key);
+        return it == index_.end() ? entries_.size() : it->second;
+    }
+    for (std::size_t i = 0; i < entries_.size(); ++i) {
+        if (entries_[i].first == key) return i;
+    }
+    return entries_.size();
+}
+
+void Dict::rebuildIndex() {
+    index_.clear();
+    if (entries_.size() <= kLinearLimit) return;
+    index_.reserve(entries_.size());
+    for (std::size_t i = 0; i < entries_.size(); ++i) index_.emplace(entries_[i].first, i);
+}
+
 void Dict::set(std::string_view key, Value value) {
-    if (Value* existing = find(key)) {
-        *existing = std::move(value);
+    const std::size_t at = position(key);
+    if (at < entries_.size()) {
+        entries_[at].second = std::move(value);
         return;
     }
-    index_.emplace(std::string(key), entries_.size());
     entries_.emplace_back(std::string(key), std::move(value));
+    if (!index_.empty()) {
+        index_.emplace(entries_.back().first, at);
+    } else if (entries_.size() > kLinearLimit) {
+        rebuildIndex();
+    }
 }
 
 const Value* Dict::find(std::string_view key) const {
-    auto it = index_.find(std::string(key));
-    return it == index_.end() ? nullptr : &entries_[it->second].second;
+    const std::size_t at = position(key);
+    return at < entries_.size() ? &entries_[at].second : nullptr;
 }
 
 Value* Dict::find(std::string_view key) {
-    auto it = index_.find(std::string(key));
-    return it == index_.end() ? nullptr : &entries_[it->second].second;
+    const std::size_t at = position(key);
+    return at < entries_.size() ? &entries_[at].second : nullptr;
 }
 
 bool Dict::erase(std::string_view key) {
-    auto it = index_.find(std::string(key));
-    if (it == index_.end()) return false;
-    entries_.erase(entries_.begin() + static_cast<std::ptrdiff_t>(it->second));
-    index_.clear();
-    for (std::size_t i = 0; i < entries_.size(); ++i) index_.emplace(entries_[i].first, i);
+    const std::size_t at = position(key);
+    if (at == entries_.size()) return false;
+    entries_.erase(entries_.begin() + static_cast<std::ptrdiff_t>(at));
+    rebuildIndex();
     return true;
 }
 

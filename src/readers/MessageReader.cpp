@@ -14,11 +14,9 @@ constexpr std::uint8_t kCompoundMagic[] = {0xD0, 0xCF, 0x11, 0xE0, 0xA1, 0xB1, 0
 constexpr std::uint8_t kTnefMagic[] = {0x78, 0x9F, 0x3E, 0x22};
 
 template <typename Reader>
-std::optional<Dict> dictionaryOf(const std::unique_ptr<Reader>& reader) {
-    if (!reader) return std::nullopt;
-    const Dict* dictionary = reader->returnFullDictionary();
-    if (dictionary == nullptr) return std::nullopt;
-    return *dictionary;
+std::optional<Dict> dictionaryOf(std::unique_ptr<Reader> reader) {
+    if (!reader || reader->returnFullDictionary() == nullptr) return std::nullopt;
+    return reader->takeFullDictionary();
 }
 }  // namespace
 

@@ -104,6 +104,28 @@ TEST(Dict, KeepsInsertionOrderAndReplacesInPlace) {
     EXPECT_FALSE(d.erase("From"));
     EXPECT_EQ(d.keys(), (std::vector<std::string>{"Subject", "subject"}));
     EXPECT_EQ(*d.findString("subject"), "lower");
+
+    // The same across the size where lookups change from a scan to an index,
+    // growing past it, copied, and shrinking back below it by erasing.
+    Dict big;
+    std::vector<std::string> order;
+    for (int i = 0; i < 40; ++i) {
+        const std::string key = "__substg1.0_" + std::to_string(1000 + i);  // longer than a short string
+        big.set(key, i);
+        order.push_back(key);
+        for (int j = 0; j <= i; ++j) ASSERT_EQ(big.find(order[j])->integer(), j) << i << " " << j;
+        EXPECT_EQ(big.find(key + "x"), nullptr);
+    }
+    big.set(order[3], "replaced");
+    const Dict copy = big;
+    EXPECT_EQ(copy.keys(), order);
+    EXPECT_EQ(*copy.findString(order[3]), "replaced");
+    for (int i = 39; i >= 5; --i) ASSERT_TRUE(big.erase(order[i]));
+    order.resize(5);
+    EXPECT_EQ(big.keys(), order);
+    EXPECT_EQ(big.find(order[4])->integer(), 4);
+    EXPECT_EQ(big.find("__substg1.0_1039"), nullptr);
+    EXPECT_EQ(copy.find("__substg1.0_1039")->integer(), 39);
 }
 
 TEST(ByteCursor, ReadsThatDoNotFitGiveZerosStickAndSayWhere) {

@@ -24,6 +24,8 @@ public:
     static std::unique_ptr<ReadEML> initWithData(ByteView data, const ReadOptions& options);
 
     const Dict* returnFullDictionary() const { return &mailContent_; }
+    // The message dictionary moved out, for a caller done with the reader.
+    Dict takeFullDictionary() { return std::move(mailContent_); }
     // The dictionary's value for `key`, or null.
     const Value* getContent(std::string_view key) const { return mailContent_.find(key); }
     // Does nothing: the dictionary is built by initWithData.

@@ -38,6 +38,8 @@ public:
                                                             Reading reading = Reading::classic);
 
     const Dict* returnFullDictionary() const { return &mailContent_; }
+    // The message dictionary moved out, for a caller done with the reader.
+    Dict takeFullDictionary() { return std::move(mailContent_); }
     const Value* getContent(std::string_view key) const { return mailContent_.find(key); }
     // Does nothing: the dictionary is built by initWithData.
     void buildDictionary(ByteView data);

@@ -30,6 +30,9 @@ public:
 
     // The message dictionary, or null when the data was no TNEF stream.
     const Dict* returnFullDictionary() const;
+    // The message dictionary moved out, for a caller done with the reader;
+    // none when the data was no TNEF stream.
+    std::optional<Dict> takeFullDictionary() { return std::move(mailContent); }
     const Value* getContent(std::string_view key) const;
     // Has no effect: the dictionary is built by initWithData.
     void buildDictionary(ByteView data);
