@@ -54,6 +54,35 @@ Utf8Scan scanUtf8(std::string_view text, std::size_t i) {
     return {k == length ? length : 0, k};
 }
 
+// The end of the well-formed multi-byte sequences that follow each other
+// from text[i] (i itself when none is). Two- and three-byte sequences, most
+// of the world's text, are checked inline; others as scanUtf8 checks them.
+std::size_t wellFormedRun(std::string_view text, std::size_t i) {
+    const auto* s = reinterpret_cast<const unsigned char*>(text.data());
+    const std::size_t n = text.size();
+    while (i < n && s[i] >= 0x80) {
+        const unsigned char lead = s[i];
+        if (lead >= 0xE0 && lead <= 0xEF && n - i >= 3) {
+            const unsigned char second = s[i + 1];
+            const unsigned char low = lead == 0xE0 ? 0xA0 : 0x80, high = lead == 0xED ? 0x9F : 0xBF;
+            if (second >= low && second <= high && (s[i + 2] & 0xC0) == 0x80) {
+                i += 3;
+                continue;
+            }
+            break;
+        }
+        if (lead >= 0xC2 && lead <= 0xDF && n - i >= 2) {
+            if ((s[i + 1] & 0xC0) != 0x80) break;
+            i += 2;
+            continue;
+        }
+        const Utf8Scan scan = scanUtf8(text, i);
+        if (!scan.length) break;
+        i += scan.length;
+    }
+    return i;
+}
+
 // Bytes that end a run of text copied as it is.
 const std::array<bool, 256>& specialBytes() {
     static const std::array<bool, 256> table = [] {
@@ -101,6 +130,20 @@ void appendDouble(double number, std::string& out) {
 
 void Value::appendJsonString(std::string_view text, std::string& out) {
     static constexpr char kHex[] = "0123456789abcdef";
+    // The letter after the backslash of the escapes JSON has for these bytes; 0 for the rest.
+    static constexpr auto kShortEscapes = [] {
+        std::array<char, 128> letters{};
+        letters['"'] = '"';
+        letters['\\'] = '\\';
+        letters['\b'] = 'b';
+        letters['\f'] = 'f';
+        letters['\n'] = 'n';
+        letters['\r'] = 'r';
+        letters['\t'] = 't';
+        return letters;
+    }();
+    // Most text needs no escape: room for it as it is, once.
+    out.reserve(out.size() + text.size() + 2);
     const auto& special = specialBytes();
     out.push_back('"');
     std::size_t run = 0;
@@ -131,35 +174,26 @@ void Value::appendJsonString(std::string_view text, std::string& out) {
             // Texts read from hostile files may hold invalid UTF-8: each
             // maximal broken subpart becomes one U+FFFD. A well-formed
             // sequence stays in the run that is copied as it is.
+            // Text in other scripts is mostly such sequences: the ones that
+            // follow are checked here rather than a block at a time.
+            const std::size_t from = i;
+            i = wellFormedRun(text, i);
+            if (i > from) continue;
             const Utf8Scan scan = scanUtf8(text, i);
-            if (scan.length) {
-                i += scan.length;
-                // Text in other scripts is mostly such sequences: check the
-                // ones that follow here rather than a block at a time.
-                while (i < text.size() && static_cast<unsigned char>(text[i]) >= 0x80) {
-                    const Utf8Scan next = scanUtf8(text, i);
-                    if (!next.length) break;
-                    i += next.length;
-                }
-                continue;
-            }
             out.append(text.data() + run, i - run);
             out += kReplacementCharacter;
             i += scan.prefix;
         } else {
             out.append(text.data() + run, i - run);
-            switch (byte) {
-                case '"': out += "\\\""; break;
-                case '\\': out += "\\\\"; break;
-                case '\b': out += "\\b"; break;
-                case '\f': out += "\\f"; break;
-                case '\n': out += "\\n"; break;
-                case '\r': out += "\\r"; break;
-                case '\t': out += "\\t"; break;
-                default:
-                    out += "\\u00";
-                    out.push_back(kHex[byte >> 4]);
-                    out.push_back(kHex[byte & 15]);
+            // Line feeds and quotes are frequent in bodies (HTML above all):
+            // a two-character escape is two bytes appended, not a C string.
+            const char shortEscape = kShortEscapes[byte];
+            if (shortEscape) {
+                out.push_back('\\');
+                out.push_back(shortEscape);
+            } else {
+                const char code[6] = {'\\', 'u', '0', '0', kHex[byte >> 4], kHex[byte & 15]};
+                out.append(code, sizeof code);
             }
             ++i;
         }

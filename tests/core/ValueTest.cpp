@@ -51,6 +51,12 @@ TEST(Value, JsonEncodingFollowsTheCommandContract) {
         {Value("run \xc3\xa9\xe5\x90\x8d\x80\xc3\xa9 end"), "\"run \xc3\xa9\xe5\x90\x8d" + kFFFD + "\xc3\xa9 end\""},
         {Value("truncated \xe5\x90"), "\"truncated " + kFFFD + "\""},
         {Value("overlong \xc0\xaf slash"), "\"overlong " + kFFFD + kFFFD + " slash\""},
+        // Three-byte sequences at the edges of their second byte's range.
+        {Value("\xe0\xa0\x80\xed\x9f\xbf\xee\x80\x80\xef\xbf\xbf"), "\"\xe0\xa0\x80\xed\x9f\xbf\xee\x80\x80\xef\xbf\xbf\""},
+        {Value("\xe5\x90\x8d\xe0\x9f\xbf"), "\"\xe5\x90\x8d" + kFFFD + kFFFD + kFFFD + "\""},
+        {Value("\xe5\x90\x8d\xed\xa0\x80x"), "\"\xe5\x90\x8d" + kFFFD + kFFFD + kFFFD + "x\""},
+        {Value("\xe5\x90\x8d\xe5\x90\xe5\x90\x8d"), "\"\xe5\x90\x8d" + kFFFD + "\xe5\x90\x8d\""},
+        {Value("\xc3\xa9\xe5\x90\x8d\xf0\x9f\x98\x80\xc3"), "\"\xc3\xa9\xe5\x90\x8d\xf0\x9f\x98\x80" + kFFFD + "\""},
         {Value("surrogate \xed\xa0\x80 half"), "\"surrogate " + kFFFD + kFFFD + kFFFD + " half\""},
         {Value("beyond \xf4\x90\x80\x80"), "\"beyond " + kFFFD + kFFFD + kFFFD + kFFFD + "\""},
         {Value("bad lead \xf8\x88\x80\x80\x80"), "\"bad lead " + kFFFD + kFFFD + kFFFD + kFFFD + kFFFD + "\""},

@@ -295,7 +295,8 @@ void MIMEReader::Part::handleHeader() {
                 if (const std::string* value = type.parameter("charset")) record.set(keys::kPartCharset, *value);
                 if (const std::string* value = type.parameter("name")) record.set(keys::kPartTypeName, *value);
             }
-        } else if (header == "From" || header == "To" || header == "CC" || header == "BCC") {
+        } else if (rules.headers == MimeRules::Headers::Classic &&
+                   (header == "From" || header == "To" || header == "CC" || header == "BCC")) {
             // classic: exact-case names only ("Cc" stays text); dictionaries
             // compared byte for byte depend on it.
             record.set(header, processEmailAddresses(text));
