@@ -2,6 +2,7 @@
 
 #include "core/TextEncoding.h"
 #include "richtext/RTFConverter.h"
+#include "richtext/RTFEncapsulatedHTML.h"
 
 namespace qh {
 
@@ -10,6 +11,9 @@ std::optional<std::string> RTFReader::stringFromRTFData(ByteView rtf) {
 }
 
 std::optional<std::string> RTFReader::htmlFromRTFData(ByteView rtf) {
+    // HTML mail stored as RTF takes the one-pass extraction; the rest, and
+    // documents that do not open with \fromhtml1, the converter.
+    if (std::optional<std::string> html = RTFEncapsulatedHTML::extract(rtf)) return html;
     return RTFConverter(RTFConverter::Output::HTML).convert(rtf);
 }
 

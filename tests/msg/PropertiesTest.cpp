@@ -3,10 +3,17 @@
 // property stream's end bound), the named-property mapping (the three stream
 // decoders and the resolver the contact and appointment builders use) and the
 // transport header parser (filed fields, continuation lines, the unfiled last
-// field, the subject's encoded words).
+// field, the subject's encoded words), and the complete reading's clean-up of
+// strings.
+#include <random>
+
 #include <gtest/gtest.h>
+#include <unicode/uchar.h>
+#include <unicode/utf8.h>
 
 #include "MsgFixture.h"
+#include "core/TextEncoding.h"
+#include "readers/msg/MsgText.h"
 #include "readers/msg/NamedProperties.h"
 #include "readers/msg/ReadMSG.h"
 #include "readers/msg/TransportHeader.h"
@@ -246,6 +253,55 @@ TEST(MsgTransportHeader, SubjectEncodedWordsAreJoinedAndDecoded) {
         {"=?utf-8?Q?lower_case_charset?=", "=?utf-8?Q?lower_case_charset?="},
     };
     for (const Case& c : cases) EXPECT_EQ(MsgTransportHeader::decodeSubject(c.value), c.expected) << c.value;
+}
+
+// The complete reading keeps a string whole but for its terminating NUL,
+// control characters other than tab, CR and LF (C1 ones too), and the white
+// space around it.
+TEST(MsgText, KeepWholeDropsControlsAndTrims) {
+    const std::pair<std::string, std::string> cases[] = {
+        {"Hello", "Hello"},
+        {"  Hello\r\n\t", "Hello"},
+        {std::string("Hello\0junk", 10), "Hello"},
+        {"a\x01" "b\x1F\x7F" "c", "abc"},
+        {"tab\tCR\rLF\n.", "tab\tCR\rLF\n."},
+        {"C1 \xC2\x80\xC2\x9F|\xC2\xA0|\xC2\x7F", "C1 |\u00A0|\uFFFD"},
+        {"\x01  \x02 x \x03", "x"},
+        {"\xC2\x85 next line \xE2\x80\xA8", "next line"},
+        {"\xFF\xFE bad", "\uFFFD\uFFFD bad"},
+        {"\xC2", "\uFFFD"},
+        {"\u4F60\u597D\x08\u4E16\u754C, long enough to pass eight bytes at a time\x1B.",
+         "\u4F60\u597D\u4E16\u754C, long enough to pass eight bytes at a time."},
+        {"", ""},
+    };
+    for (const auto& [text, expected] : cases) EXPECT_EQ(qh::MsgText::keepWhole(text), expected) << text;
+}
+
+// The same as a code point by code point reading, on random texts.
+TEST(MsgText, KeepWholeMatchesCodePointReading) {
+    auto reference = [](std::string_view text) {
+        text = text.substr(0, text.find('\0'));
+        const std::string sane = qh::TextEncoding::sanitizeUTF8(text);
+        std::string kept;
+        const auto* s = reinterpret_cast<const std::uint8_t*>(sane.data());
+        const auto length = static_cast<std::int32_t>(sane.size());
+        for (std::int32_t i = 0; i < length;) {
+            const std::int32_t start = i;
+            UChar32 c;
+            U8_NEXT_OR_FFFD(s, i, length, c);
+            if (!((c < 0x20 && c != '\t' && c != '\r' && c != '\n') || (c >= 0x7F && c <= 0x9F)))
+                kept.append(sane, std::size_t(start), std::size_t(i - start));
+        }
+        return qh::TextEncoding::trimWhitespaceAndNewlines(kept);
+    };
+    const char* const pieces[] = {"a", "word ", " ", "\t", "\r\n", "\x01", "\x7F", "\xC2\x80", "\xC2\x9F", "\xC2\xA0",
+                                  "\xC2", "\xE4\xBD\xA0", "\xE2\x80\xA8", "\xFF", "\x80", "\xF0\x9F\x98\x80", "\x00"};
+    std::mt19937 random(14);
+    for (int round = 0; round < 3000; ++round) {
+        std::string text;
+        for (int n = static_cast<int>(random() % 40); n > 0; --n) text += pieces[random() % std::size(pieces)];
+        ASSERT_EQ(qh::MsgText::keepWhole(text), reference(text)) << text;
+    }
 }
 
 }  // namespace

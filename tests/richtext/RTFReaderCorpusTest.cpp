@@ -8,6 +8,8 @@
 
 #include <quillhaven/Mole.h>
 #include "core/TextEncoding.h"
+#include "richtext/RTFConverter.h"
+#include "richtext/RTFEncapsulatedHTML.h"
 #include "richtext/RTFReader.h"
 #include "richtext/RTFWangers.h"
 #include "support/Oracle.h"
@@ -16,6 +18,9 @@
 namespace {
 
 using qhtest::readFileBytes;
+
+// Bodies of HTML mail that the one-pass extraction took (and matched).
+int encapsulatedTaken = 0;
 
 void expectConverts(qh::ByteView rtf, const std::string& where) {
     std::optional<std::string> text = qh::RTFReader::stringFromRTFData(rtf);
@@ -31,6 +36,11 @@ void expectConverts(qh::ByteView rtf, const std::string& where) {
         EXPECT_TRUE(head.starts_with("<")) << where << ": " << head;
     else
         EXPECT_TRUE(head.starts_with("<!doctype html>")) << where;
+    // The one-pass extraction of HTML mail gives the converter's HTML.
+    if (std::optional<std::string> fast = qh::RTFEncapsulatedHTML::extract(rtf)) {
+        ++encapsulatedTaken;
+        EXPECT_EQ(*fast, qh::RTFConverter(qh::RTFConverter::Output::HTML).convert(rtf)) << where;
+    }
 }
 
 // Every compressed RTF of the corpus decodes to the body its peer wrote
@@ -124,6 +134,7 @@ TEST(RTFReaderCorpus, RtfTextSharesTheWordsOfThePlainBody) {
         ++compared;
     }
     EXPECT_GT(compared, 10);
+    EXPECT_GT(encapsulatedTaken, 10);
 }
 
 }  // namespace

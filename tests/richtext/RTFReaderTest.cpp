@@ -1,10 +1,13 @@
 // The RTF reader on small documents: plain text, HTML, encapsulated HTML, and
 // inputs built to break it.
+#include <random>
 #include <string>
 
 #include <gtest/gtest.h>
 
 #include <quillhaven/Bytes.h>
+#include "richtext/RTFConverter.h"
+#include "richtext/RTFEncapsulatedHTML.h"
 #include "richtext/RTFReader.h"
 
 namespace {
@@ -182,6 +185,229 @@ TEST(RTFReader, EncapsulatedHtml) {
     for (const Encapsulated& c : cases) {
         EXPECT_EQ(html(c.rtf).value_or("(none)"), c.html) << c.name;
         EXPECT_EQ(text(c.rtf).value_or("(none)"), c.text) << c.name;
+    }
+}
+
+// A random HTML-in-RTF document as mail clients write them, with the damage
+// hostile or cut files bring: tag groups, \htmlrtf runs, escapes in several
+// code pages, \u with its stand-ins, fields, skipped destinations, unbalanced
+// and deep groups, \bin payloads, stray bytes, and a cut anywhere.
+class EncapsulatedDocument {
+public:
+    explicit EncapsulatedDocument(std::uint32_t seed) : random_(seed) {}
+
+    std::string make() {
+        out_ = "{\\rtf1\\ansi";
+        if (chance(70)) out_ += pick({"\\ansicpg1252", "\\ansicpg932", "\\ansicpg936", "\\ansicpg1251",
+                                      "\\ansicpg950", "\\ansicpg65001", "\\ansicpg12345", "\\ansicpg949"});
+        // What may stand before \fromhtml1; now and then something that makes
+        // the converter read the document as ordinary RTF.
+        for (int words = below(3); words > 0; --words)
+            out_ += pick({"\\uc2", "\\f1", "\\deff2", "\\htmlrtf", "\\htmlrtf0", "\\b", "\\plain", "\\v",
+                          "\\fbidis", "\\cpg936", "\\fromhtml0", "\\mac", "\\pca"});
+        if (chance(5)) out_ += pick({" x", "{\\fonttbl}", "\\par", "\\u65?", "\\*\\x", "\\'41", "\\~"});
+        out_ += chance(90) ? "\\fromhtml1" : "\\fromhtml";
+        out_ += pick({" ", " ", "\r\n", ""});
+        if (chance(80)) fontTable();
+        for (int pieces = 1 + below(60); pieces > 0; --pieces) piece(0);
+        if (chance(85)) out_ += "}";
+        if (chance(20)) out_.resize(below(static_cast<int>(out_.size()) + 1));  // a cut file
+        if (chance(3)) {
+            for (int flips = 1 + below(4); flips > 0 && !out_.empty(); --flips)
+                out_[below(static_cast<int>(out_.size()))] = static_cast<char>(below(256));
+        }
+        return out_;
+    }
+
+private:
+    int below(int n) { return static_cast<int>(random_() % static_cast<std::uint32_t>(n)); }
+    bool chance(int percent) { return below(100) < percent; }
+    const char* pick(std::initializer_list<const char*> choices) { return choices.begin()[below(int(choices.size()))]; }
+
+    void fontTable() {
+        out_ += "{\\fonttbl";
+        for (int fonts = below(5); fonts > 0; --fonts) {
+            out_ += "{\\f" + std::to_string(below(5));
+            if (chance(70)) out_ += pick({"\\fcharset0", "\\fcharset128", "\\fcharset134", "\\fcharset204",
+                                          "\\fcharset2", "\\fcharset136", "\\fcharset129", "\\fcharset77"});
+            if (chance(15)) out_ += pick({"\\cpg1253", "\\cpg950", "\\cpg0", "\\cpg70000"});
+            if (chance(10)) out_ += pick({"{\\*\\panose 020b}", "\\*\\htmltag1", "{\\*\\falt X}", "\\'82\\'a0",
+                                          "\\*\\\r\n"});
+            out_ += " Font;}";
+        }
+        out_ += "}";
+        if (chance(50)) out_ += "\r\n{\\colortbl;\\red0\\green0\\blue0;}";
+    }
+
+    void hexEscape() {
+        static const char* const kHex = "0123456789abcdefABCDEF";
+        out_ += "\\'";
+        if (chance(3)) return;  // no digit
+        if (chance(60)) {
+            // A lead or trail byte of the double-byte code pages, or Latin.
+            static const char* const kCommon[] = {"82", "a0", "a1", "b0", "c4", "e3", "95", "5c", "e9", "80", "ff", "3f", "41"};
+            out_ += kCommon[below(13)];
+            return;
+        }
+        out_ += kHex[below(22)];
+        if (chance(95)) out_ += kHex[below(22)];
+    }
+
+    void text(int words) {
+        for (; words > 0; --words) {
+            switch (below(12)) {
+                case 0: out_ += pick({"<p>", "</p>", "<b>", "<a href=\"x?a=1&b=2\">", "<br>", "&amp;", "<o:p>"}); break;
+                case 1: hexEscape(); break;
+                case 2: out_ += pick({"\\par ", "\\line ", "\\tab ", "\\cell ", "\\row ", "\\sect ", "\\par\r\n"}); break;
+                case 3: out_ += pick({"\\{", "\\}", "\\\\", "\\~", "\\_", "\\-", "\\\t", "\\|", "\\\r\n", "\\\n"}); break;
+                case 4:
+                    if (chance(25)) out_.push_back('\0');
+                    else out_ += pick({"\r\n", "\n", " "});
+                    break;
+                case 5: out_ += pick({"\xe9t\xe9", "\x82\xa0", "\xc4\xe3", "\xff", "\xc3\xa9"}); break;
+                case 6: out_ += pick({"\\emdash ", "\\bullet ", "\\rquote ", "\\zwj ", "\\lquote"}); break;
+                default: out_ += pick({"Hello", " world", "p.MsoNormal", " {margin:0cm;}", "x", " ", "mso-list:l0"}); break;
+            }
+        }
+    }
+
+    void unicode() {
+        if (chance(30)) out_ += "\\uc" + std::to_string(below(5) - 1);
+        static const int kUnits[] = {65, 233, 8364, 20320, -10179, -8704, 55357, 56832, 0, -1, 32767, -32768};
+        out_ += "\\u" + std::to_string(chance(90) ? kUnits[below(12)] : static_cast<int>(random_() % 200000) - 100000);
+        out_ += pick({"?", "\\'3f", " ?", "", "\\'82\\'a0", "??", "{x}", "\\par "});
+    }
+
+    void piece(int depth) {
+        switch (below(20)) {
+            case 0:
+            case 1:
+            case 2:
+                out_ += "{\\*\\htmltag" + std::to_string(below(256)) + " ";
+                text(1 + below(6));
+                out_ += "}";
+                break;
+            case 3:
+                out_ += "\\htmlrtf ";
+                if (chance(50)) out_ += "{";
+                text(below(4));
+                if (chance(30)) unicode();
+                out_ += pick({"\\htmlrtf0 ", "}\\htmlrtf0 ", "\\htmlrtf0", "\\htmlrtf1 "});
+                break;
+            case 4:
+            case 5:
+                text(1 + below(5));
+                break;
+            case 6:
+                unicode();
+                break;
+            case 7:
+                out_ += pick({"\\f0 ", "\\f1 ", "\\f2 ", "\\f3 ", "\\f-1 ", "\\plain ", "\\deff1 ", "\\ansicpg936 ",
+                              "\\ansi ", "\\pc ", "\\fs24 ", "\\b ", "\\v ", "\\ulnone "});
+                break;
+            case 8:
+                out_ += pick({"{\\*\\mhtmltag4 <img>}", "{\\*\\unknown a{b}\\'\\}c}", "{\\colortbl\\red1;}",
+                              "{\\pict\\bin4 }}{}}", "\\bin3 a}b", "{\\*\\pn{\\pntxtb\\'b7}}", "{\\info{\\title T}}",
+                              "\\*\\fldinst", "\\*\\zz", "\\*\\b x", "\\*\\htmltag", "\\bin", "\\bin-2 x",
+                              "\\bin99999999999 x"});
+                break;
+            case 9: {
+                out_ += "{\\field{\\*\\fldinst{HYPERLINK \"";
+                if (chance(10)) out_ += std::string(4090 + below(10), 'u');
+                text(below(3));
+                if (chance(30)) unicode();
+                if (chance(20)) out_ += pick({"x{\\fldrslt z}", "{\\fldrslt z}"});
+                out_ += "\"}}{\\fldrslt{";
+                text(1 + below(3));
+                out_ += "}}}";
+                break;
+            }
+            case 10:
+                if (depth < 4) {
+                    out_ += "{";
+                    for (int pieces = below(4); pieces > 0; --pieces) piece(depth + 1);
+                    if (chance(90)) out_ += "}";
+                }
+                break;
+            case 11:
+                out_ += pick({"{", "}", "}}", "{{"});
+                break;
+            case 12:
+                if (chance(10)) out_ += std::string(300, '{') + "x" + std::string(below(2) ? 300 : 10, '}');
+                break;
+            case 13:
+                out_ += "\\" + std::string(below(40) + 1, pick({"a", "q", "Z"})[0]) + pick({"", "12", "-3", "99999999999", " "});
+                break;
+            default:
+                out_ += "{\\*\\htmltag" + std::to_string(below(256)) + " ";
+                text(1 + below(3));
+                out_ += "}\\htmlrtf {\\htmlrtf0 ";
+                text(below(3));
+                out_ += "\\htmlrtf }\\htmlrtf0 ";
+                break;
+        }
+    }
+
+    std::mt19937 random_;
+    std::string out_;
+};
+
+std::string printable(std::string_view bytes) {
+    std::string shown;
+    for (unsigned char c : bytes) {
+        if (c >= 0x20 && c < 0x7F) shown += static_cast<char>(c);
+        else shown += "<" + std::to_string(c) + ">";
+    }
+    return shown;
+}
+
+// The one-pass extraction gives what the converter gives, on every document it takes.
+TEST(RTFReader, EncapsulatedHtmlPassMatchesConverter) {
+    constexpr int kDocuments = 4000;
+    int taken = 0, differing = 0;
+    for (int seed = 0; seed < kDocuments && differing < 5; ++seed) {
+        const std::string rtf = EncapsulatedDocument(static_cast<std::uint32_t>(seed)).make();
+        std::optional<std::string> fast = qh::RTFEncapsulatedHTML::extract(qh::asBytes(rtf));
+        if (!fast) continue;
+        ++taken;
+        std::optional<std::string> reference = qh::RTFConverter(qh::RTFConverter::Output::HTML).convert(qh::asBytes(rtf));
+        if (fast == reference) continue;
+        ++differing;
+        ADD_FAILURE() << "seed " << seed << "\nrtf:       " << printable(rtf) << "\nfast:      " << printable(*fast)
+                      << "\nreference: " << printable(reference.value_or("(none)"));
+    }
+    // Most documents open as mail clients write them; the rest are the converter's.
+    EXPECT_GT(taken, kDocuments * 8 / 10);
+}
+
+// Which documents the pass takes, and corners the random documents rarely reach.
+TEST(RTFReader, EncapsulatedHtmlPassTakesOnlyWhatItIsSureOf) {
+    const std::string longInstruction(qh::RTFConverter::kMaxFieldInstruction + 4, 'u');
+    const std::pair<std::string, bool> cases[] = {
+        // A high surrogate in a field instruction past its bound waits for the field's result.
+        {R"({\rtf1\fromhtml1 {\*\fldinst )" + longInstruction + R"(\u-10179?x{\fldrslt z}}})", true},
+        {R"({\rtf1\fromhtml1 a)" + std::string(300, '{') + "x" + std::string(300, '}') + "b}", true},
+        {R"({\rtf1\ansi\ansicpg1252\fromhtml1 \deff0{\fonttbl{\f0 A;}}{\*\htmltag0 <p>}})", true},
+        {" \r\n{\\rtf1\\fromhtml1 x}", true},
+        {R"({\rtf1\uc2\htmlrtf\fromhtml1 x})", true},
+        {R"({\rtf1\fromhtml0\fromhtml1 x})", true},
+        {R"({\rtf1\ansi x\fromhtml1 y})", false},         // text first
+        {R"({\rtf1{\fonttbl}\fromhtml1 y})", false},      // a group first
+        {R"({\rtf1\*\fromhtml1 y})", false},              // a symbol first
+        {R"({\rtf1\par\fromhtml1 y})", false},            // a paragraph first
+        {R"({\rtf1\ansi\deff0{\fonttbl{\f0 A;}}x})", false},  // ordinary RTF
+        {R"({\rtf1\fromhtml0 x})", false},
+        {"{\\rtf1\\fromhtml", true},
+        {"{\\rtf1\\fro", false},                       // cut before the word is whole
+        {"{\\rt", false},
+        {"", false},
+    };
+    for (const auto& [rtf, taken] : cases) {
+        std::optional<std::string> fast = qh::RTFEncapsulatedHTML::extract(qh::asBytes(rtf));
+        EXPECT_EQ(fast.has_value(), taken) << rtf.substr(0, 80);
+        if (fast) {
+            EXPECT_EQ(fast, qh::RTFConverter(qh::RTFConverter::Output::HTML).convert(qh::asBytes(rtf))) << rtf.substr(0, 80);
+        }
     }
 }
 

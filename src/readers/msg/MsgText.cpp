@@ -1,9 +1,9 @@
 #include "readers/msg/MsgText.h"
 
 #include <algorithm>
+#include <array>
 
-#include <unicode/utf8.h>
-
+#include "core/ByteWords.h"
 #include "core/TextEncoding.h"
 #include "readers/msg/Format.h"
 #include "util/CodePages.h"
@@ -131,22 +131,64 @@ std::optional<MsgPropertyAccess::PropertyValue> MsgText::fixed(std::uint32_t ele
     return MsgPropertyAccess::findFixedProperty(element, elementType, properties, headerSize);
 }
 
+namespace {
+
+// Bytes that may start a control character in UTF-8: C0 controls (tab, CR
+// and LF are kept), DEL, and 0xC2, the lead byte of the C1 controls.
+constexpr std::array<bool, 256> kMayStartControl = [] {
+    std::array<bool, 256> table{};
+    for (int c = 0; c < 0x20; ++c) table[c] = c != '\t' && c != '\r' && c != '\n';
+    table[0x7F] = table[0xC2] = true;
+    return table;
+}();
+
+// The length of the control character at `at` in valid UTF-8, 0 when there is none.
+std::size_t controlLength(std::string_view text, std::size_t at) {
+    const auto c = static_cast<std::uint8_t>(text[at]);
+    if (!kMayStartControl[c]) return 0;
+    if (c != 0xC2) return 1;
+    if (at + 1 >= text.size()) return 0;
+    const auto next = static_cast<std::uint8_t>(text[at + 1]);
+    return next >= 0x80 && next <= 0x9F ? 2 : 0;
+}
+
+// Where the first control character at or after `from` starts, npos when none.
+std::size_t findControl(std::string_view text, std::size_t from) {
+    std::size_t i = from;
+    // Eight bytes at a time past runs without a byte below 0x20, DEL or 0xC2.
+    while (text.size() - i >= 8) {
+        const std::uint64_t word = words::load(text.data() + i);
+        if (words::anyBelow(word, 0x20) || words::anyEqual(word, 0x7F) || words::anyEqual(word, 0xC2)) {
+            for (std::size_t end = i + 8; i < end; ++i)
+                if (controlLength(text, i)) return i;
+            continue;
+        }
+        i += 8;
+    }
+    for (; i < text.size(); ++i)
+        if (controlLength(text, i)) return i;
+    return std::string_view::npos;
+}
+
+}  // namespace
+
 std::string MsgText::keepWhole(std::string_view text) {
     std::size_t terminator = text.find('\0');
     if (terminator != std::string_view::npos) text = text.substr(0, terminator);
     const std::string sane = TextEncoding::sanitizeUTF8(text);
+    // Controls are rare: the text between them is copied in runs, and text
+    // without any is trimmed as it stands.
+    std::size_t control = findControl(sane, 0);
+    if (control == std::string_view::npos) return TextEncoding::trimWhitespaceAndNewlines(sane);
     std::string kept;
     kept.reserve(sane.size());
-    const auto* s = reinterpret_cast<const std::uint8_t*>(sane.data());
-    const auto length = static_cast<std::int32_t>(sane.size());
-    std::int32_t i = 0;
-    while (i < length) {
-        const std::int32_t start = i;
-        UChar32 c;
-        U8_NEXT_OR_FFFD(s, i, length, c);
-        const bool control = (c < 0x20 && c != '\t' && c != '\r' && c != '\n') || (c >= 0x7F && c <= 0x9F);
-        if (!control) kept.append(sane, std::size_t(start), std::size_t(i - start));
+    std::size_t runStart = 0;
+    while (control != std::string_view::npos) {
+        kept.append(sane, runStart, control - runStart);
+        runStart = control + controlLength(sane, control);
+        control = findControl(sane, runStart);
     }
+    kept.append(sane, runStart);
     return TextEncoding::trimWhitespaceAndNewlines(kept);
 }
 
