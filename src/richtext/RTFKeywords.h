@@ -4,7 +4,6 @@
 // does not hold is one the reader ignores (or skips, after \*).
 #include <cstddef>
 #include <cstdint>
-#include <cstring>
 #include <string_view>
 
 namespace qh::rtfwords {
@@ -41,8 +40,7 @@ public:
         for (std::size_t i = slotOf(key); slots_[i].used; i = (i + 1) & kMask) {
             const Slot& slot = slots_[i];
             if (slot.key.prefix != key.prefix || slot.key.length != key.length) continue;
-            if (key.length <= 8 || std::memcmp(slot.word.data() + 8, word.data() + 8, key.length - 8) == 0)
-                return &slot.entry;
+            if (key.length <= 8 || slot.word == word) return &slot.entry;
         }
         return nullptr;
     }
