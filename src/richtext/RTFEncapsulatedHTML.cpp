@@ -140,6 +140,13 @@ std::size_t lettersEnd(const std::uint8_t* data, std::size_t at, std::size_t siz
     return at;
 }
 
+// The first `n` bytes of eight, in memory order, for n below 8.
+constexpr std::array<std::uint64_t, 8> kPrefixMasks = [] {
+    std::array<std::uint64_t, 8> masks{};
+    for (std::size_t n = 0; n < 8; ++n) masks[n] = (std::uint64_t{1} << (8 * n)) - 1;
+    return masks;
+}();
+
 // The key of the `length` letters at `letters`, `available` bytes being readable there.
 rtfwords::WordKey keyOfLetters(const std::uint8_t* letters, std::size_t length, std::size_t available) {
     if constexpr (std::endian::native == std::endian::little) {
@@ -147,12 +154,77 @@ rtfwords::WordKey keyOfLetters(const std::uint8_t* letters, std::size_t length, 
             rtfwords::WordKey key;
             key.length = static_cast<std::uint32_t>(length);
             std::memcpy(&key.prefix, letters, 8);
-            if (length < 8) key.prefix &= (std::uint64_t{1} << (8 * length)) - 1;
+            if (length < 8) key.prefix &= kPrefixMasks[length];
             return key;
         }
     }
     return rtfwords::keyOf(std::string_view(reinterpret_cast<const char*>(letters), length));
 }
+
+// The HTML as it is written. Short pieces (most are: the text between two
+// tags) gather in a chunk, copied in with two sixteen-byte moves, and go to
+// the text a chunk at a time.
+class Output {
+public:
+    static constexpr std::size_t kShort = 32;
+
+    void reserve(std::size_t size) { text_.reserve(size); }
+    // Appends `count` bytes at `bytes`, after which `readable` bytes (at least `count`) may be read.
+    void append(const char* bytes, std::size_t count, std::size_t readable) {
+#if defined(__SSE2__)
+        if (count <= kShort && readable >= kShort) {
+            if (used_ > kChunk - kShort) flush();
+            char* target = chunk_ + used_;
+            _mm_storeu_si128(reinterpret_cast<__m128i*>(target),
+                             _mm_loadu_si128(reinterpret_cast<const __m128i*>(bytes)));
+            _mm_storeu_si128(reinterpret_cast<__m128i*>(target + 16),
+                             _mm_loadu_si128(reinterpret_cast<const __m128i*>(bytes + 16)));
+            used_ += count;
+            return;
+        }
+#endif
+        if (count <= 4) {
+            if (used_ > kChunk - 4) flush();
+            for (std::size_t i = 0; i < count; ++i) chunk_[used_ + i] = bytes[i];
+            used_ += count;
+            return;
+        }
+        text().append(bytes, count);
+    }
+    void append(std::string_view bytes) { append(bytes.data(), bytes.size(), bytes.size()); }
+    // The text so far, to append to directly.
+    std::string& text() {
+        flush();
+        return text_;
+    }
+
+private:
+    // Below the size from which glibc's memcpy moves bytes with string
+    // instructions, which valgrind counts a byte at a time.
+    static constexpr std::size_t kChunk = 2048;
+
+    void flush() {
+        text_.append(chunk_, used_);
+        used_ = 0;
+    }
+
+    std::string text_;
+    char chunk_[kChunk];  // written before it is read: no need to clear it
+    std::size_t used_ = 0;
+};
+
+// "{\*\htmltag" after its brace, and the key of \htmlrtf.
+constexpr std::string_view kTagGroup = "\\*\\htmltag";
+constexpr rtfwords::WordKey constantKey(std::string_view word) {
+    rtfwords::WordKey key;
+    key.length = static_cast<std::uint32_t>(word.size());
+    for (std::size_t i = 0; i < word.size() && i < 8; ++i) {
+        const unsigned shift = std::endian::native == std::endian::little ? 8 * i : 56 - 8 * i;
+        key.prefix |= std::uint64_t{static_cast<std::uint8_t>(word[i])} << shift;
+    }
+    return key;
+}
+constexpr rtfwords::WordKey kHtmlRtf = constantKey("htmlrtf");
 
 class Pass {
 public:
@@ -173,7 +245,8 @@ private:
     bool skipGroup();
 
     bool takeSkipped();
-    [[gnu::always_inline]] void textBytes(ByteView bytes, bool high);
+    // `readable`: how many bytes may be read from the start of `bytes` (at least its size).
+    [[gnu::always_inline]] void textBytes(ByteView bytes, bool high, std::size_t readable);
     void flushPending() {
         if (!pendingBytes_.empty()) decodePending();
     }
@@ -209,7 +282,7 @@ private:
     std::uint16_t pendingCodePage_ = 0;
     std::string decoded_;
 
-    std::string body_;
+    Output body_;
     std::size_t fieldInstruction_ = 0;  // bytes of the field instruction, which the HTML does not show
 };
 
@@ -231,7 +304,7 @@ std::optional<std::string> Pass::run() {
         pendingHighSurrogate_ = 0;
         emitCodePoint(0xFFFD);
     }
-    return std::move(body_);
+    return std::move(body_.text());
 }
 
 // The control words before \fromhtml1. Only those that change nothing but
@@ -299,7 +372,7 @@ void Pass::readBody() {
                 high = high && anyHighByte(bytes);
             }
             ignorableNext_ = false;
-            textBytes(bytes, high);
+            textBytes(bytes, high, size - static_cast<std::size_t>(bytes.data() - data));
             continue;
         }
         if (kind == kIgnored) {
@@ -310,6 +383,31 @@ void Pass::readBody() {
             ++at;
             skipCount_ = 0;
             flushPending();
+            if (size - at >= 16 && std::memcmp(data + at, kTagGroup.data(), kTagGroup.size()) == 0 &&
+                !isLetter(data[at + kTagGroup.size()]) && depth_ < kMaxGroupDepth && top().mode != Mode::FontTable) {
+                // A tag group, a third of the tokens of HTML mail: "{", "\*" and
+                // "\htmltag" in one step, with the same effect. (In a font
+                // table the word after \* makes the group one to skip.)
+                Group inner = top();
+                inner.mode = Mode::Body;
+                stack_[depth_++] = inner;
+                ignorableNext_ = false;
+                Word word;
+                at = readWord(at + 3, word);
+                // The tag itself and its closing brace, when nothing else is in the group.
+                bool high = false;
+                const std::size_t end = at < size ? textRunEnd(data, at, size, high) : at;
+                if (end < size && data[end] == '}') {
+                    if (end > at) {
+                        ignorableNext_ = false;
+                        textBytes(ByteView(data + at, end - at), high, size - at);
+                    }
+                    flushPending();
+                    groupClose();  // an inner group: never the document's
+                    at = end + 1;
+                }
+                continue;
+            }
             position_ = at;
             const bool open = groupOpen();
             at = position_;
@@ -335,6 +433,13 @@ void Pass::readBody() {
             flushPending();
             if (word.binary) {
                 ignorableNext_ = false;  // a \binN payload: no text
+                continue;
+            }
+            if (word.key.prefix == kHtmlRtf.prefix && word.key.length == kHtmlRtf.length &&
+                top().mode != Mode::FontTable) {
+                // \htmlrtf and \htmlrtf0, a third of the words: what controlWord does with them.
+                ignorableNext_ = false;
+                top().htmlrtf = !word.hasParameter || word.parameter != 0;
                 continue;
             }
             controlWord(word, keywords_.find(word.letters, word.key));
@@ -365,7 +470,7 @@ void Pass::readBody() {
             }
             const std::uint8_t byte = static_cast<std::uint8_t>(value);
             ignorableNext_ = false;
-            textBytes(ByteView(&byte, 1), byte >= 0x80);
+            textBytes(ByteView(&byte, 1), byte >= 0x80, 1);
             continue;
         }
         ++at;
@@ -411,6 +516,61 @@ bool Pass::takeSkipped() {
 inline std::size_t Pass::readWord(std::size_t at, Word& word) const {
     const std::uint8_t* const data = data_;
     const std::size_t size = size_;
+#if defined(__SSE2__)
+    if (size - at >= 16) {
+        // Most words, their number and blank included, lie in the sixteen
+        // bytes ahead: their letters and digits are told apart at once.
+        const __m128i bytes = _mm_loadu_si128(reinterpret_cast<const __m128i*>(data + at));
+        const __m128i zero = _mm_setzero_si128();
+        const __m128i folded = _mm_sub_epi8(_mm_or_si128(bytes, _mm_set1_epi8(0x20)), _mm_set1_epi8('a'));
+        const unsigned notLetter = static_cast<unsigned>(_mm_movemask_epi8(
+            _mm_or_si128(_mm_cmplt_epi8(folded, zero), _mm_cmpgt_epi8(folded, _mm_set1_epi8(25)))));
+        const __m128i digits = _mm_sub_epi8(bytes, _mm_set1_epi8('0'));
+        const unsigned notDigit = static_cast<unsigned>(_mm_movemask_epi8(
+                                      _mm_or_si128(_mm_cmplt_epi8(digits, zero), _mm_cmpgt_epi8(digits, _mm_set1_epi8(9))))) |
+                                  0xFFFF0000u;
+        if (notLetter) {
+            const unsigned length = static_cast<unsigned>(__builtin_ctz(notLetter));
+            unsigned position = length;
+            bool negative = false;
+            bool whole = true;
+            if (data[at + position] == '-' && position + 1 < 16 && !((notDigit >> (position + 1)) & 1)) {
+                negative = true;
+                ++position;
+            } else if (data[at + position] == '-' && position + 1 >= 16) {
+                whole = false;  // whether a digit follows lies past the sixteen bytes
+            }
+            const unsigned digitCount = static_cast<unsigned>(__builtin_ctz(notDigit >> position));
+            if (whole && position + digitCount < 16) {
+                word.letters = std::string_view(reinterpret_cast<const char*>(data) + at, length);
+                word.key.length = length;
+                word.key.prefix = static_cast<std::uint64_t>(_mm_cvtsi128_si64(bytes));
+                if constexpr (std::endian::native != std::endian::little) word.key = rtfwords::keyOf(word.letters);
+                else if (length < 8) word.key.prefix &= kPrefixMasks[length];
+                if (digitCount) {
+                    // At most fifteen digits: no overflow before the clamp.
+                    const std::uint8_t* first = data + at + position;
+                    std::int64_t value = 0;
+                    for (unsigned i = 0; i < digitCount; ++i) value = value * 10 + (first[i] - '0');
+                    constexpr std::int64_t kLimit = std::numeric_limits<std::int32_t>::max();
+                    if (value > kLimit) value = kLimit;
+                    word.hasParameter = true;
+                    word.parameter = static_cast<std::int32_t>(negative ? -value : value);
+                    position += digitCount;
+                }
+                if (data[at + position] == ' ') ++position;  // the delimiting blank belongs to the word
+                at += position;
+                if (word.hasParameter && length == 3 && word.letters == "bin") {
+                    std::size_t count = word.parameter > 0 ? static_cast<std::size_t>(word.parameter) : 0;
+                    if (!fits(at, count, size)) count = size - at;
+                    at += count;
+                    word.binary = true;
+                }
+                return at;
+            }
+        }
+    }
+#endif
     const std::size_t start = at;
     at = lettersEnd(data, at, size);
     const std::size_t length = std::min(at - start, kMaxControlWordLength);
@@ -477,11 +637,11 @@ std::uint16_t Pass::codePageOf(const Group& group) const {
     return ansiCodePage_;
 }
 
-inline void Pass::textBytes(ByteView bytes, bool high) {
+inline void Pass::textBytes(ByteView bytes, bool high, std::size_t readable) {
     const Group& group = top();
     if (group.mode == Mode::Body && !group.htmlrtf && !high && pendingBytes_.empty() && !pendingHighSurrogate_) {
         // Most of an HTML body: ASCII between tags, straight out.
-        body_.append(asText(bytes));
+        body_.append(reinterpret_cast<const char*>(bytes.data()), bytes.size(), readable);
         return;
     }
     if (!wants(group)) return;
@@ -511,7 +671,7 @@ inline void Pass::textBytes(ByteView bytes, bool high) {
 void Pass::decodePending() {
     const Group& group = top();
     if (group.mode == Mode::Body && wants(group)) {
-        codePages_.appendDecoded(asBytes(pendingBytes_), pendingCodePage_, body_);
+        codePages_.appendDecoded(asBytes(pendingBytes_), pendingCodePage_, body_.text());
     } else if (wants(group)) {
         // Decoded only to be counted: a field instruction is not shown.
         decoded_.clear();
@@ -630,7 +790,7 @@ void Pass::controlSymbol(std::uint8_t symbol) {
         case '\\':
         case '{':
         case '}':
-            textBytes(ByteView(&symbol, 1), false);
+            textBytes(ByteView(&symbol, 1), false, 1);
             flushPending();
             return;
         case '~':
