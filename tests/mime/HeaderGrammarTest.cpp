@@ -13,6 +13,7 @@
 #include "core/DateFormatting.h"
 #include <quillhaven/Value.h>
 #include "readers/mime/MIMEText.h"
+#include "util/Ascii.h"
 #include "util/MediaTypes.h"
 #include "util/MimeCharset.h"
 #include "util/Rfc2045.h"
@@ -250,6 +251,46 @@ TEST(Rfc2045, QuotedPrintable) {
     for (const Case& c : cases)
         EXPECT_EQ(asText(rfc2045::decodeQuotedPrintable(c.encoded)), std::string_view(c.decoded)) << c.encoded;
     EXPECT_EQ(std::string(asText(rfc2045::decodeQuotedPrintable("a\nb", "\r\n"))), "a\r\nb");
+
+    // The decoder works in one pass; the rules read line by line, as here:
+    // random texts of the characters that matter must decode the same.
+    auto byLines = [](std::string_view text, std::string_view lineBreak) {
+        std::string out;
+        std::size_t start = 0;
+        while (true) {
+            const std::size_t end = text.find('\n', start);
+            std::string_view line = text.substr(start, end == std::string_view::npos ? std::string_view::npos : end - start);
+            if (!line.empty() && line.back() == '\r') line.remove_suffix(1);
+            while (!line.empty() && (line.back() == ' ' || line.back() == '\t')) line.remove_suffix(1);
+            bool soft = false;
+            for (std::size_t i = 0; i < line.size(); ++i) {
+                const int high = i + 2 < line.size() ? ascii::hexValue(line[i + 1]) : -1;
+                const int low = i + 2 < line.size() ? ascii::hexValue(line[i + 2]) : -1;
+                if (line[i] == '=' && i + 1 == line.size()) {
+                    soft = true;
+                } else if (line[i] == '=' && high >= 0 && low >= 0) {
+                    out.push_back(static_cast<char>(high * 16 + low));
+                    i += 2;
+                } else {
+                    out.push_back(line[i]);
+                }
+            }
+            if (end == std::string_view::npos) break;
+            if (!soft) out.append(lineBreak);
+            start = end + 1;
+        }
+        return out;
+    };
+    std::mt19937 random(2045);
+    const char alphabet[] = {'=', '=', '=', '\n', '\r', ' ', '\t', 'A', 'f', '0', '9', 'g', 'x', '\xE4'};
+    for (int round = 0; round < 20000; ++round) {
+        std::string text(random() % 40, ' ');
+        for (char& c : text) c = alphabet[random() % sizeof alphabet];
+        for (std::string_view lineBreak : {"\n", "\r\n"}) {
+            ASSERT_EQ(asText(rfc2045::decodeQuotedPrintable(text, lineBreak)), byLines(text, lineBreak))
+                << testing::PrintToString(text);
+        }
+    }
 }
 
 TEST(MimeCharset, NeverGivesNothing) {
