@@ -19,13 +19,21 @@ CompoundDocumentIO::~CompoundDocumentIO() = default;
 
 void CompoundDocumentIO::initializeStream(CompoundDocument* owner, ByteView data) {
     initializeStreamBorrowing(owner, data);
-    ownData_.assign(data.begin(), data.end());
-    messageData = ownData_;
+    ownData_ = std::make_shared<const Bytes>(data.begin(), data.end());
+    messageData = *ownData_;
+}
+
+std::shared_ptr<const Bytes> CompoundDocumentIO::shareData() {
+    if (!ownData_ && messageData.data()) {
+        ownData_ = std::make_shared<const Bytes>(messageData.begin(), messageData.end());
+        messageData = *ownData_;
+    }
+    return ownData_;
 }
 
 void CompoundDocumentIO::initializeStreamBorrowing(CompoundDocument* owner, ByteView data) {
     compoundDocument = owner;
-    ownData_ = Bytes();
+    ownData_.reset();
     messageData = data;
     result = 0;
     opened = false;
@@ -145,7 +153,7 @@ void CompoundDocumentIO::deInitialize() {
     header.reset();
     compoundDocument = nullptr;
     messageData = ByteView();
-    ownData_ = Bytes();
+    ownData_.reset();
     smallSectorArray = {};
     bigSectorArray = {};
     bigSectorData = {};

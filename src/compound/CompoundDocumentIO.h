@@ -73,6 +73,13 @@ public:
     std::uint64_t bigSectorSize() const { return masterSectorAllocationTable->sectorSize(); }
     std::uint64_t smallSectorSize() const { return smallSectorAllocationTable->sectorSize(); }
     ByteView data() const { return messageData; }
+    // The file as a buffer that streams given out may share (views into it
+    // keep it alive): the document's own copy, made now from the caller's
+    // bytes when the document borrows them (a walk that reads every stream
+    // copies the file once instead of stream by stream). None before a load.
+    std::shared_ptr<const Bytes> shareData();
+    // The document's own copy of the file; none while it borrows the caller's bytes.
+    const std::shared_ptr<const Bytes>& ownData() const { return ownData_; }
 
     CompoundDocument* compoundDocument = nullptr;
     int result = 0;
@@ -85,7 +92,7 @@ public:
     std::unique_ptr<Header> header;
     std::unique_ptr<SectorAllocTable> masterSectorAllocationTable;
     std::unique_ptr<SectorAllocTable> smallSectorAllocationTable;
-    // The file: a view of ownData_, or of the caller's bytes when borrowed.
+    // The file: a view of *ownData_, or of the caller's bytes when borrowed.
     ByteView messageData;
 
 private:
@@ -95,7 +102,7 @@ private:
     Bytes readChain(const std::vector<std::uint32_t>& chain, std::size_t maxBytes, bool& ok) const;
     // Sectors the file can hold at the current sector size.
     std::uint64_t fileSectorCount() const;
-    Bytes ownData_;
+    std::shared_ptr<const Bytes> ownData_;
 };
 
 }  // namespace qh

@@ -2,10 +2,10 @@
 
 #include <algorithm>
 #include <cstring>
-#include <unordered_set>
 
 #include "compound/Format.h"
 #include "core/ByteCursor.h"
+#include "core/ByteWords.h"
 #include "util/TimeWangers.h"
 
 namespace qh {
@@ -15,6 +15,7 @@ namespace {
 // Strict UTF-8: no overlong forms, no surrogates, nothing above U+10FFFF.
 bool isValidUtf8(std::string_view text) {
     std::size_t i = 0;
+    while (i + 8 <= text.size() && !words::anyHigh(words::load(text.data() + i))) i += 8;
     while (i < text.size()) {
         const auto lead = static_cast<unsigned char>(text[i]);
         std::size_t length;
@@ -47,6 +48,11 @@ bool isValidUtf8(std::string_view text) {
 // Length in UTF-16 code units of valid UTF-8 text.
 std::size_t utf16Length(std::string_view text) {
     std::size_t units = 0;
+    // ASCII (most names) eight bytes at a time: a unit each.
+    while (text.size() >= 8 && !words::anyHigh(words::load(text.data()))) {
+        units += 8;
+        text.remove_prefix(8);
+    }
     for (char c : text) {
         const auto byte = static_cast<unsigned char>(c);
         if ((byte & 0xC0) != 0x80) ++units;
@@ -60,16 +66,19 @@ std::size_t utf16Length(std::string_view text) {
 std::string entryName(ByteView entry) {
     ByteCursor in(entry, cfb::kEntryNameLength);
     const std::size_t nameLength = std::min<std::size_t>(in.u16le(), cfb::kEntryNameCapacity);
-    std::string name;
-    for (std::size_t offset = 0; offset < nameLength; offset += 2) {
-        const std::uint8_t low = entry[cfb::kEntryName + offset];
+    const ByteView raw = ByteCursor(entry, cfb::kEntryName).upTo(nameLength);
+    // Built in place, then made a string once.
+    char name[cfb::kEntryNameCapacity];
+    std::size_t size = 0;
+    for (std::size_t offset = 0; offset < raw.size(); offset += 2) {
+        const std::uint8_t low = raw[offset];
         if (low == 0) break;
         if (low < 32) continue;
-        if (name.size() + 1 >= nameLength) break;
-        name.push_back(static_cast<char>(low));
+        if (size + 1 >= nameLength) break;
+        name[size++] = static_cast<char>(low);
     }
-    if (!isValidUtf8(name)) name.clear();
-    return name;
+    const std::string_view text(name, size);
+    return isValidUtf8(text) ? std::string(text) : std::string();
 }
 
 }  // namespace
@@ -109,6 +118,9 @@ bool DirectoryTree::loadEntries(ByteView buffer, std::size_t size) {
     }
     visitMarks_.assign(masterSectorAllocationTableArray.size(), 0);
     visitGeneration_ = 0;
+    nameUnits_.reserve(masterSectorAllocationTableArray.size());
+    for (const DirectoryEntry& record : masterSectorAllocationTableArray)
+        nameUnits_.push_back(static_cast<std::uint8_t>(utf16Length(record.name)));
     return !masterSectorAllocationTableArray.empty();
 }
 
@@ -118,6 +130,9 @@ const DirectoryEntry* DirectoryTree::entry(std::size_t index) const {
 
 void DirectoryTree::emptyAllocationTable() {
     childIndexes_.clear();
+    nameUnits_.clear();
+    indexMarks_.clear();
+    indexGeneration_ = 0;
     masterSectorAllocationTableArray.clear();
     binaryTree_.clear();
     visitMarks_.clear();
@@ -130,15 +145,30 @@ int DirectoryTree::compareDirectoryName(std::string_view a, std::string_view b) 
     return order < 0 ? -1 : (order > 0 ? 1 : 0);
 }
 
+std::size_t DirectoryTree::unitsOf(std::uint32_t index) const {
+    // Names are at most 31 units long; the table is the one loadEntries made.
+    return nameUnits_.size() == entryCount() ? nameUnits_[index]
+                                             : utf16Length(masterSectorAllocationTableArray[index].name);
+}
+
+int DirectoryTree::compareWithEntry(std::uint32_t index, std::string_view name, std::size_t units) const {
+    const std::string& own = masterSectorAllocationTableArray[index].name;
+    const std::size_t ownUnits = unitsOf(index);
+    if (ownUnits != units) return ownUnits < units ? -1 : 1;
+    const int order = std::string_view(own).compare(name);
+    return order < 0 ? -1 : (order > 0 ? 1 : 0);
+}
+
 std::uint32_t DirectoryTree::findSiblingInTree(std::uint32_t index, std::string_view name,
                                                std::uint32_t& closest) const {
     const std::size_t count = entryCount();
+    const std::size_t units = utf16Length(name);
     // A search path through a tree visits each entry at most once; a longer one
     // means the sibling links loop, and the name is not there.
     for (std::size_t steps = 0; steps <= count; ++steps) {
         const DirectoryEntry* record = entry(index);
         if (!record || !record->valid) return 0;
-        const int order = compareDirectoryName(record->name, name);
+        const int order = compareWithEntry(index, name, units);
         if (order == 0) return index;
         const std::uint32_t link = order < 0 ? record->next : record->prev;
         // Link 0 counts as no link here, so the root is never found as a sibling.
@@ -157,10 +187,19 @@ std::uint32_t DirectoryTree::findChildWithIndex(std::uint32_t parent, std::strin
     if (!record || !record->valid || record->child >= entryCount()) return 0;
     const ChildIndex& index = childIndex(parent);
     if (index.usable) {
-        auto found = index.byName.find(name);
-        if (found != index.byName.end()) return found->second;
+        const std::size_t units = utf16Length(name);
+        auto found = std::lower_bound(index.sorted.begin(), index.sorted.end(), name,
+                                      [&](std::uint32_t child, std::string_view wanted) {
+                                          return compareWithEntry(child, wanted, units) < 0;
+                                      });
+        if (found != index.sorted.end() && compareWithEntry(*found, name, units) == 0) return *found;
     }
     return findSiblingInTree(record->child, name, closest);
+}
+
+bool DirectoryTree::searchFindsEveryChild(std::uint32_t parent) const {
+    const DirectoryEntry* record = entry(parent);
+    return record && record->valid && record->child < entryCount() && childIndex(parent).usable;
 }
 
 const DirectoryTree::ChildIndex& DirectoryTree::childIndex(std::uint32_t parent) const {
@@ -169,11 +208,18 @@ const DirectoryTree::ChildIndex& DirectoryTree::childIndex(std::uint32_t parent)
     slot = std::make_unique<ChildIndex>();
     const std::size_t count = entryCount();
     const DirectoryEntry& record = masterSectorAllocationTableArray[parent];
+    if (indexMarks_.size() != count) {
+        indexMarks_.assign(count, 0);
+        indexGeneration_ = 0;
+    }
+    if (++indexGeneration_ == 0) {
+        std::fill(indexMarks_.begin(), indexMarks_.end(), 0);
+        indexGeneration_ = 1;
+    }
     // In-order walk of the sibling tree. The index is usable only when the
     // walk and the search cannot disagree: every entry valid, no link of 0,
     // no entry met twice, and names strictly ascending.
-    std::vector<std::uint32_t> inOrder;
-    std::unordered_set<std::uint32_t> seen;
+    std::vector<std::uint32_t>& inOrder = slot->sorted;
     struct Step {
         std::uint32_t index;
         bool emit;
@@ -189,23 +235,32 @@ const DirectoryTree::ChildIndex& DirectoryTree::childIndex(std::uint32_t parent)
             if (node.next != cfb::kNoStream) stack.push_back({node.next, false});
             continue;
         }
-        if (!node.valid || node.prev == 0 || node.next == 0 || !seen.insert(step.index).second) return *slot;
+        if (!node.valid || node.prev == 0 || node.next == 0 || indexMarks_[step.index] == indexGeneration_) {
+            inOrder = {};
+            return *slot;
+        }
+        indexMarks_[step.index] = indexGeneration_;
         stack.push_back({step.index, true});
         if (node.prev != cfb::kNoStream) stack.push_back({node.prev, false});
     }
     for (std::size_t k = 1; k < inOrder.size(); ++k) {
-        if (compareDirectoryName(masterSectorAllocationTableArray[inOrder[k - 1]].name,
-                                 masterSectorAllocationTableArray[inOrder[k]].name) >= 0)
+        if (compareWithEntry(inOrder[k - 1], masterSectorAllocationTableArray[inOrder[k]].name, unitsOf(inOrder[k])) >=
+            0) {
+            inOrder = {};
             return *slot;
+        }
     }
-    for (std::uint32_t child : inOrder) slot->byName.emplace(masterSectorAllocationTableArray[child].name, child);
     slot->usable = true;
     return *slot;
 }
 
 std::optional<std::uint32_t> DirectoryTree::findEntryIndex(std::string_view path) const {
     if (path.empty() || masterSectorAllocationTableArray.empty()) return std::nullopt;
-    std::uint32_t index = 0;
+    return findEntryIndexBelow(0, path);
+}
+
+std::optional<std::uint32_t> DirectoryTree::findEntryIndexBelow(std::uint32_t start, std::string_view path) const {
+    std::uint32_t index = start;
     std::size_t position = 0;
     while (position < path.size()) {
         std::size_t slash = path.find('/', position);

@@ -32,9 +32,19 @@ public:
     // when not found (then `closest` holds the last entry looked at).
     std::uint32_t findSiblingInTree(std::uint32_t index, std::string_view name, std::uint32_t& closest) const;
     std::uint32_t findChildWithIndex(std::uint32_t parent, std::string_view name, std::uint32_t& closest) const;
+    // Yes when the sibling tree of `parent` is a proper search tree (every
+    // entry valid, linked by no 0, met once, names strictly ascending): then
+    // looking up the name of any of children(parent) below `parent` finds
+    // that very child (the root excepted: a lookup that finds it answers
+    // "not found").
+    bool searchFindsEveryChild(std::uint32_t parent) const;
     const DirectoryEntry* findEntry(std::string_view path) const;
     // The index findEntry resolves `path` to.
     std::optional<std::uint32_t> findEntryIndex(std::string_view path) const;
+    // The same for `path` taken below the entry `start` (which an empty path,
+    // or one of slashes alone, resolves to): findEntryIndex(a + "/" + b) is
+    // findEntryIndexBelow(findEntryIndex(a), b) whenever a resolves.
+    std::optional<std::uint32_t> findEntryIndexBelow(std::uint32_t start, std::string_view path) const;
 
     std::uint32_t indexOf(const DirectoryEntry& record) const;
     std::uint32_t parent(std::uint32_t index);
@@ -48,16 +58,26 @@ public:
     std::vector<DirectoryEntry> masterSectorAllocationTableArray;
 
 private:
-    // The children of one storage by name, when its sibling tree is a proper
-    // search tree (so that the search would find exactly these); lookups then
-    // cost the same on a degenerate tree as on a balanced one.
+    // The children of one storage in name order, when its sibling tree is a
+    // proper search tree (so that the search would find exactly these);
+    // lookups then cost the same on a degenerate tree as on a balanced one.
     struct ChildIndex {
         bool usable = false;
-        std::unordered_map<std::string_view, std::uint32_t> byName;
+        std::vector<std::uint32_t> sorted;
     };
     const ChildIndex& childIndex(std::uint32_t parent) const;
+    // compareDirectoryName of entry `index`'s name and `name`, whose length
+    // in UTF-16 units is `units`.
+    int compareWithEntry(std::uint32_t index, std::string_view name, std::size_t units) const;
+    // The length of entry `index`'s name in UTF-16 units.
+    std::size_t unitsOf(std::uint32_t index) const;
 
     mutable std::unordered_map<std::uint32_t, std::unique_ptr<ChildIndex>> childIndexes_;
+    // The UTF-16 length of every entry's name, as loaded.
+    std::vector<std::uint8_t> nameUnits_;
+    // Visit marks of the index builder, as visitMarks_ are for the sibling walk.
+    mutable std::vector<std::uint32_t> indexMarks_;
+    mutable std::uint32_t indexGeneration_ = 0;
     DirectoryEntry thisEntry_;
     std::vector<std::uint32_t> binaryTree_;
     // Visit marks of the sibling walk: a mark equal to the current generation means visited.

@@ -31,8 +31,14 @@ void SectorAllocTable::allocationSetValue(std::uint32_t value, std::size_t index
 
 std::vector<std::uint32_t> SectorAllocTable::allocationFollow(std::uint64_t start) const {
     std::vector<std::uint32_t> chain;
+    allocationFollow(start, chain);
+    return chain;
+}
+
+void SectorAllocTable::allocationFollow(std::uint64_t start, std::vector<std::uint32_t>& chain) const {
+    chain.clear();
     const std::uint64_t count = allocationCount();
-    if (start >= count) return chain;
+    if (start >= count) return;
     const std::size_t limit = std::min(chainLimit_, cfb::kMaxChainSectors);
     std::uint64_t sector = start;
     // A looping chain repeats its sectors until the limit; readers stop at the
@@ -43,14 +49,17 @@ std::vector<std::uint32_t> SectorAllocTable::allocationFollow(std::uint64_t star
         chain.push_back(static_cast<std::uint32_t>(sector));
         sector = directoryArray[sector];
     }
-    return chain;
 }
 
 void SectorAllocTable::allocationLoad(ByteView buffer, std::size_t length) {
-    length = std::min(length, buffer.size());
-    allocationResize(length / 4);
-    ByteCursor in(buffer);
-    for (auto& entry : directoryArray) entry = in.u32le();
+    const ByteView words = ByteCursor(buffer).upTo(length);
+    allocationResize(words.size() / 4);
+    const std::uint8_t* word = words.data();
+    for (auto& entry : directoryArray) {
+        entry = std::uint32_t(word[0]) | std::uint32_t(word[1]) << 8 | std::uint32_t(word[2]) << 16 |
+                std::uint32_t(word[3]) << 24;
+        word += 4;
+    }
 }
 
 }  // namespace qh

@@ -22,6 +22,8 @@ public:
     void allocationSetValue(std::uint32_t value, std::size_t index);
     // The chain from `start`, in order; empty when `start` is not in the table.
     std::vector<std::uint32_t> allocationFollow(std::uint64_t start) const;
+    // The same into `chain` (refilled), for callers that follow many chains.
+    void allocationFollow(std::uint64_t start, std::vector<std::uint32_t>& chain) const;
     // Resizes to length / 4 entries and reads them as little-endian words.
     void allocationLoad(ByteView buffer, std::size_t length);
 

@@ -24,14 +24,9 @@ bool StreamHandler::initializeStreamHandler(CompoundDocumentIO* owner, const Dir
 
 bool StreamHandler::isSmall() const { return io && entry.size < io->header->threshold; }
 
-ByteView StreamHandler::sectorView(std::uint32_t sector, bool& beyondFile) const {
-    if (isSmall()) {
-        ByteView bytes = io->smallSectorBytes(sector);
-        beyondFile = bytes.empty();
-        return bytes;
-    }
-    auto bytes = io->sectorBytes(sector);
-    beyondFile = !bytes;
+ByteView StreamHandler::sectorView(const CompoundDocumentIO& io, bool small, std::uint32_t sector) {
+    if (small) return io.smallSectorBytes(sector);
+    auto bytes = io.sectorBytes(sector);
     return bytes ? *bytes : ByteView();
 }
 
@@ -42,8 +37,7 @@ std::size_t StreamHandler::readAtPosition(std::uint64_t position, std::uint8_t* 
     std::uint64_t offset = position % sectorSize;
     std::size_t copied = 0;
     while (copied < maxLength && index < sectorArray.size()) {
-        bool beyondFile = false;
-        ByteView bytes = sectorView(sectorArray[index], beyondFile);
+        ByteView bytes = sectorView(*io, isSmall(), sectorArray[index]);
         const ByteView piece = ByteCursor(bytes, static_cast<std::size_t>(offset)).upTo(maxLength - copied);
         if (piece.empty()) break;
         std::memcpy(data + copied, piece.data(), piece.size());
@@ -56,37 +50,51 @@ std::size_t StreamHandler::readAtPosition(std::uint64_t position, std::uint8_t* 
     return copied;
 }
 
-Bytes StreamHandler::readAll(bool exact) const {
-    Bytes out;
-    if (!io) return out;
-    const std::uint64_t sectorSize = isSmall() ? io->smallSectorSize() : io->bigSectorSize();
-    std::uint64_t limit = std::min<std::uint64_t>(sectorArray.size() * sectorSize, io->filesize);
-    if (exact) limit = std::min<std::uint64_t>(limit, entry.size);
-    out.reserve(limit);
-    // Sectors that follow each other in the file (most of a stream) are copied
-    // as one run.
+std::size_t StreamHandler::locate(const CompoundDocumentIO& io, bool small, std::span<const std::uint32_t> chain,
+                                  std::uint64_t size, bool exact, std::vector<ByteView>& runs) {
+    runs.clear();
+    const std::uint64_t sectorSize = small ? io.smallSectorSize() : io.bigSectorSize();
+    std::size_t total = 0;
     const std::uint8_t* runStart = nullptr;
     std::size_t runLength = 0;
-    auto flush = [&] {
-        if (runLength) out.insert(out.end(), runStart, runStart + runLength);
-        runLength = 0;
-    };
-    for (std::uint32_t sector : sectorArray) {
-        if (exact && out.size() + runLength >= entry.size) break;
-        bool beyondFile = false;
-        ByteView bytes = sectorView(sector, beyondFile);
+    for (std::uint32_t sector : chain) {
+        if (exact && total + runLength >= size) break;
+        const ByteView bytes = sectorView(io, small, sector);
+        // Sectors that follow each other in the file (most of a stream) make one run.
         if (runLength && bytes.data() == runStart + runLength) {
             runLength += bytes.size();
         } else {
-            flush();
+            if (runLength) runs.emplace_back(runStart, runLength);
+            total += runLength;
             runStart = bytes.data();
             runLength = bytes.size();
         }
         if (bytes.size() < sectorSize) break;
     }
-    flush();
-    if (exact && out.size() > entry.size) out.resize(entry.size);
+    if (runLength) runs.emplace_back(runStart, runLength);
+    total += runLength;
+    // Sectors are added only while the stream is not yet complete, so what
+    // passes its size lies in the last run.
+    if (exact && total > size) {
+        const std::size_t excess = total - static_cast<std::size_t>(size);
+        runs.back() = runs.back().first(runs.back().size() - excess);
+        total -= excess;
+    }
+    return total;
+}
+
+Bytes StreamHandler::join(std::span<const ByteView> runs, std::size_t total) {
+    Bytes out;
+    out.reserve(total);
+    for (ByteView run : runs) out.insert(out.end(), run.begin(), run.end());
     return out;
+}
+
+Bytes StreamHandler::readAll(bool exact) const {
+    if (!io) return {};
+    std::vector<ByteView> runs;
+    const std::size_t total = locate(*io, isSmall(), sectorArray, entry.size, exact, runs);
+    return join(runs, total);
 }
 
 std::size_t StreamHandler::read(std::uint8_t* data, std::size_t maxLength) {

@@ -1,6 +1,7 @@
 #pragma once
 // A reader of one stream: its sector chain, a read position and a small cache.
 #include <cstdint>
+#include <span>
 #include <string>
 #include <vector>
 
@@ -33,6 +34,16 @@ public:
     Bytes readAll(bool exact) const;
     bool isSmall() const;
 
+    // Where the stream with sector chain `chain` lies in the file: the runs of
+    // sectors that follow each other there, in order (`runs` is refilled). The
+    // bytes are those readAll gives: whole sectors up to the first one cut
+    // short by the end of the file (or of the small-sector container), cut at
+    // `size` when `exact`. Answers their total length.
+    static std::size_t locate(const CompoundDocumentIO& io, bool small, std::span<const std::uint32_t> chain,
+                              std::uint64_t size, bool exact, std::vector<ByteView>& runs);
+    // The runs one after another in one buffer, reserved once.
+    static Bytes join(std::span<const ByteView> runs, std::size_t total);
+
     std::vector<std::uint32_t> sectorArray;
     CompoundDocumentIO* io = nullptr;
     std::uint64_t memoryPosition = 0;
@@ -45,7 +56,7 @@ public:
     Bytes cacheData;
 
 private:
-    ByteView sectorView(std::uint32_t sector, bool& beyondFile) const;
+    static ByteView sectorView(const CompoundDocumentIO& io, bool small, std::uint32_t sector);
 };
 
 }  // namespace qh
