@@ -2,6 +2,7 @@
 // padding, the small/big threshold, paths, the walks and their kept quirks.
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <set>
 
 #include <quillhaven/Mole.h>
@@ -62,6 +63,89 @@ TEST(Mole, StreamsComeBackAsWholeSectors) {
         ASSERT_TRUE(exact);
         EXPECT_EQ(exact->view().size(), c.size);
         EXPECT_TRUE(std::equal(data.begin(), data.end(), exact->data()));
+    }
+}
+
+// Streams whose sectors follow each other in the file, and streams whose
+// sectors are interleaved with another stream's, read the same; so do the
+// streams of a borrowed file after the caller's bytes and the facade are gone.
+TEST(Mole, StreamLayoutsAndLifetimesGiveTheSameBytes) {
+    struct Case {
+        const char* what;
+        bool bigInterleaved;    // middle sectors of big1 and big2 swapped, chains relinked
+        bool smallInterleaved;  // the same for the small-sector chains of small1 and small2
+    } cases[] = {
+        {"each stream in one run", false, false},
+        {"big sectors interleaved", true, false},
+        {"small sectors interleaved", false, true},
+        {"both interleaved", true, true},
+    };
+    // "pad" puts small1 across a container sector boundary (8 small sectors per sector).
+    const CompoundFile base = CompoundWriter()
+                                  .addStream("pad", filled(6 * 64, 1))
+                                  .addStream("small1", filled(150, 2))
+                                  .addStream("small2", filled(150, 3))
+                                  .addStream("st/big1", filled(5000, 4))
+                                  .addStream("st/big2", filled(5000, 5))
+                                  .build();
+    const std::vector<std::string> paths{"small1", "small2", "st/big1", "st/big2"};
+    const std::vector<std::size_t> exactSizes{150, 150, 5000, 5000};
+    auto wholeSectors = [&](const qh::Bytes& bytes) {
+        std::vector<qh::Bytes> out;
+        auto mole = qh::Mole::initWithData(bytes);
+        for (const auto& path : paths) {
+            const std::optional<qh::Blob> stream = mole->getStream(path);
+            out.emplace_back(stream->view().begin(), stream->view().end());
+        }
+        return out;
+    };
+    const std::vector<qh::Bytes> expected = wholeSectors(base.bytes);
+    auto swapSectors = [](CompoundFile& f, std::size_t a, std::size_t b, std::size_t size) {
+        std::swap_ranges(f.bytes.begin() + a, f.bytes.begin() + a + size, f.bytes.begin() + b);
+    };
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.what);
+        CompoundFile file = base;
+        if (c.bigInterleaved) {
+            const std::uint32_t a = file.startSector("st/big1"), b = file.startSector("st/big2");
+            swapSectors(file, file.sectorOffset(a + 1), file.sectorOffset(b + 1), 512);
+            file.setFat(a, b + 1), file.setFat(b + 1, a + 2), file.setFat(b, a + 1), file.setFat(a + 1, b + 2);
+        }
+        if (c.smallInterleaved) {
+            const std::uint32_t a = file.startSector("small1"), b = file.startSector("small2");
+            const std::size_t container = file.sectorOffset(file.entryField("", 116));
+            swapSectors(file, container + (a + 1) * 64, container + (b + 1) * 64, 64);
+            file.setMiniFat(a, b + 1), file.setMiniFat(b + 1, a + 2), file.setMiniFat(b, a + 1),
+                file.setMiniFat(a + 1, b + 2);
+        }
+        EXPECT_EQ(wholeSectors(file.bytes), expected);
+        // Borrowed bytes: every value must outlive them and the facade.
+        std::vector<std::optional<qh::Blob>> streams;
+        qh::Dict whole, exact;
+        {
+            qh::Bytes borrowed = file.bytes;
+            auto mole = qh::Mole::initBorrowingData(borrowed);
+            for (const auto& path : paths) streams.push_back(mole->getStream(path));
+            whole = mole->getOLEDictionary();
+            exact = mole->getOLEDictionary(true);
+            std::fill(borrowed.begin(), borrowed.end(), 0xEE);
+        }
+        for (std::size_t k = 0; k < paths.size(); ++k) {
+            SCOPED_TRACE(paths[k]);
+            const qh::Bytes& want = expected[k];
+            const qh::Dict* in = k < 2 ? &whole : whole.findDict("st");
+            const qh::Dict* inExact = k < 2 ? &exact : exact.findDict("st");
+            const std::string name = k < 2 ? paths[k] : paths[k].substr(3);
+            ASSERT_TRUE(streams[k] && in && inExact);
+            EXPECT_TRUE(std::equal(want.begin(), want.end(), streams[k]->view().begin(), streams[k]->view().end()));
+            const qh::Blob* fromWalk = in->findBytes(name);
+            ASSERT_TRUE(fromWalk);
+            EXPECT_TRUE(std::equal(want.begin(), want.end(), fromWalk->view().begin(), fromWalk->view().end()));
+            const qh::Blob* cut = inExact->findBytes(name);
+            ASSERT_TRUE(cut);
+            EXPECT_EQ(cut->view().size(), exactSizes[k]);
+            EXPECT_TRUE(std::equal(cut->view().begin(), cut->view().end(), want.begin()));
+        }
     }
 }
 
