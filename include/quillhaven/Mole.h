@@ -33,6 +33,10 @@ public:
     // The same without copying the bytes, for a caller that is done with the
     // facade before `data` goes away (streams read from it are copies).
     static std::unique_ptr<Mole> initBorrowingData(ByteView data);
+    // The same without any copy, for a caller whose bytes are shared: streams
+    // whose sectors follow each other in the file come back as views that
+    // share `data` (it must not change while any of them lives).
+    static std::unique_ptr<Mole> initSharingData(std::shared_ptr<const Bytes> data);
     // A facade with an empty, unopened document.
     static std::unique_ptr<Mole> initialize();
 

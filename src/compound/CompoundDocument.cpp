@@ -17,6 +17,11 @@ void CompoundDocument::initializeBorrowingData(ByteView data) {
     io_->initializeStreamBorrowing(this, data);
 }
 
+void CompoundDocument::initializeSharingData(std::shared_ptr<const Bytes> data) {
+    io_ = std::make_unique<CompoundDocumentIO>();
+    io_->initializeStreamSharing(this, std::move(data));
+}
+
 bool CompoundDocument::open() { return io_ && io_->open(); }
 
 int CompoundDocument::result() const { return io_ ? io_->result : CompoundDocumentIO::kUnreadable; }

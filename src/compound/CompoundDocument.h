@@ -21,6 +21,8 @@ public:
     void initializeWithData(ByteView data);
     // The same without a copy: `data` must outlive the document.
     void initializeBorrowingData(ByteView data);
+    // The same, sharing `data` with the streams given out.
+    void initializeSharingData(std::shared_ptr<const Bytes> data);
     bool open();
     // The load status (0 loaded, 1 unreadable, 2 bad signature, 3 invalid).
     int result() const;

@@ -23,6 +23,11 @@ void CompoundDocumentIO::initializeStream(CompoundDocument* owner, ByteView data
     messageData = *ownData_;
 }
 
+void CompoundDocumentIO::initializeStreamSharing(CompoundDocument* owner, std::shared_ptr<const Bytes> data) {
+    initializeStreamBorrowing(owner, data ? ByteView(*data) : ByteView());
+    ownData_ = std::move(data);
+}
+
 std::shared_ptr<const Bytes> CompoundDocumentIO::shareData() {
     if (!ownData_ && messageData.data()) {
         ownData_ = std::make_shared<const Bytes>(messageData.begin(), messageData.end());

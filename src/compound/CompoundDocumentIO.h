@@ -36,6 +36,8 @@ public:
     // The same without a copy: the caller keeps `data` alive and unchanged
     // while the document is open (a reader that is done before it returns).
     void initializeStreamBorrowing(CompoundDocument* owner, ByteView data);
+    // The same without a copy, keeping a share of `data` (which must not change).
+    void initializeStreamSharing(CompoundDocument* owner, std::shared_ptr<const Bytes> data);
     // Loads the document. Yes when it loaded, and also when a step after the
     // header check failed (`result` 3 then); a bad signature or an invalid
     // header answers no. Callers that need a usable document test `result`.

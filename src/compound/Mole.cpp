@@ -218,6 +218,13 @@ std::unique_ptr<Mole> Mole::initBorrowingData(ByteView data) {
     return opened(std::move(mole));
 }
 
+std::unique_ptr<Mole> Mole::initSharingData(std::shared_ptr<const Bytes> data) {
+    auto mole = std::make_unique<Mole>();
+    mole->compoundDocument_ = std::make_unique<CompoundDocument>();
+    mole->compoundDocument_->initializeSharingData(std::move(data));
+    return opened(std::move(mole));
+}
+
 std::unique_ptr<Mole> Mole::initialize() {
     auto mole = std::make_unique<Mole>();
     mole->compoundDocument_ = std::make_unique<CompoundDocument>();

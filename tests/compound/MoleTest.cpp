@@ -68,7 +68,8 @@ TEST(Mole, StreamsComeBackAsWholeSectors) {
 
 // Streams whose sectors follow each other in the file, and streams whose
 // sectors are interleaved with another stream's, read the same; so do the
-// streams of a borrowed file after the caller's bytes and the facade are gone.
+// streams of a borrowed file after the caller's bytes and the facade are gone,
+// and those of a shared file, which are views of it where they can be.
 TEST(Mole, StreamLayoutsAndLifetimesGiveTheSameBytes) {
     struct Case {
         const char* what;
@@ -119,6 +120,20 @@ TEST(Mole, StreamLayoutsAndLifetimesGiveTheSameBytes) {
                 file.setMiniFat(a + 1, b + 2);
         }
         EXPECT_EQ(wholeSectors(file.bytes), expected);
+        // Shared bytes: a stream in one run is a view of them, the others are copies.
+        auto shared = std::make_shared<const qh::Bytes>(file.bytes);
+        auto sharing = qh::Mole::initSharingData(shared);
+        const qh::Dict walked = sharing->getOLEDictionary();
+        sharing.reset();
+        for (std::size_t k = 0; k < paths.size(); ++k) {
+            const bool interleaved = k < 2 ? c.smallInterleaved : c.bigInterleaved;
+            const qh::Dict* in = k < 2 ? &walked : walked.findDict("st");
+            const qh::Blob* blob = in ? in->findBytes(k < 2 ? paths[k] : paths[k].substr(3)) : nullptr;
+            ASSERT_TRUE(blob);
+            EXPECT_TRUE(std::equal(blob->view().begin(), blob->view().end(), expected[k].begin(), expected[k].end()));
+            const bool view = blob->data() >= shared->data() && blob->data() < shared->data() + shared->size();
+            EXPECT_NE(view, interleaved) << paths[k];
+        }
         // Borrowed bytes: every value must outlive them and the facade.
         std::vector<std::optional<qh::Blob>> streams;
         qh::Dict whole, exact;
