@@ -49,42 +49,75 @@ bool haveAvx2() {
     return have;
 }
 
-// Decodes 32-character blocks of alphabet characters from `in` while whole
-// blocks are left and every character of one is in the alphabet; writes 24
-// bytes per block to `out` (exactly those) and returns the characters used.
-__attribute__((target("avx2"))) std::size_t decodeBlocksAvx2(const std::uint8_t* in, std::size_t length,
-                                                              std::uint8_t* out) {
-    const __m256i lutLow = _mm256_setr_epi8(0x15, 0x11, 0x11, 0x11, 0x11, 0x11, 0x11, 0x11, 0x11, 0x11, 0x13, 0x1A,
-                                            0x1B, 0x1B, 0x1B, 0x1A, 0x15, 0x11, 0x11, 0x11, 0x11, 0x11, 0x11, 0x11,
-                                            0x11, 0x11, 0x13, 0x1A, 0x1B, 0x1B, 0x1B, 0x1A);
-    const __m256i lutHigh = _mm256_setr_epi8(0x10, 0x10, 0x01, 0x02, 0x04, 0x08, 0x04, 0x08, 0x10, 0x10, 0x10, 0x10,
-                                             0x10, 0x10, 0x10, 0x10, 0x10, 0x10, 0x01, 0x02, 0x04, 0x08, 0x04, 0x08,
-                                             0x10, 0x10, 0x10, 0x10, 0x10, 0x10, 0x10, 0x10);
+// 24 bytes of the 32 alphabet characters at `from`, written to `to`.
+__attribute__((target("avx2"))) inline void decodeBlockAvx2(const std::uint8_t* from, std::uint8_t* to) {
     const __m256i lutRoll = _mm256_setr_epi8(0, 16, 19, 4, -65, -65, -71, -71, 0, 0, 0, 0, 0, 0, 0, 0, 0, 16, 19, 4,
                                              -65, -65, -71, -71, 0, 0, 0, 0, 0, 0, 0, 0);
     const __m256i mask2F = _mm256_set1_epi8(0x2F);
     const __m256i pack = _mm256_setr_epi8(2, 1, 0, 6, 5, 4, 10, 9, 8, 14, 13, 12, -1, -1, -1, -1, 2, 1, 0, 6, 5, 4, 10,
                                           9, 8, 14, 13, 12, -1, -1, -1, -1);
     const __m256i lanes = _mm256_setr_epi32(0, 1, 2, 4, 5, 6, 7, 7);
+    __m256i text = _mm256_loadu_si256(reinterpret_cast<const __m256i*>(from));
+    const __m256i highNibbles = _mm256_and_si256(_mm256_srli_epi32(text, 4), mask2F);
+    const __m256i isSlash = _mm256_cmpeq_epi8(text, mask2F);
+    const __m256i roll = _mm256_shuffle_epi8(lutRoll, _mm256_add_epi8(isSlash, highNibbles));
+    text = _mm256_add_epi8(text, roll);  // the 6-bit values
+    const __m256i pairs = _mm256_maddubs_epi16(text, _mm256_set1_epi32(0x01400140));
+    __m256i groups = _mm256_madd_epi16(pairs, _mm256_set1_epi32(0x00011000));
+    groups = _mm256_permutevar8x32_epi32(_mm256_shuffle_epi8(groups, pack), lanes);
+    _mm_storeu_si128(reinterpret_cast<__m128i*>(to), _mm256_castsi256_si128(groups));
+    _mm_storel_epi64(reinterpret_cast<__m128i*>(to + 16), _mm256_extracti128_si256(groups, 1));
+}
+
+// Decodes 32-character blocks of alphabet characters from `in` while whole
+// blocks are left; writes 24 bytes per block to `out` and sets `written` to
+// the bytes written; returns the characters used. Encoded lines (76
+// characters, then LF or CR LF) are taken whole: where a block meets the line
+// break after whole groups, the block that ends there is decoded once more
+// over characters already decoded (the same bytes come out again), and the
+// line break is stepped over, as the character-wise decoder skips it.
+__attribute__((target("avx2"))) std::size_t decodeBlocksAvx2(const std::uint8_t* in, std::size_t length,
+                                                              std::uint8_t* out, std::size_t& written) {
+    const __m256i lutLow = _mm256_setr_epi8(0x15, 0x11, 0x11, 0x11, 0x11, 0x11, 0x11, 0x11, 0x11, 0x11, 0x13, 0x1A,
+                                            0x1B, 0x1B, 0x1B, 0x1A, 0x15, 0x11, 0x11, 0x11, 0x11, 0x11, 0x11, 0x11,
+                                            0x11, 0x11, 0x13, 0x1A, 0x1B, 0x1B, 0x1B, 0x1A);
+    const __m256i lutHigh = _mm256_setr_epi8(0x10, 0x10, 0x01, 0x02, 0x04, 0x08, 0x04, 0x08, 0x10, 0x10, 0x10, 0x10,
+                                             0x10, 0x10, 0x10, 0x10, 0x10, 0x10, 0x01, 0x02, 0x04, 0x08, 0x04, 0x08,
+                                             0x10, 0x10, 0x10, 0x10, 0x10, 0x10, 0x10, 0x10);
+    const __m256i mask2F = _mm256_set1_epi8(0x2F);
     std::size_t used = 0;
+    std::size_t run = 0;  // alphabet characters decoded just before `used`, none skipped between
+    std::uint8_t* to = out;
     while (length - used >= 32) {
-        __m256i text = _mm256_loadu_si256(reinterpret_cast<const __m256i*>(in + used));
+        const __m256i text = _mm256_loadu_si256(reinterpret_cast<const __m256i*>(in + used));
         const __m256i highNibbles = _mm256_and_si256(_mm256_srli_epi32(text, 4), mask2F);
-        const __m256i lowNibbles = _mm256_and_si256(text, mask2F);
         const __m256i high = _mm256_shuffle_epi8(lutHigh, highNibbles);
-        const __m256i low = _mm256_shuffle_epi8(lutLow, lowNibbles);
-        if (!_mm256_testz_si256(low, high)) break;  // a byte outside the alphabet
-        const __m256i isSlash = _mm256_cmpeq_epi8(text, mask2F);
-        const __m256i roll = _mm256_shuffle_epi8(lutRoll, _mm256_add_epi8(isSlash, highNibbles));
-        text = _mm256_add_epi8(text, roll);  // the 6-bit values
-        const __m256i pairs = _mm256_maddubs_epi16(text, _mm256_set1_epi32(0x01400140));
-        __m256i groups = _mm256_madd_epi16(pairs, _mm256_set1_epi32(0x00011000));
-        groups = _mm256_permutevar8x32_epi32(_mm256_shuffle_epi8(groups, pack), lanes);
-        _mm_storeu_si128(reinterpret_cast<__m128i*>(out), _mm256_castsi256_si128(groups));
-        _mm_storel_epi64(reinterpret_cast<__m128i*>(out + 16), _mm256_extracti128_si256(groups, 1));
-        used += 32;
-        out += 24;
+        const __m256i low = _mm256_shuffle_epi8(lutLow, _mm256_and_si256(text, mask2F));
+        if (_mm256_testz_si256(low, high)) {
+            decodeBlockAvx2(in + used, to);
+            used += 32;
+            to += 24;
+            run += 32;
+            continue;
+        }
+        // A byte outside the alphabet, `alphabet` characters into the block.
+        const unsigned valid = static_cast<unsigned>(
+            _mm256_movemask_epi8(_mm256_cmpeq_epi8(_mm256_and_si256(low, high), _mm256_setzero_si256())));
+        const std::size_t alphabet = static_cast<std::size_t>(__builtin_ctz(~valid));
+        if (alphabet % 4 != 0 || run + alphabet < 32) break;
+        decodeBlockAvx2(in + used + alphabet - 32, to - (32 - alphabet) / 4 * 3);
+        used += alphabet;
+        to += alphabet / 4 * 3;
+        if (in[used] == '\n') {
+            used += 1;
+        } else if (in[used] == '\r' && used + 1 < length && in[used + 1] == '\n') {
+            used += 2;
+        } else {
+            break;
+        }
+        run = 0;
     }
+    written = static_cast<std::size_t>(to - out);
     return used;
 }
 
@@ -191,9 +224,9 @@ Bytes Base64::decode(ByteView text) {
         if (collected == 0) {
 #if QH_BASE64_AVX2
             if (length - i >= 32 && haveAvx2()) {
-                const std::size_t used = decodeBlocksAvx2(bytes + i, length - i, to);
-                i += used;
-                to += used / 4 * 3;
+                std::size_t written = 0;
+                i += decodeBlocksAvx2(bytes + i, length - i, to, written);
+                to += written;
             }
 #endif
             // Whole groups of four alphabet characters, the bulk of any line,

@@ -156,8 +156,14 @@ TEST(Base64, BlocksMatchTheDefinition) {
             noisy += c;
             if (random() % 40 == 0) noisy += "\r\n= !\xC3"[random() % 7];
         }
+        // In lines as mail carries it: 76 characters or any other length, LF or CR LF.
+        std::string lined;
+        const std::size_t lineLength = round % 3 ? 76 : 1 + random() % 100;
+        const char* lineBreak = round % 2 ? "\n" : "\r\n";
+        for (std::size_t i = 0; i < text.size(); i += lineLength) lined += text.substr(i, lineLength) + lineBreak;
         ASSERT_EQ(NewBase64Encode(input, false), text) << round;
         ASSERT_EQ(NewBase64Decode(asBytes(noisy)), input) << noisy;
+        ASSERT_EQ(NewBase64Decode(asBytes(lined)), input) << lined;
     }
 }
 
