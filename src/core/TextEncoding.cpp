@@ -36,25 +36,6 @@ std::size_t asciiPrefix(const std::uint8_t* s, std::size_t length) {
     return i;
 }
 
-bool isValidUTF8(std::string_view text) {
-    const auto* s = reinterpret_cast<const std::uint8_t*>(text.data());
-    const auto length = static_cast<std::int32_t>(text.size());
-    std::int32_t i = 0;
-    while (i < length) {
-        // ASCII runs are the common case; skip them eight bytes at a time.
-        while (i + 8 <= length && !words::anyHigh(words::load(s + i))) i += 8;
-        if (i >= length) break;
-        if (s[i] < 0x80) {
-            ++i;
-            continue;
-        }
-        UChar32 c;
-        U8_NEXT(s, i, length, c);
-        if (c < 0) return false;
-    }
-    return true;
-}
-
 // A single-byte code page as two tables built once from ICU's converter.
 struct SingleByteTable {
     std::array<std::int32_t, 256> toUnicode{};
@@ -253,11 +234,40 @@ bool TextEncoding::isSupported(StringEncoding encoding) {
     return false;
 }
 
+bool TextEncoding::isValidUTF8(std::string_view text) {
+    const auto* s = reinterpret_cast<const std::uint8_t*>(text.data());
+    const std::size_t length = text.size();
+    std::size_t i = 0;
+    while (i < length) {
+        // ASCII runs are the common case; skip them eight bytes at a time.
+        i += asciiPrefix(s + i, length - i);
+        // Then the multi-byte sequences that follow each other: two- and
+        // three-byte ones (most of the world's text) checked inline.
+        while (i < length && s[i] >= 0x80) {
+            const std::uint8_t lead = s[i];
+            if (lead >= 0xC2 && lead <= 0xDF) {
+                if (length - i < 2 || (s[i + 1] & 0xC0) != 0x80) return false;
+                i += 2;
+            } else if (lead >= 0xE0 && lead <= 0xEF) {
+                const std::uint8_t low = lead == 0xE0 ? 0xA0 : 0x80, high = lead == 0xED ? 0x9F : 0xBF;
+                if (length - i < 3 || s[i + 1] < low || s[i + 1] > high || (s[i + 2] & 0xC0) != 0x80) return false;
+                i += 3;
+            } else {
+                UChar32 c;
+                auto at = static_cast<std::int64_t>(i);
+                U8_NEXT(s, at, static_cast<std::int64_t>(length), c);
+                if (c < 0) return false;
+                i = static_cast<std::size_t>(at);
+            }
+        }
+    }
+    return true;
+}
+
 std::optional<std::string> TextEncoding::decode(ByteView bytes, StringEncoding encoding) {
     switch (encoding) {
         case StringEncoding::ASCII:
-            for (std::uint8_t b : bytes)
-                if (b > 0x7F) return std::nullopt;
+            if (asciiPrefix(bytes.data(), bytes.size()) != bytes.size()) return std::nullopt;
             return std::string(asText(bytes));
         case StringEncoding::UTF8:
             if (!isValidUTF8(asText(bytes))) return std::nullopt;

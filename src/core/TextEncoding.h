@@ -52,6 +52,9 @@ public:
 
     // Invalid UTF-8 sequences replaced by U+FFFD.
     static std::string sanitizeUTF8(std::string_view text);
+    // Whether `text` is well-formed UTF-8 (no overlong forms, surrogates or
+    // code points above U+10FFFF).
+    static bool isValidUTF8(std::string_view text);
     // UTF-8 <-> UTF-16 (invalid UTF-8 becomes U+FFFD; unpaired surrogates likewise).
     static std::u16string toUTF16(std::string_view text);
     static std::string fromUTF16(std::u16string_view text);

@@ -38,21 +38,7 @@ std::optional<std::string> decodeSubstituting(ByteView bytes, const std::string&
 
 }  // namespace
 
-bool MimeCharset::isValidUTF8(std::string_view text) {
-    const auto* bytes = reinterpret_cast<const std::uint8_t*>(text.data());
-    const std::int64_t size = static_cast<std::int64_t>(text.size());
-    std::int64_t i = 0;
-    while (i < size) {
-        if (bytes[i] < 0x80) {
-            ++i;
-            continue;
-        }
-        UChar32 c;
-        U8_NEXT(bytes, i, size, c);
-        if (c < 0) return false;
-    }
-    return true;
-}
+bool MimeCharset::isValidUTF8(std::string_view text) { return TextEncoding::isValidUTF8(text); }
 
 std::string MimeCharset::decodeWindows1252(ByteView bytes) {
     static const char16_t kHigh[32] = {

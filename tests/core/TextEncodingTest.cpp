@@ -2,6 +2,10 @@
 #include "core/TextEncoding.h"
 
 #include <gtest/gtest.h>
+#include <unicode/utf8.h>
+
+#include <random>
+#include <string>
 
 using namespace qh;
 
@@ -97,3 +101,42 @@ TEST(TextEncoding, UnicodeServices) {
     EXPECT_EQ(TextEncoding::fromUTF16(u"\xD800x"), "\xEF\xBF\xBDx");
     EXPECT_EQ(TextEncoding::sanitizeUTF8("a\xFF" "b"), "a\xEF\xBF\xBD" "b");
 }
+
+TEST(TextEncoding, ValidUtf8AsIcuReadsIt) {
+    // Random byte strings built from pieces of UTF-8 (lead bytes at and
+    // around the edges of their ranges, continuation bytes, ASCII): the
+    // validity check must agree with ICU's reading of every sequence.
+    auto icuValid = [](const std::string& text) {
+        const auto* s = reinterpret_cast<const std::uint8_t*>(text.data());
+        std::int32_t i = 0;
+        const auto length = static_cast<std::int32_t>(text.size());
+        while (i < length) {
+            UChar32 c;
+            U8_NEXT(s, i, length, c);
+            if (c < 0) return false;
+        }
+        return true;
+    };
+    const std::uint8_t pieces[] = {'a', ' ', 0x7F, 0x80, 0x8F, 0x90, 0x9F, 0xA0, 0xBF, 0xC0, 0xC1, 0xC2, 0xDF,
+                                   0xE0, 0xE1, 0xEC, 0xED, 0xEE, 0xEF, 0xF0, 0xF3, 0xF4, 0xF5, 0xFF};
+    std::mt19937 random(8);
+    int valid = 0;
+    for (int round = 0; round < 200000; ++round) {
+        std::string text;
+        const int length = static_cast<int>(random() % 12);
+        for (int k = 0; k < length; ++k) {
+            // Mostly well-formed three-byte sequences, so that valid texts occur.
+            if (random() % 3 == 0) {
+                text += "\xE5\x90\x8D";
+            } else {
+                text.push_back(static_cast<char>(pieces[random() % sizeof pieces]));
+            }
+        }
+        if (round % 7 == 0) text = std::string(random() % 20, 'x') + text;
+        const bool expected = icuValid(text);
+        valid += expected;
+        ASSERT_EQ(TextEncoding::isValidUTF8(text), expected) << testing::PrintToString(text);
+    }
+    EXPECT_GT(valid, 10000);
+}
+
