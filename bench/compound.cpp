@@ -8,6 +8,7 @@
 #include <filesystem>
 #include <fstream>
 #include <iterator>
+#include <memory>
 #include <vector>
 
 #include <quillhaven/Mole.h>
@@ -52,6 +53,26 @@ void BM_OpenAndDictionary(benchmark::State& state) { runOverCorpus(state, false)
 void BM_OpenAndExactDictionary(benchmark::State& state) { runOverCorpus(state, true); }
 void BM_BorrowAndDictionary(benchmark::State& state) { runOverCorpus(state, false, true); }
 
+// Shared bytes: no copy of the file, streams in one run are views of it.
+void BM_ShareAndDictionary(benchmark::State& state) {
+    if (corpus().empty()) {
+        state.SkipWithError("no corpus");
+        return;
+    }
+    std::vector<std::shared_ptr<const qh::Bytes>> files;
+    for (const auto& file : corpus()) files.push_back(std::make_shared<const qh::Bytes>(file));
+    for (auto _ : state) {
+        for (const auto& file : files) {
+            auto mole = qh::Mole::initSharingData(file);
+            if (!mole) continue;
+            qh::Dict dict = mole->getOLEDictionary(false);
+            benchmark::DoNotOptimize(dict.size());
+            mole->deInitialize();
+        }
+    }
+    state.SetBytesProcessed(static_cast<std::int64_t>(state.iterations() * corpusBytes()));
+}
+
 // What the preview does first: open, then one stream by path.
 void BM_OpenAndOneStream(benchmark::State& state) {
     if (corpus().empty()) {
@@ -75,4 +96,5 @@ void BM_OpenAndOneStream(benchmark::State& state) {
 BENCHMARK(BM_OpenAndDictionary)->Unit(benchmark::kMillisecond);
 BENCHMARK(BM_OpenAndExactDictionary)->Unit(benchmark::kMillisecond);
 BENCHMARK(BM_BorrowAndDictionary)->Unit(benchmark::kMillisecond);
+BENCHMARK(BM_ShareAndDictionary)->Unit(benchmark::kMillisecond);
 BENCHMARK(BM_OpenAndOneStream)->Unit(benchmark::kMillisecond);

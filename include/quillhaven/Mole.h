@@ -29,9 +29,13 @@ class Mole {
 public:
     // Opens the document; none (and the log line "MOLE Reader - Error opening
     // NSData") when it does not load.
+    // Streams whose sectors follow each other in the file are views of the
+    // facade's copy of it (which they keep alive), the others copies.
     static std::unique_ptr<Mole> initWithData(ByteView data);
     // The same without copying the bytes, for a caller that is done with the
-    // facade before `data` goes away (streams read from it are copies).
+    // facade before `data` goes away. No stream given out points into `data`:
+    // getStream copies the stream, and the whole-document walks copy the file
+    // once and give out views of that copy.
     static std::unique_ptr<Mole> initBorrowingData(ByteView data);
     // The same without any copy, for a caller whose bytes are shared: streams
     // whose sectors follow each other in the file come back as views that
