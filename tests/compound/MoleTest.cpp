@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <functional>
 #include <set>
 
 #include <quillhaven/Mole.h>
@@ -342,6 +343,31 @@ TEST(Mole, DamagedChainsAndLinksGiveWhatRemains) {
         std::optional<qh::Blob> stream = mole->getStream(c.path);
         ASSERT_TRUE(stream);
         EXPECT_EQ(stream->size(), c.bytes);
+    }
+}
+
+// The walks list an entry only where its path leads back to it: a storage
+// whose child link is 0 has the root among its children, which no lookup
+// finds by name; a name with a slash in it is looked up as two names.
+TEST(Mole, WalksListOnlyEntriesTheirPathsFind) {
+    struct Case {
+        const char* what;
+        std::function<void(CompoundFile&)> damage;
+    } cases[] = {
+        {"child link 0", [](auto& f) { f.setEntryField("st", 76, 0); }},
+        {"name with a slash", [](auto& f) { f.bytes[f.entryOffset("st/xy") + 2] = '/'; }},
+    };
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.what);
+        CompoundFile file = CompoundWriter().addStream("st/xy", "x").addStream("y", "y").build();
+        c.damage(file);
+        auto mole = open(file.bytes);
+        for (bool exact : {false, true}) {
+            const qh::Dict dict = mole->getOLEDictionary(exact);
+            ASSERT_TRUE(dict.findDict("st"));
+            EXPECT_TRUE(dict.findDict("st")->empty());
+            EXPECT_TRUE(dict.findBytes("y"));
+        }
     }
 }
 
