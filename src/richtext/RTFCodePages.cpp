@@ -1,7 +1,10 @@
 #include "richtext/RTFCodePages.h"
 
+#include <algorithm>
 #include <optional>
 #include <string>
+#include <utility>
+#include <vector>
 
 #include <unicode/ucnv.h>
 
@@ -23,20 +26,71 @@ UConverter* openConverter(std::uint16_t codePage) {
     return converter;
 }
 
+// The converters this thread has opened, by code page; nullptr for a code
+// page ICU lacks. Closed when the thread ends.
+class ThreadConverters {
+public:
+    ThreadConverters() = default;
+    ThreadConverters(const ThreadConverters&) = delete;
+    ThreadConverters& operator=(const ThreadConverters&) = delete;
+    ~ThreadConverters() {
+        for (auto& entry : converters_)
+            if (entry.second) ucnv_close(entry.second);
+    }
+    // The converter of `codePage`; `found` tells whether it was asked for before.
+    UConverter*& slot(std::uint16_t codePage, bool& found) {
+        for (auto& entry : converters_) {
+            if (entry.first == codePage) {
+                found = true;
+                return entry.second;
+            }
+        }
+        found = false;
+        converters_.emplace_back(codePage, nullptr);
+        return converters_.back().second;
+    }
+
+private:
+    // A document names a handful of code pages; a thread meets a few dozen at most.
+    std::vector<std::pair<std::uint16_t, UConverter*>> converters_;
+};
+
 }  // namespace
 
 void RTFCodePages::appendUTF16(const char16_t* units, std::size_t count, std::string& out) {
-    out.reserve(out.size() + count * 3);
+    // A unit gives at most three bytes, a surrogate pair four: written
+    // through a pointer into room made first, then cut to what was written.
+    const std::size_t start = out.size();
+    out.resize(start + count * 3);
+    char* const begin = out.data();
+    char* to = begin + start;
     for (std::size_t i = 0; i < count; ++i) {
         char32_t c = units[i];
+        if (c < 0x80) {
+            *to++ = static_cast<char>(c);
+            continue;
+        }
         if (c >= 0xD800 && c <= 0xDBFF && i + 1 < count && units[i + 1] >= 0xDC00 && units[i + 1] <= 0xDFFF) {
             c = 0x10000 + ((c - 0xD800) << 10) + (units[i + 1] - 0xDC00);
             ++i;
         } else if (c >= 0xD800 && c <= 0xDFFF) {
             c = 0xFFFD;
         }
-        appendUTF8(c, out);
+        if (c < 0x800) {
+            *to++ = static_cast<char>(0xC0 | (c >> 6));
+            *to++ = static_cast<char>(0x80 | (c & 0x3F));
+        } else if (c < 0x10000) {
+            *to++ = static_cast<char>(0xE0 | (c >> 12));
+            *to++ = static_cast<char>(0x80 | ((c >> 6) & 0x3F));
+            *to++ = static_cast<char>(0x80 | (c & 0x3F));
+        } else {
+            *to++ = static_cast<char>(0xF0 | (c >> 18));
+            *to++ = static_cast<char>(0x80 | ((c >> 12) & 0x3F));
+            *to++ = static_cast<char>(0x80 | ((c >> 6) & 0x3F));
+            *to++ = static_cast<char>(0x80 | (c & 0x3F));
+        }
     }
+    out.resize(static_cast<std::size_t>(to - begin));
 }
 
 void RTFCodePages::appendUTF8(char32_t c, std::string& out) {
@@ -55,11 +109,6 @@ void RTFCodePages::appendUTF8(char32_t c, std::string& out) {
         out.push_back(static_cast<char>(0x80 | ((c >> 6) & 0x3F)));
         out.push_back(static_cast<char>(0x80 | (c & 0x3F)));
     }
-}
-
-RTFCodePages::~RTFCodePages() {
-    for (auto& entry : converters_)
-        if (entry.second) ucnv_close(entry.second);
 }
 
 std::uint16_t RTFCodePages::codePageForCharset(std::int32_t charset) {
@@ -88,10 +137,10 @@ std::uint16_t RTFCodePages::codePageForCharset(std::int32_t charset) {
 }
 
 UConverter* RTFCodePages::converterFor(std::uint16_t codePage) {
-    for (auto& entry : converters_)
-        if (entry.first == codePage) return entry.second;
-    UConverter* converter = openConverter(codePage);
-    converters_.emplace_back(codePage, converter);  // a code page ICU lacks is remembered as missing
+    thread_local ThreadConverters opened;
+    bool found = false;
+    UConverter*& converter = opened.slot(codePage, found);
+    if (!found) converter = openConverter(codePage);  // a code page ICU lacks is remembered as missing
     if (!converter && codePage != kDefaultCodePage) return converterFor(kDefaultCodePage);
     return converter;
 }
@@ -117,16 +166,20 @@ void RTFCodePages::appendDecoded(ByteView bytes, std::uint16_t codePage, std::st
         return;
     }
     ucnv_reset(converter);
-    // Converted through a fixed scratch buffer so that a long run never needs a second copy of its size.
+    // Converted through a scratch buffer of at most kChunk units so that a
+    // long run never needs a second copy of its size; a short run (most are:
+    // the escapes between two tags) gets one its own size, which every code
+    // page's text fits in (a byte gives at most one unit).
     constexpr std::size_t kChunk = 4096;
-    scratch_.resize(kChunk);
+    const std::size_t chunk = std::min(kChunk, bytes.size() + 2);
+    if (scratch_.size() < chunk) scratch_.resize(chunk);
     const char* source = reinterpret_cast<const char*>(bytes.data());
     const char* sourceEnd = source + bytes.size();
     std::size_t carried = 0;  // a high surrogate held back for the next chunk
     for (;;) {
         UChar* target = scratch_.data() + carried;
         UErrorCode status = U_ZERO_ERROR;
-        ucnv_toUnicode(converter, &target, scratch_.data() + kChunk, &source, sourceEnd, nullptr, true, &status);
+        ucnv_toUnicode(converter, &target, scratch_.data() + chunk, &source, sourceEnd, nullptr, true, &status);
         std::size_t count = static_cast<std::size_t>(target - scratch_.data());
         const bool more = status == U_BUFFER_OVERFLOW_ERROR;
         carried = (more && count > 0 && scratch_[count - 1] >= 0xD800 && scratch_[count - 1] <= 0xDBFF) ? 1 : 0;

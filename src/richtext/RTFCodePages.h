@@ -1,11 +1,10 @@
 #pragma once
 // Decodes the 8-bit text of an RTF document (literal bytes and \'hh escapes)
-// through Windows code pages, keeping one converter per code page for the
-// life of one document.
+// through Windows code pages. The converters are opened once per thread and
+// code page (opening one costs more than decoding a message's worth of text)
+// and reset before each use.
 #include <cstdint>
 #include <string>
-#include <utility>
-#include <vector>
 
 #include <quillhaven/Bytes.h>
 
@@ -18,7 +17,6 @@ public:
     static constexpr std::uint16_t kDefaultCodePage = 1252;
 
     RTFCodePages() = default;
-    ~RTFCodePages();
     RTFCodePages(const RTFCodePages&) = delete;
     RTFCodePages& operator=(const RTFCodePages&) = delete;
 
@@ -34,9 +32,8 @@ public:
     static void appendUTF8(char32_t codePoint, std::string& out);
 
 private:
-    UConverter* converterFor(std::uint16_t codePage);
+    static UConverter* converterFor(std::uint16_t codePage);
 
-    std::vector<std::pair<std::uint16_t, UConverter*>> converters_;
     std::u16string scratch_;
 };
 

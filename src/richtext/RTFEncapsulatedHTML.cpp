@@ -57,7 +57,8 @@ int hexValue(std::uint8_t c) {
 // Where a run of literal text that starts at `from` ends (at a brace, a
 // backslash, CR, LF, NUL or the end); `high` tells whether a byte of the run
 // is 0x80 or above.
-std::size_t textRunEnd(const std::uint8_t* data, std::size_t from, std::size_t size, bool& high) {
+[[gnu::always_inline]] inline std::size_t textRunEnd(const std::uint8_t* data, std::size_t from, std::size_t size,
+                                                     bool& high) {
     std::size_t i = from;
     bool anyHigh = false;
 #if defined(__SSE2__)
@@ -550,8 +551,8 @@ inline std::size_t Pass::readWord(std::size_t at, Word& word) const {
                 if (digitCount) {
                     // At most fifteen digits: no overflow before the clamp.
                     const std::uint8_t* first = data + at + position;
-                    std::int64_t value = 0;
-                    for (unsigned i = 0; i < digitCount; ++i) value = value * 10 + (first[i] - '0');
+                    std::int64_t value = first[0] - '0';
+                    for (unsigned i = 1; i < digitCount; ++i) value = value * 10 + (first[i] - '0');
                     constexpr std::int64_t kLimit = std::numeric_limits<std::int32_t>::max();
                     if (value > kLimit) value = kLimit;
                     word.hasParameter = true;
