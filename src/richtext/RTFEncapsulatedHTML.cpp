@@ -243,6 +243,8 @@ private:
     bool readPrefix();
     void readBody();
     [[gnu::always_inline]] std::size_t readWord(std::size_t at, Word& word) const;
+    std::size_t readParameter(std::size_t at, Word& word) const;
+    std::size_t stepOverBinary(std::size_t at, Word& word) const;
     bool skipGroup();
 
     bool takeSkipped();
@@ -357,70 +359,71 @@ void Pass::readBody() {
     std::size_t at = position_;  // kept in a register; position_ is set for the few calls that move it
     while (at < size) {
         const std::uint8_t c = data[at];
-        const std::uint8_t kind = kClass[c];
-        if (kind == kOrdinary) {
-            bool high = false;
-            const std::size_t end = textRunEnd(data, at + 1, size, high);
-            high = high || c >= 0x80;
-            ByteView bytes(data + at, end - at);
-            at = end;
-            if (skipCount_ > 0) {
-                // Characters standing in for a \u character.
-                const std::size_t dropped = std::min(skipCount_, bytes.size());
-                skipCount_ -= dropped;
-                bytes = bytes.subspan(dropped);
-                if (bytes.empty()) continue;
-                high = high && anyHighByte(bytes);
-            }
-            ignorableNext_ = false;
-            textBytes(bytes, high, size - static_cast<std::size_t>(bytes.data() - data));
-            continue;
-        }
-        if (kind == kIgnored) {
-            ++at;
-            continue;
-        }
-        if (kind == kGroupOpen) {
-            ++at;
-            skipCount_ = 0;
-            flushPending();
-            if (size - at >= 16 && std::memcmp(data + at, kTagGroup.data(), kTagGroup.size()) == 0 &&
-                !isLetter(data[at + kTagGroup.size()]) && depth_ < kMaxGroupDepth && top().mode != Mode::FontTable) {
-                // A tag group, a third of the tokens of HTML mail: "{", "\*" and
-                // "\htmltag" in one step, with the same effect. (In a font
-                // table the word after \* makes the group one to skip.)
-                Group inner = top();
-                inner.mode = Mode::Body;
-                stack_[depth_++] = inner;
-                ignorableNext_ = false;
-                Word word;
-                at = readWord(at + 3, word);
-                // The tag itself and its closing brace, when nothing else is in the group.
+        switch (kClass[c]) {
+            case kOrdinary: {
                 bool high = false;
-                const std::size_t end = at < size ? textRunEnd(data, at, size, high) : at;
-                if (end < size && data[end] == '}') {
-                    if (end > at) {
-                        ignorableNext_ = false;
-                        textBytes(ByteView(data + at, end - at), high, size - at);
-                    }
-                    flushPending();
-                    groupClose();  // an inner group: never the document's
-                    at = end + 1;
+                const std::size_t end = textRunEnd(data, at + 1, size, high);
+                high = high || c >= 0x80;
+                ByteView bytes(data + at, end - at);
+                at = end;
+                if (skipCount_ > 0) {
+                    // Characters standing in for a \u character.
+                    const std::size_t dropped = std::min(skipCount_, bytes.size());
+                    skipCount_ -= dropped;
+                    bytes = bytes.subspan(dropped);
+                    if (bytes.empty()) continue;
+                    high = high && anyHighByte(bytes);
                 }
+                ignorableNext_ = false;
+                textBytes(bytes, high, size - static_cast<std::size_t>(bytes.data() - data));
+                continue;
+        }
+            case kIgnored:
+                ++at;
+                continue;
+            case kGroupOpen: {
+                ++at;
+                skipCount_ = 0;
+                flushPending();
+                if (size - at >= 16 && std::memcmp(data + at, kTagGroup.data(), kTagGroup.size()) == 0 &&
+                    !isLetter(data[at + kTagGroup.size()]) && depth_ < kMaxGroupDepth && top().mode != Mode::FontTable) {
+                    // A tag group, a third of the tokens of HTML mail: "{", "\*" and
+                    // "\htmltag" in one step, with the same effect. (In a font
+                    // table the word after \* makes the group one to skip.)
+                    Group inner = top();
+                    inner.mode = Mode::Body;
+                    stack_[depth_++] = inner;
+                    ignorableNext_ = false;
+                    Word word;
+                    at = readWord(at + 3, word);
+                    // The tag itself and its closing brace, when nothing else is in the group.
+                    bool high = false;
+                    const std::size_t end = at < size ? textRunEnd(data, at, size, high) : at;
+                    if (end < size && data[end] == '}') {
+                        if (end > at) {
+                            ignorableNext_ = false;
+                            textBytes(ByteView(data + at, end - at), high, size - at);
+                        }
+                        flushPending();
+                        groupClose();  // an inner group: never the document's
+                        at = end + 1;
+                    }
+                    continue;
+                }
+                position_ = at;
+                const bool open = groupOpen();
+                at = position_;
+                if (!open) return;
                 continue;
             }
-            position_ = at;
-            const bool open = groupOpen();
-            at = position_;
-            if (!open) return;
-            continue;
-        }
-        if (kind == kGroupClose) {
-            ++at;
-            skipCount_ = 0;
-            flushPending();
-            if (!groupClose()) return;  // the document group has ended
-            continue;
+            case kGroupClose:
+                ++at;
+                skipCount_ = 0;
+                flushPending();
+                if (!groupClose()) return;  // the document group has ended
+                continue;
+            default:
+                break;  // a backslash
         }
 
         // A backslash.
@@ -511,73 +514,10 @@ bool Pass::takeSkipped() {
     return true;
 }
 
-// A control word from its first letter at `at`: the letters, an optional
-// signed number, the blank that ends it; a \binN payload is stepped over.
-// Gives the position after it.
-inline std::size_t Pass::readWord(std::size_t at, Word& word) const {
+// The signed number after a control word's letters, if one is at `at`.
+inline std::size_t Pass::readParameter(std::size_t at, Word& word) const {
     const std::uint8_t* const data = data_;
     const std::size_t size = size_;
-#if defined(__SSE2__)
-    if (size - at >= 16) {
-        // Most words, their number and blank included, lie in the sixteen
-        // bytes ahead: their letters and digits are told apart at once.
-        const __m128i bytes = _mm_loadu_si128(reinterpret_cast<const __m128i*>(data + at));
-        const __m128i zero = _mm_setzero_si128();
-        const __m128i folded = _mm_sub_epi8(_mm_or_si128(bytes, _mm_set1_epi8(0x20)), _mm_set1_epi8('a'));
-        const unsigned notLetter = static_cast<unsigned>(_mm_movemask_epi8(
-            _mm_or_si128(_mm_cmplt_epi8(folded, zero), _mm_cmpgt_epi8(folded, _mm_set1_epi8(25)))));
-        const __m128i digits = _mm_sub_epi8(bytes, _mm_set1_epi8('0'));
-        const unsigned notDigit = static_cast<unsigned>(_mm_movemask_epi8(
-                                      _mm_or_si128(_mm_cmplt_epi8(digits, zero), _mm_cmpgt_epi8(digits, _mm_set1_epi8(9))))) |
-                                  0xFFFF0000u;
-        if (notLetter) {
-            const unsigned length = static_cast<unsigned>(__builtin_ctz(notLetter));
-            unsigned position = length;
-            bool negative = false;
-            bool whole = true;
-            if (data[at + position] == '-' && position + 1 < 16 && !((notDigit >> (position + 1)) & 1)) {
-                negative = true;
-                ++position;
-            } else if (data[at + position] == '-' && position + 1 >= 16) {
-                whole = false;  // whether a digit follows lies past the sixteen bytes
-            }
-            const unsigned digitCount = static_cast<unsigned>(__builtin_ctz(notDigit >> position));
-            if (whole && position + digitCount < 16) {
-                word.letters = std::string_view(reinterpret_cast<const char*>(data) + at, length);
-                word.key.length = length;
-                word.key.prefix = static_cast<std::uint64_t>(_mm_cvtsi128_si64(bytes));
-                if constexpr (std::endian::native != std::endian::little) word.key = rtfwords::keyOf(word.letters);
-                else if (length < 8) word.key.prefix &= kPrefixMasks[length];
-                if (digitCount) {
-                    // At most fifteen digits: no overflow before the clamp.
-                    const std::uint8_t* first = data + at + position;
-                    std::int64_t value = first[0] - '0';
-                    for (unsigned i = 1; i < digitCount; ++i) value = value * 10 + (first[i] - '0');
-                    constexpr std::int64_t kLimit = std::numeric_limits<std::int32_t>::max();
-                    if (value > kLimit) value = kLimit;
-                    word.hasParameter = true;
-                    word.parameter = static_cast<std::int32_t>(negative ? -value : value);
-                    position += digitCount;
-                }
-                if (data[at + position] == ' ') ++position;  // the delimiting blank belongs to the word
-                at += position;
-                if (word.hasParameter && length == 3 && word.letters == "bin") {
-                    std::size_t count = word.parameter > 0 ? static_cast<std::size_t>(word.parameter) : 0;
-                    if (!fits(at, count, size)) count = size - at;
-                    at += count;
-                    word.binary = true;
-                }
-                return at;
-            }
-        }
-    }
-#endif
-    const std::size_t start = at;
-    at = lettersEnd(data, at, size);
-    const std::size_t length = std::min(at - start, kMaxControlWordLength);
-    word.letters = std::string_view(reinterpret_cast<const char*>(data) + start, length);
-    word.key = keyOfLetters(data + start, length, size - start);
-
     bool negative = false;
     if (at + 1 < size && data[at] == '-' && isDigit(data[at + 1])) {
         negative = true;
@@ -594,15 +534,79 @@ inline std::size_t Pass::readWord(std::size_t at, Word& word) const {
         if (value > kLimit) value = kLimit;
         word.parameter = static_cast<std::int32_t>(negative ? -value : value);
     }
-    if (at < size && data[at] == ' ') ++at;  // the delimiting blank belongs to the word
+    return at;
+}
 
-    if (word.hasParameter && length == 3 && data[start] == 'b' && data[start + 1] == 'i' && data[start + 2] == 'n') {
-        // \binN: N raw bytes follow; a count beyond the data takes what remains.
-        std::size_t count = word.parameter > 0 ? static_cast<std::size_t>(word.parameter) : 0;
-        if (!fits(at, count, size)) count = size - at;
-        at += count;
-        word.binary = true;
+// After \binN (and its blank): N raw bytes follow; a count beyond the data
+// takes what remains. Other words of three letters pass unchanged.
+inline std::size_t Pass::stepOverBinary(std::size_t at, Word& word) const {
+    if (word.letters != "bin") return at;
+    std::size_t count = word.parameter > 0 ? static_cast<std::size_t>(word.parameter) : 0;
+    if (!fits(at, count, size_)) count = size_ - at;
+    word.binary = true;
+    return at + count;
+}
+
+// A control word from its first letter at `at`: the letters, an optional
+// signed number, the blank that ends it; a \binN payload is stepped over.
+// Gives the position after it.
+inline std::size_t Pass::readWord(std::size_t at, Word& word) const {
+    const std::uint8_t* const data = data_;
+    const std::size_t size = size_;
+#if defined(__SSE2__)
+    if (size - at >= 16) {
+        // Most words are shorter than sixteen letters: their end is found in one step.
+        const __m128i bytes = _mm_loadu_si128(reinterpret_cast<const __m128i*>(data + at));
+        const __m128i folded = _mm_sub_epi8(_mm_or_si128(bytes, _mm_set1_epi8(0x20)), _mm_set1_epi8('a'));
+        const unsigned notLetter = static_cast<unsigned>(_mm_movemask_epi8(_mm_or_si128(
+            _mm_cmplt_epi8(folded, _mm_setzero_si128()), _mm_cmpgt_epi8(folded, _mm_set1_epi8(25)))));
+        if (notLetter) {
+            const unsigned length = static_cast<unsigned>(__builtin_ctz(notLetter));
+            word.letters = std::string_view(reinterpret_cast<const char*>(data) + at, length);
+            if constexpr (std::endian::native == std::endian::little) {
+                word.key.length = length;
+                word.key.prefix = static_cast<std::uint64_t>(_mm_cvtsi128_si64(bytes));
+                if (length < 8) word.key.prefix &= kPrefixMasks[length];
+            } else {
+                word.key = rtfwords::keyOf(word.letters);
+            }
+            const std::size_t wordStart = at;
+            at += length;  // below size: a byte that is not a letter is there
+            const std::uint8_t next = data[at];
+            if (next == '-' || isDigit(next)) {
+                // A number of up to nine digits within the sixteen bytes: no
+                // bound to check, no overflow to clamp.
+                const __m128i digits = _mm_sub_epi8(bytes, _mm_set1_epi8('0'));
+                const unsigned notDigit =
+                    static_cast<unsigned>(_mm_movemask_epi8(_mm_or_si128(
+                        _mm_cmplt_epi8(digits, _mm_setzero_si128()), _mm_cmpgt_epi8(digits, _mm_set1_epi8(9))))) |
+                    0xFFFF0000u;
+                unsigned first = length + (next == '-' ? 1 : 0);
+                const unsigned count = static_cast<unsigned>(__builtin_ctz(notDigit >> first));
+                if (count > 0 && count <= 9 && first + count < 16) {
+                    std::int32_t value = 0;
+                    for (unsigned i = 0; i < count; ++i) value = value * 10 + (data[wordStart + first + i] - '0');
+                    word.hasParameter = true;
+                    word.parameter = next == '-' ? -value : value;
+                    at = wordStart + first + count;
+                } else {
+                    at = readParameter(at, word);
+                }
+            }
+            if (at < size && data[at] == ' ') ++at;  // the delimiting blank belongs to the word
+            if (word.hasParameter && length == 3) at = stepOverBinary(at, word);
+            return at;
+        }
     }
+#endif
+    const std::size_t start = at;
+    at = lettersEnd(data, at, size);
+    const std::size_t length = std::min(at - start, kMaxControlWordLength);
+    word.letters = std::string_view(reinterpret_cast<const char*>(data) + start, length);
+    word.key = keyOfLetters(data + start, length, size - start);
+    at = readParameter(at, word);
+    if (at < size && data[at] == ' ') ++at;  // the delimiting blank belongs to the word
+    if (word.hasParameter && length == 3) at = stepOverBinary(at, word);
     return at;
 }
 
