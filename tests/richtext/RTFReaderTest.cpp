@@ -232,7 +232,8 @@ private:
                                           "\\fcharset2", "\\fcharset136", "\\fcharset129", "\\fcharset77"});
             if (chance(15)) out_ += pick({"\\cpg1253", "\\cpg950", "\\cpg0", "\\cpg70000"});
             if (chance(10)) out_ += pick({"{\\*\\panose 020b}", "\\*\\htmltag1", "{\\*\\falt X}", "\\'82\\'a0",
-                                          "\\*\\\r\n"});
+                                          "\\*\\\r\n", "{\\*\\htmltag4 <b>}",
+                                          "\\*\\htmlrtf\\fcharset128"});
             out_ += " Font;}";
         }
         out_ += "}";
@@ -387,6 +388,8 @@ TEST(RTFReader, EncapsulatedHtmlPassTakesOnlyWhatItIsSureOf) {
         // A high surrogate in a field instruction past its bound waits for the field's result.
         {R"({\rtf1\fromhtml1 {\*\fldinst )" + longInstruction + R"(\u-10179?x{\fldrslt z}}})", true},
         {R"({\rtf1\fromhtml1 a)" + std::string(300, '{') + "x" + std::string(300, '}') + "b}", true},
+        // Numbers past nine digits are clamped to the largest 32-bit one.
+        {R"({\rtf1\fromhtml1 \uc12345678901 \u65 abc\u-99999999999 x\u4294967361 ?{\*\htmltag0 y}})", true},
         {R"({\rtf1\ansi\ansicpg1252\fromhtml1 \deff0{\fonttbl{\f0 A;}}{\*\htmltag0 <p>}})", true},
         {" \r\n{\\rtf1\\fromhtml1 x}", true},
         {R"({\rtf1\uc2\htmlrtf\fromhtml1 x})", true},
