@@ -1,5 +1,7 @@
 // The RTF reader's throughput (MB/s of RTF in) over every RTF body of the
-// corpus: the compressed streams of rtf/ and the compressed bodies of msg/.
+// corpus: the compressed streams of rtf/ and the compressed bodies of msg/;
+// and the HTML of the bodies that carry HTML mail (\fromhtml1), through the
+// one-pass extraction the reader uses and through the general converter.
 #include <filesystem>
 #include <fstream>
 #include <iterator>
@@ -11,6 +13,8 @@
 #include "BenchCorpus.h"
 
 #include <quillhaven/Mole.h>
+#include "richtext/RTFConverter.h"
+#include "richtext/RTFEncapsulatedHTML.h"
 #include "richtext/RTFReader.h"
 #include "richtext/RTFWangers.h"
 
@@ -45,9 +49,24 @@ const std::vector<qh::Bytes>& corpusDocuments() {
     return documents;
 }
 
-template <std::optional<std::string> (*Convert)(qh::ByteView)>
+// The bodies that the one-pass extraction takes: HTML mail.
+const std::vector<qh::Bytes>& encapsulatedDocuments() {
+    static const std::vector<qh::Bytes> documents = [] {
+        std::vector<qh::Bytes> found;
+        for (const auto& document : corpusDocuments())
+            if (qh::RTFEncapsulatedHTML::extract(document)) found.push_back(document);
+        return found;
+    }();
+    return documents;
+}
+
+std::optional<std::string> converterHTML(qh::ByteView rtf) {
+    return qh::RTFConverter(qh::RTFConverter::Output::HTML).convert(rtf);
+}
+
+template <std::optional<std::string> (*Convert)(qh::ByteView), const std::vector<qh::Bytes>& (*Documents)()>
 void convertCorpus(benchmark::State& state) {
-    const auto& documents = corpusDocuments();
+    const auto& documents = Documents();
     if (documents.empty()) {
         state.SkipWithError("no corpus RTF");
         return;
@@ -62,8 +81,10 @@ void convertCorpus(benchmark::State& state) {
     state.counters["corpusKB"] = static_cast<double>(bytes) / 1024.0;
 }
 
-BENCHMARK(convertCorpus<qh::RTFReader::stringFromRTFData>)->Name("RTFReader/stringFromRTFData/corpus");
-BENCHMARK(convertCorpus<qh::RTFReader::htmlFromRTFData>)->Name("RTFReader/htmlFromRTFData/corpus");
-BENCHMARK(convertCorpus<qh::RTFReader::rtfStringFromData>)->Name("RTFReader/rtfStringFromData/corpus");
+BENCHMARK(convertCorpus<qh::RTFReader::stringFromRTFData, corpusDocuments>)->Name("RTFReader/stringFromRTFData/corpus");
+BENCHMARK(convertCorpus<qh::RTFReader::htmlFromRTFData, corpusDocuments>)->Name("RTFReader/htmlFromRTFData/corpus");
+BENCHMARK(convertCorpus<qh::RTFReader::rtfStringFromData, corpusDocuments>)->Name("RTFReader/rtfStringFromData/corpus");
+BENCHMARK(convertCorpus<qh::RTFReader::htmlFromRTFData, encapsulatedDocuments>)->Name("RTFReader/htmlFromRTFData/fromhtml1");
+BENCHMARK(convertCorpus<converterHTML, encapsulatedDocuments>)->Name("RTFConverter/HTML/fromhtml1");
 
 }  // namespace
