@@ -254,10 +254,10 @@ private:
         if (!pendingBytes_.empty()) decodePending();
     }
     void decodePending();
-    void emitText(std::string_view utf8);
+    [[gnu::always_inline]] void emitText(std::string_view utf8);
     void emitCodePoint(char32_t codePoint);
     void emitUnicode(std::int32_t parameter);
-    void emitBreak();
+    [[gnu::always_inline]] void emitBreak();
     [[gnu::always_inline]] void controlWord(const Word& word, const KeywordEntry* entry);
     void controlSymbol(std::uint8_t symbol);
     bool groupOpen();
@@ -686,7 +686,7 @@ void Pass::decodePending() {
     pendingBytes_.clear();
 }
 
-void Pass::emitText(std::string_view utf8) {
+inline void Pass::emitText(std::string_view utf8) {
     if (utf8.empty()) return;
     const Group& group = top();
     if (!wants(group)) return;
@@ -748,7 +748,7 @@ void Pass::emitUnicode(std::int32_t parameter) {
     emitCodePoint(unit);
 }
 
-void Pass::emitBreak() {
+inline void Pass::emitBreak() {
     const Group& group = top();
     if (!wants(group)) return;
     if (group.mode == Mode::FieldInstruction) {
