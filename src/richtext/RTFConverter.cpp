@@ -1,7 +1,6 @@
 #include "richtext/RTFConverter.h"
 
 #include <algorithm>
-#include <array>
 
 #include "richtext/RTFKeywords.h"
 
