@@ -91,42 +91,94 @@ std::int64_t skipOrdinary(const std::uint8_t* bytes, std::int64_t i, std::int64_
     return size;
 }
 
+// CR (with the LF after it), VT, FF, NEL, U+2028 and U+2029: the line
+// breaks other than LF.
+bool isOtherLineBreak(UChar32 c) {
+    return c == '\r' || c == 0x0B || c == 0x0C || c == 0x85 || c == 0x2028 || c == 0x2029;
+}
+
 TextCheck canonicalText(ByteView data, std::string& out) {
     const std::uint8_t* bytes = data.data();
     const std::int64_t size = static_cast<std::int64_t>(data.size());
-    std::int64_t i = 0, runStart = 0;
-    bool rewritten = false;
-    auto breakLine = [&](std::int64_t at, std::int64_t next) {
-        if (!rewritten) {
-            rewritten = true;
-            out.clear();
-            out.reserve(data.size());
-        }
-        out.append(reinterpret_cast<const char*>(bytes) + runStart, static_cast<std::size_t>(at - runStart));
-        out.push_back('\n');
-        i = next;
-        runStart = next;
-    };
+    // First only checked: most text needs no rewriting.
+    std::int64_t i = 0, first = -1;
     while ((i = skipOrdinary(bytes, i, size)) < size) {
-        std::uint8_t b = bytes[i];
-        if (b < 0x80) {
-            if (b == '\r') {
-                breakLine(i, (i + 1 < size && bytes[i + 1] == '\n') ? i + 2 : i + 1);
-            } else if (b == 0x0B || b == 0x0C) {
-                breakLine(i, i + 1);
-            } else {
-                ++i;
-            }
-            continue;
+        const std::int64_t at = i;
+        UChar32 c = bytes[i];
+        if (c < 0x80) {
+            ++i;
+        } else {
+            U8_NEXT(bytes, i, size, c);
+            if (c < 0) return TextCheck::Invalid;
         }
-        std::int64_t at = i;
-        UChar32 c;
-        U8_NEXT(bytes, i, size, c);
-        if (c < 0) return TextCheck::Invalid;
-        if (c == 0x85 || c == 0x2028 || c == 0x2029) breakLine(at, i);
+        if (isOtherLineBreak(c)) {
+            first = at;
+            break;
+        }
     }
-    if (!rewritten) return TextCheck::Unchanged;
-    out.append(reinterpret_cast<const char*>(bytes) + runStart, static_cast<std::size_t>(size - runStart));
+    if (first < 0) return TextCheck::Unchanged;
+    // Then copied while it is checked, through a pointer: the text never
+    // grows (each rewrite is one LF for one to three bytes), so the output
+    // never passes the input and a block may be stored ahead whole.
+    out.resize(data.size());
+    char* const start = out.data();
+    char* to = start;
+    std::memcpy(to, bytes, static_cast<std::size_t>(first));
+    to += first;
+    i = first;
+    while (i < size) {
+#if defined(__SSE2__)
+        // Blocks of sixteen whose only line break is one CR LF (text in lines
+        // longer than a block, as mail is written) are stored whole, and the
+        // rest of the block once more one byte back over the CR: no branch
+        // on where the line ends.
+        const __m128i below = _mm_set1_epi8(0x0E), lineFeed = _mm_set1_epi8('\n'), tab = _mm_set1_epi8('\t'),
+                      carriageReturn = _mm_set1_epi8('\r');
+        while (size - i >= 48) {
+            const __m128i chunk = _mm_loadu_si128(reinterpret_cast<const __m128i*>(bytes + i));
+            const __m128i after = _mm_loadu_si128(reinterpret_cast<const __m128i*>(bytes + i + 1));
+            const __m128i ordinary = _mm_or_si128(_mm_cmpeq_epi8(chunk, lineFeed), _mm_cmpeq_epi8(chunk, tab));
+            const unsigned special =
+                static_cast<unsigned>(_mm_movemask_epi8(_mm_andnot_si128(ordinary, _mm_cmplt_epi8(chunk, below))));
+            const unsigned crlf = static_cast<unsigned>(_mm_movemask_epi8(
+                _mm_and_si128(_mm_cmpeq_epi8(chunk, carriageReturn), _mm_cmpeq_epi8(after, lineFeed))));
+            if ((special & ~crlf) != 0 || (crlf & (crlf - 1)) != 0) break;
+            _mm_storeu_si128(reinterpret_cast<__m128i*>(to), chunk);
+            if (crlf) {
+                const int at = __builtin_ctz(crlf);
+                _mm_storeu_si128(reinterpret_cast<__m128i*>(to + at),
+                                 _mm_loadu_si128(reinterpret_cast<const __m128i*>(bytes + i + at + 1)));
+                to += 15;
+            } else {
+                to += 16;
+            }
+            i += 16;
+        }
+#endif
+        // One step the general way: the bytes up to the next that may need
+        // work, and that one.
+        const std::int64_t next = skipOrdinary(bytes, i, size);
+        std::memcpy(to, bytes + i, static_cast<std::size_t>(next - i));
+        to += next - i;
+        i = next;
+        if (i == size) break;
+        const std::int64_t at = i;
+        UChar32 c = bytes[i];
+        if (c < 0x80) {
+            ++i;
+            if (c == '\r' && i < size && bytes[i] == '\n') ++i;
+        } else {
+            U8_NEXT(bytes, i, size, c);
+            if (c < 0) return TextCheck::Invalid;
+        }
+        if (isOtherLineBreak(c)) {
+            *to++ = '\n';
+        } else {
+            std::memcpy(to, bytes + at, static_cast<std::size_t>(i - at));
+            to += i - at;
+        }
+    }
+    out.resize(static_cast<std::size_t>(to - start));
     return TextCheck::Rewritten;
 }
 
