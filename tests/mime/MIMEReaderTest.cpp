@@ -3,6 +3,8 @@
 // built to make it run long.
 #include <gtest/gtest.h>
 
+#include <iterator>
+#include <random>
 #include <string>
 
 #include "core/Log.h"
@@ -95,6 +97,28 @@ TEST(MIMEReader, LineRules) {
         {"a continuation before any header lands in the content", "skip\n folded\n", "content", " folded"},
     };
     for (const Case& c : cases) EXPECT_EQ(text(parse(c.message), c.key), c.expected) << c.what;
+}
+
+TEST(MIMEReader, EveryLineBreakReadsAsLineFeed) {
+    // Random messages with lines of every length around the sixteen-byte
+    // blocks the text is rewritten in, their breaks CR LF, lone CR, VT, FF,
+    // NEL or U+2028, some lines with 8-bit letters: each must read exactly as
+    // the same message with LF breaks.
+    const std::string breaks[] = {"\r\n", "\r\n", "\r\n", "\r\n", "\r", "\x0B", "\x0C", "\xC2\x85", "\xE2\x80\xA8"};
+    std::mt19937 random(2028);
+    for (int round = 0; round < 300; ++round) {
+        std::string crlf = "skip\r\nSubject: s\r\n\r\n", lf = "skip\nSubject: s\n\n";
+        const int lines = 1 + static_cast<int>(random() % 30);
+        for (int line = 0; line < lines; ++line) {
+            std::string text(random() % 40, 'a');
+            for (char& c : text) c = "abc =\t"[random() % 6];
+            if (random() % 8 == 0) text += "\xC3\xA9";
+            const std::string& lineBreak = breaks[round % 3 ? 0 : random() % std::size(breaks)];
+            crlf += text + lineBreak;
+            lf += text + "\n";
+        }
+        ASSERT_EQ(parse(crlf), parse(lf)) << testing::PrintToString(crlf);
+    }
 }
 
 TEST(MIMEReader, AddressHeadersByExactName) {
