@@ -243,6 +243,7 @@ private:
     bool readPrefix();
     void readBody();
     [[gnu::always_inline]] std::size_t readWord(std::size_t at, Word& word) const;
+    [[gnu::always_inline]] bool readHtmlRtf(std::size_t& at, Word& word) const;
     std::size_t readParameter(std::size_t at, Word& word) const;
     std::size_t stepOverBinary(std::size_t at, Word& word) const;
     bool skipGroup();
@@ -385,31 +386,40 @@ void Pass::readBody() {
                 ++at;
                 skipCount_ = 0;
                 flushPending();
-                if (size - at >= 16 && std::memcmp(data + at, kTagGroup.data(), kTagGroup.size()) == 0 &&
-                    !isLetter(data[at + kTagGroup.size()]) && depth_ < kMaxGroupDepth && top().mode != Mode::FontTable) {
-                    // A tag group, a third of the tokens of HTML mail: "{", "\*" and
-                    // "\htmltag" in one step, with the same effect. (In a font
-                    // table the word after \* makes the group one to skip.)
+                // Tag groups, a third of the tokens of HTML mail and often one
+                // line after another: "{", "\*" and "\htmltag" in one step,
+                // with the same effect, and the tag and its closing brace when
+                // nothing else is in the group. (In a font table the word after
+                // \* makes the group one to skip.)
+                bool handled = false;
+                while (size - at >= 16 && std::memcmp(data + at, kTagGroup.data(), kTagGroup.size()) == 0 &&
+                       !isLetter(data[at + kTagGroup.size()]) && depth_ < kMaxGroupDepth &&
+                       top().mode != Mode::FontTable) {
+                    handled = true;
                     Group inner = top();
                     inner.mode = Mode::Body;
                     stack_[depth_++] = inner;
                     ignorableNext_ = false;
                     Word word;
                     at = readWord(at + 3, word);
-                    // The tag itself and its closing brace, when nothing else is in the group.
                     bool high = false;
                     const std::size_t end = at < size ? textRunEnd(data, at, size, high) : at;
-                    if (end < size && data[end] == '}') {
-                        if (end > at) {
-                            ignorableNext_ = false;
-                            textBytes(ByteView(data + at, end - at), high, size - at);
-                        }
-                        flushPending();
-                        groupClose();  // an inner group: never the document's
-                        at = end + 1;
+                    if (end >= size || data[end] != '}') break;  // more in the group: the main loop reads it
+                    if (end > at) {
+                        ignorableNext_ = false;
+                        textBytes(ByteView(data + at, end - at), high, size - at);
                     }
-                    continue;
+                    flushPending();
+                    groupClose();  // an inner group: never the document's
+                    at = end + 1;
+                    // Line ends carry nothing; the brace of a next group finds
+                    // nothing pending and no characters to skip.
+                    while (at < size && (data[at] == '\r' || data[at] == '\n')) ++at;
+                    if (at >= size || data[at] != '{') break;
+                    ++at;
+                    handled = false;
                 }
+                if (handled) continue;
                 position_ = at;
                 const bool open = groupOpen();
                 at = position_;
@@ -432,7 +442,7 @@ void Pass::readBody() {
         const std::uint8_t after = data[at];
         if (isLetter(after)) {
             Word word;
-            at = readWord(at, word);
+            if (!readHtmlRtf(at, word)) at = readWord(at, word);
             if (takeSkipped()) continue;
             flushPending();
             if (word.binary) {
@@ -545,6 +555,31 @@ inline std::size_t Pass::stepOverBinary(std::size_t at, Word& word) const {
     if (!fits(at, count, size_)) count = size_ - at;
     word.binary = true;
     return at + count;
+}
+
+// \htmlrtf, \htmlrtf0 and \htmlrtf1, a third of the words of HTML mail,
+// told by their bytes: true, with `at` after the word, when one is at `at`.
+inline bool Pass::readHtmlRtf(std::size_t& at, Word& word) const {
+    if constexpr (std::endian::native != std::endian::little) return false;
+    if (size_ - at < 16) return false;
+    std::uint64_t letters;
+    std::memcpy(&letters, data_ + at, 8);
+    if ((letters & kPrefixMasks[7]) != kHtmlRtf.prefix) return false;
+    const std::uint8_t after = data_[at + 7];
+    std::size_t next = at + 7;
+    if (after == '0' || after == '1') {
+        if (isDigit(data_[at + 8])) return false;  // a longer number: the general reading
+        word.hasParameter = true;
+        word.parameter = after - '0';
+        ++next;
+    } else if (isLetter(after) || after == '-' || isDigit(after)) {
+        return false;
+    }
+    if (data_[next] == ' ') ++next;  // the delimiting blank belongs to the word
+    word.letters = std::string_view(reinterpret_cast<const char*>(data_) + at, 7);
+    word.key = kHtmlRtf;
+    at = next;
+    return true;
 }
 
 // A control word from its first letter at `at`: the letters, an optional

@@ -388,6 +388,9 @@ TEST(RTFReader, EncapsulatedHtmlPassTakesOnlyWhatItIsSureOf) {
         // A high surrogate in a field instruction past its bound waits for the field's result.
         {R"({\rtf1\fromhtml1 {\*\fldinst )" + longInstruction + R"(\u-10179?x{\fldrslt z}}})", true},
         {R"({\rtf1\fromhtml1 a)" + std::string(300, '{') + "x" + std::string(300, '}') + "b}", true},
+        // \htmlrtf with numbers and letters after it, whatever the sixteen bytes ahead hold.
+        {R"({\rtf1\fromhtml1 a\htmlrtf01 b\htmlrtf0 c\htmlrtf-0 d\htmlrtf0\htmlrtfz e\htmlrtf1\par f\htmlrtf0{\*\htmltag0 g}}   )"
+         R"(                )", true},
         // Numbers past nine digits are clamped to the largest 32-bit one.
         {R"({\rtf1\fromhtml1 \uc12345678901 \u65 abc\u-99999999999 x\u4294967361 ?{\*\htmltag0 y}})", true},
         {R"({\rtf1\ansi\ansicpg1252\fromhtml1 \deff0{\fonttbl{\f0 A;}}{\*\htmltag0 <p>}})", true},
