@@ -400,8 +400,12 @@ void Pass::readBody() {
                     inner.mode = Mode::Body;
                     stack_[depth_++] = inner;
                     ignorableNext_ = false;
-                    Word word;
-                    at = readWord(at + 3, word);
+                    // The word's number (the tag's kind, which the HTML does
+                    // not need) and its blank are stepped over.
+                    at += kTagGroup.size();
+                    if (at + 1 < size && data[at] == '-' && isDigit(data[at + 1])) ++at;
+                    while (at < size && isDigit(data[at])) ++at;
+                    if (at < size && data[at] == ' ') ++at;
                     bool high = false;
                     const std::size_t end = at < size ? textRunEnd(data, at, size, high) : at;
                     if (end >= size || data[end] != '}') break;  // more in the group: the main loop reads it
