@@ -171,7 +171,7 @@ public:
 
     void reserve(std::size_t size) { text_.reserve(size); }
     // Appends `count` bytes at `bytes`, after which `readable` bytes (at least `count`) may be read.
-    void append(const char* bytes, std::size_t count, std::size_t readable) {
+    [[gnu::always_inline]] void append(const char* bytes, std::size_t count, std::size_t readable) {
 #if defined(__SSE2__)
         if (count <= kShort && readable >= kShort) {
             if (used_ > kChunk - kShort) flush();
@@ -281,6 +281,11 @@ private:
     std::int32_t defaultFont_ = 0;
     std::int32_t fontBeingDefined_ = -1;
     std::unordered_map<std::int32_t, std::uint16_t> fontCodePages_;
+    std::uint64_t fontTableChanges_ = 0;
+    mutable std::int32_t lastFont_ = 0;
+    mutable std::uint16_t lastAnsiCodePage_ = 0;  // no code page: the first question is answered afresh
+    mutable std::uint64_t lastFontTableChanges_ = 0;
+    mutable std::uint16_t lastCodePage_ = 0;
 
     std::string pendingBytes_;
     std::uint16_t pendingCodePage_ = 0;
@@ -446,7 +451,7 @@ void Pass::readBody() {
         const std::uint8_t after = data[at];
         if (isLetter(after)) {
             Word word;
-            if (!readHtmlRtf(at, word)) at = readWord(at, word);
+            if (after != 'h' || !readHtmlRtf(at, word)) at = readWord(at, word);
             if (takeSkipped()) continue;
             flushPending();
             if (word.binary) {
@@ -676,9 +681,17 @@ bool Pass::skipGroup() {
 
 std::uint16_t Pass::codePageOf(const Group& group) const {
     const std::int32_t font = group.font >= 0 ? group.font : defaultFont_;
+    // Asked once per escape while escapes follow each other: the last answer stands
+    // until the font, the document's code page or the font table changes.
+    if (font == lastFont_ && ansiCodePage_ == lastAnsiCodePage_ && fontTableChanges_ == lastFontTableChanges_)
+        return lastCodePage_;
     auto found = fontCodePages_.find(font);
-    if (found != fontCodePages_.end() && found->second != 0) return found->second;
-    return ansiCodePage_;
+    const std::uint16_t codePage = found != fontCodePages_.end() && found->second != 0 ? found->second : ansiCodePage_;
+    lastFont_ = font;
+    lastAnsiCodePage_ = ansiCodePage_;
+    lastFontTableChanges_ = fontTableChanges_;
+    lastCodePage_ = codePage;
+    return codePage;
 }
 
 inline void Pass::textBytes(ByteView bytes, bool high, std::size_t readable) {
@@ -709,7 +722,8 @@ inline void Pass::textBytes(ByteView bytes, bool high, std::size_t readable) {
         }
         pendingCodePage_ = codePage;
     }
-    pendingBytes_.append(asText(bytes));
+    if (bytes.size() == 1) pendingBytes_.push_back(static_cast<char>(bytes[0]));  // a \'hh escape
+    else pendingBytes_.append(asText(bytes));
 }
 
 void Pass::decodePending() {
@@ -869,11 +883,16 @@ inline void Pass::controlWord(const Word& word, const KeywordEntry* entry) {
                 fontBeingDefined_ = parameter;
                 return;
             case Keyword::FontCharset:
-                if (fontBeingDefined_ >= 0) fontCodePages_[fontBeingDefined_] = RTFCodePages::codePageForCharset(parameter);
+                if (fontBeingDefined_ >= 0) {
+                    fontCodePages_[fontBeingDefined_] = RTFCodePages::codePageForCharset(parameter);
+                    ++fontTableChanges_;
+                }
                 return;
             case Keyword::FontCodePage:
-                if (fontBeingDefined_ >= 0 && parameter > 0 && parameter < 65536)
+                if (fontBeingDefined_ >= 0 && parameter > 0 && parameter < 65536) {
                     fontCodePages_[fontBeingDefined_] = static_cast<std::uint16_t>(parameter);
+                    ++fontTableChanges_;
+                }
                 return;
             case Keyword::SkipDestination:
                 group.mode = Mode::Skip;
