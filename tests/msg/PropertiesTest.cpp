@@ -304,4 +304,31 @@ TEST(MsgText, KeepWholeMatchesCodePointReading) {
     }
 }
 
+// Unicode strings in the complete reading: UTF-16LE where it is well formed,
+// else every unit with U+FFFD for an unpaired surrogate and the odd last byte
+// dropped; on random units, the same as that definition through ICU's text
+// services.
+TEST(MsgText, UnicodeStringsDecodeLeniently) {
+    const qh::MsgText text(qh::MsgRules::of(qh::Reading::complete));
+    auto reference = [](const qh::Bytes& bytes) {
+        if (auto strict = qh::TextEncoding::decode(bytes, qh::StringEncoding::UTF16LE)) return *strict;
+        std::u16string units(bytes.size() / 2, u'\0');
+        for (std::size_t i = 0; i < units.size(); ++i) units[i] = char16_t(bytes[2 * i] | (bytes[2 * i + 1] << 8));
+        return qh::TextEncoding::fromUTF16(units);
+    };
+    const char16_t pieces[] = {u'a', u' ', 0x7F, 0x80, 0x7FF, 0x800, 0x4F60, 0xFFFF, 0xD83D, 0xDE00, 0xDBFF, 0xDC00, 0};
+    std::mt19937 random(16);
+    for (int round = 0; round < 3000; ++round) {
+        qh::Bytes bytes;
+        for (int n = static_cast<int>(random() % 24); n > 0; --n) {
+            const char16_t unit = pieces[random() % std::size(pieces)];
+            bytes.push_back(static_cast<std::uint8_t>(unit & 0xFF));
+            bytes.push_back(static_cast<std::uint8_t>(unit >> 8));
+        }
+        if (random() % 4 == 0) bytes.push_back(0x41);  // an odd last byte
+        if (bytes.empty()) continue;
+        ASSERT_EQ(text.decode(bytes, 0x001F).value_or("(none)"), reference(bytes)) << round;
+    }
+}
+
 }  // namespace

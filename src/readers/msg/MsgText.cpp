@@ -20,14 +20,45 @@ using namespace msgformat;
 
 namespace {
 // UTF-16LE without failing: an unpaired surrogate becomes U+FFFD and an odd
-// last byte is dropped, so the rest of the text is never lost.
+// last byte is dropped, so the rest of the text is never lost. Written
+// through a pointer into room made first (bodies run to hundreds of
+// kilobytes), ASCII units straight across.
 std::string lenientUTF16(ByteView bytes) {
-    if (auto text = TextEncoding::decode(bytes, StringEncoding::UTF16LE)) return std::move(*text);
-    std::u16string units(bytes.size() / 2, u'\0');
-    for (std::size_t i = 0; i < units.size(); ++i) {
-        units[i] = static_cast<char16_t>(bytes[2 * i] | (bytes[2 * i + 1] << 8));
+    const std::size_t count = bytes.size() / 2;
+    const std::uint8_t* in = bytes.data();
+    auto unit = [in](std::size_t k) -> char32_t { return char32_t(in[2 * k]) | (char32_t(in[2 * k + 1]) << 8); };
+    std::string out;
+    out.resize(count * 3);  // a unit gives at most three bytes, a pair four
+    char* const begin = out.data();
+    char* to = begin;
+    for (std::size_t k = 0; k < count; ++k) {
+        char32_t c = unit(k);
+        if (c < 0x80) {
+            *to++ = static_cast<char>(c);
+            continue;
+        }
+        if (c >= 0xD800 && c <= 0xDBFF && k + 1 < count && unit(k + 1) >= 0xDC00 && unit(k + 1) <= 0xDFFF) {
+            c = 0x10000 + ((c - 0xD800) << 10) + (unit(k + 1) - 0xDC00);
+            ++k;
+        } else if (c >= 0xD800 && c <= 0xDFFF) {
+            c = 0xFFFD;
+        }
+        if (c < 0x800) {
+            *to++ = static_cast<char>(0xC0 | (c >> 6));
+            *to++ = static_cast<char>(0x80 | (c & 0x3F));
+        } else if (c < 0x10000) {
+            *to++ = static_cast<char>(0xE0 | (c >> 12));
+            *to++ = static_cast<char>(0x80 | ((c >> 6) & 0x3F));
+            *to++ = static_cast<char>(0x80 | (c & 0x3F));
+        } else {
+            *to++ = static_cast<char>(0xF0 | (c >> 18));
+            *to++ = static_cast<char>(0x80 | ((c >> 12) & 0x3F));
+            *to++ = static_cast<char>(0x80 | ((c >> 6) & 0x3F));
+            *to++ = static_cast<char>(0x80 | (c & 0x3F));
+        }
     }
-    return TextEncoding::fromUTF16(units);
+    out.resize(static_cast<std::size_t>(to - begin));
+    return out;
 }
 
 std::uint32_t codePageValue(const std::optional<MsgPropertyAccess::PropertyValue>& value) {
