@@ -8,6 +8,7 @@
 
 #include <unicode/ucnv.h>
 
+#include "core/Utf16.h"
 #include "util/CodePages.h"
 
 namespace qh {
@@ -62,35 +63,9 @@ void RTFCodePages::appendUTF16(const char16_t* units, std::size_t count, std::st
     // through a pointer into room made first, then cut to what was written.
     const std::size_t start = out.size();
     out.resize(start + count * 3);
-    char* const begin = out.data();
-    char* to = begin + start;
-    for (std::size_t i = 0; i < count; ++i) {
-        char32_t c = units[i];
-        if (c < 0x80) {
-            *to++ = static_cast<char>(c);
-            continue;
-        }
-        if (c >= 0xD800 && c <= 0xDBFF && i + 1 < count && units[i + 1] >= 0xDC00 && units[i + 1] <= 0xDFFF) {
-            c = 0x10000 + ((c - 0xD800) << 10) + (units[i + 1] - 0xDC00);
-            ++i;
-        } else if (c >= 0xD800 && c <= 0xDFFF) {
-            c = 0xFFFD;
-        }
-        if (c < 0x800) {
-            *to++ = static_cast<char>(0xC0 | (c >> 6));
-            *to++ = static_cast<char>(0x80 | (c & 0x3F));
-        } else if (c < 0x10000) {
-            *to++ = static_cast<char>(0xE0 | (c >> 12));
-            *to++ = static_cast<char>(0x80 | ((c >> 6) & 0x3F));
-            *to++ = static_cast<char>(0x80 | (c & 0x3F));
-        } else {
-            *to++ = static_cast<char>(0xF0 | (c >> 18));
-            *to++ = static_cast<char>(0x80 | ((c >> 12) & 0x3F));
-            *to++ = static_cast<char>(0x80 | ((c >> 6) & 0x3F));
-            *to++ = static_cast<char>(0x80 | (c & 0x3F));
-        }
-    }
-    out.resize(static_cast<std::size_t>(to - begin));
+    const char* const end =
+        utf16::writeLenientUTF8([units](std::size_t k) -> char32_t { return units[k]; }, count, out.data() + start);
+    out.resize(static_cast<std::size_t>(end - out.data()));
 }
 
 void RTFCodePages::appendUTF8(char32_t c, std::string& out) {

@@ -12,6 +12,7 @@
 #include "readers/msg/Format.h"
 #include "util/CodePages.h"
 #include "util/DataWangers.h"
+#include "core/Utf16.h"
 #include "util/StringWangers.h"
 
 namespace qh {
@@ -29,35 +30,8 @@ std::string lenientUTF16(ByteView bytes) {
     auto unit = [in](std::size_t k) -> char32_t { return char32_t(in[2 * k]) | (char32_t(in[2 * k + 1]) << 8); };
     std::string out;
     out.resize(count * 3);  // a unit gives at most three bytes, a pair four
-    char* const begin = out.data();
-    char* to = begin;
-    for (std::size_t k = 0; k < count; ++k) {
-        char32_t c = unit(k);
-        if (c < 0x80) {
-            *to++ = static_cast<char>(c);
-            continue;
-        }
-        if (c >= 0xD800 && c <= 0xDBFF && k + 1 < count && unit(k + 1) >= 0xDC00 && unit(k + 1) <= 0xDFFF) {
-            c = 0x10000 + ((c - 0xD800) << 10) + (unit(k + 1) - 0xDC00);
-            ++k;
-        } else if (c >= 0xD800 && c <= 0xDFFF) {
-            c = 0xFFFD;
-        }
-        if (c < 0x800) {
-            *to++ = static_cast<char>(0xC0 | (c >> 6));
-            *to++ = static_cast<char>(0x80 | (c & 0x3F));
-        } else if (c < 0x10000) {
-            *to++ = static_cast<char>(0xE0 | (c >> 12));
-            *to++ = static_cast<char>(0x80 | ((c >> 6) & 0x3F));
-            *to++ = static_cast<char>(0x80 | (c & 0x3F));
-        } else {
-            *to++ = static_cast<char>(0xF0 | (c >> 18));
-            *to++ = static_cast<char>(0x80 | ((c >> 12) & 0x3F));
-            *to++ = static_cast<char>(0x80 | ((c >> 6) & 0x3F));
-            *to++ = static_cast<char>(0x80 | (c & 0x3F));
-        }
-    }
-    out.resize(static_cast<std::size_t>(to - begin));
+    const char* const end = utf16::writeLenientUTF8(unit, count, out.data());
+    out.resize(static_cast<std::size_t>(end - out.data()));
     return out;
 }
 
