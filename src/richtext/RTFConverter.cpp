@@ -432,19 +432,11 @@ void RTFConverter::controlWord(const RTFToken& token) {
             skipCount_ = static_cast<std::size_t>(group.ucSkip);
             return;
         case Keyword::AnsiCodePage:
-            if (parameter > 0 && parameter < 65536) ansiCodePage_ = static_cast<std::uint16_t>(parameter);
-            return;
         case Keyword::Ansi:
-            ansiCodePage_ = 1252;
-            return;
         case Keyword::Mac:
-            ansiCodePage_ = 10000;
-            return;
         case Keyword::Pc:
-            ansiCodePage_ = 437;
-            return;
         case Keyword::Pca:
-            ansiCodePage_ = 850;
+            if (const auto page = rtfwords::documentCodePage(keyword, parameter)) ansiCodePage_ = *page;
             return;
         case Keyword::HtmlRtf:
             group.htmlrtf = on;

@@ -363,6 +363,15 @@ void Pass::readBody() {
     const std::uint8_t* const data = data_;
     const std::size_t size = size_;
     std::size_t at = position_;  // kept in a register; position_ is set for the few calls that move it
+    // After a word that made the group a destination to skip, the rest of the
+    // group is passed over; false when the text ends inside it.
+    auto passSkippedGroup = [&] {
+        if (top().mode != Mode::Skip) return true;
+        position_ = at;
+        const bool closed = skipRestOfGroup();
+        at = position_;
+        return closed;
+    };
     while (at < size) {
         const std::uint8_t c = data[at];
         switch (kClass[c]) {
@@ -466,12 +475,7 @@ void Pass::readBody() {
                 continue;
             }
             controlWord(word, keywords_.find(word.letters, word.key));
-            if (top().mode == Mode::Skip) {
-                position_ = at;
-                const bool closed = skipRestOfGroup();
-                at = position_;
-                if (!closed) return;
-            }
+            if (!passSkippedGroup()) return;
             continue;
         }
         if (after == '\'') {
@@ -506,12 +510,7 @@ void Pass::readBody() {
             par.key = rtfwords::keyOf(par.letters);
             controlWord(par, keywords_.find(par.letters, par.key));
             // In a font table after \*, it makes the table a destination to skip.
-            if (top().mode == Mode::Skip) {
-                position_ = at;
-                const bool closed = skipRestOfGroup();
-                at = position_;
-                if (!closed) return;
-            }
+            if (!passSkippedGroup()) return;
             continue;
         }
         if (after == '\\' || after == '{' || after == '}') {
@@ -944,19 +943,11 @@ inline void Pass::controlWord(const Word& word, const KeywordEntry* entry) {
             skipCount_ = static_cast<std::size_t>(top().ucSkip);
             return;
         case Keyword::AnsiCodePage:
-            if (parameter > 0 && parameter < 65536) ansiCodePage_ = static_cast<std::uint16_t>(parameter);
-            return;
         case Keyword::Ansi:
-            ansiCodePage_ = 1252;
-            return;
         case Keyword::Mac:
-            ansiCodePage_ = 10000;
-            return;
         case Keyword::Pc:
-            ansiCodePage_ = 437;
-            return;
         case Keyword::Pca:
-            ansiCodePage_ = 850;
+            if (const auto page = rtfwords::documentCodePage(entry->keyword, parameter)) ansiCodePage_ = *page;
             return;
         case Keyword::HtmlRtf:
             group.htmlrtf = on;

@@ -4,6 +4,7 @@
 // does not hold is one the reader ignores (or skips, after \*).
 #include <cstddef>
 #include <cstdint>
+#include <optional>
 #include <string_view>
 
 namespace qh::rtfwords {
@@ -67,5 +68,20 @@ const KeywordTable& table();
 
 // The entry of `word`, or nullptr for a word the reader does not know.
 inline const KeywordEntry* find(std::string_view word) { return table().find(word, keyOf(word)); }
+
+// The document's code page that \ansicpgN, \ansi, \mac, \pc and \pca
+// name; none for other words and for a number no code page has.
+inline std::optional<std::uint16_t> documentCodePage(Keyword keyword, std::int32_t parameter) {
+    switch (keyword) {
+        case Keyword::AnsiCodePage:
+            if (parameter > 0 && parameter < 65536) return static_cast<std::uint16_t>(parameter);
+            return std::nullopt;
+        case Keyword::Ansi: return 1252;
+        case Keyword::Mac: return 10000;
+        case Keyword::Pc: return 437;
+        case Keyword::Pca: return 850;
+        default: return std::nullopt;
+    }
+}
 
 }  // namespace qh::rtfwords
