@@ -7,6 +7,15 @@
 #if defined(__x86_64__) && (defined(__GNUC__) || defined(__clang__))
 #include <immintrin.h>
 #define QH_BASE64_AVX2 1
+#if __has_include(<sys/platform/x86.h>)
+// The C library's processor probe, which runs at start anyway. The compiler's
+// own (__builtin_cpu_supports) adds a second probe to every process start, and
+// each probe instruction traps on a virtual machine.
+#include <sys/platform/x86.h>
+#define QH_CPU_HAS_AVX2() CPU_FEATURE_ACTIVE(AVX2)
+#else
+#define QH_CPU_HAS_AVX2() __builtin_cpu_supports("avx2")
+#endif
 #endif
 
 namespace qh {
@@ -45,7 +54,7 @@ const std::array<char, 8192>& characterPairs() {
 // Instructions" (2018). The scalar code below does everything else, and a
 // test compares the two on random texts.
 bool haveAvx2() {
-    static const bool have = __builtin_cpu_supports("avx2");
+    static const bool have = QH_CPU_HAS_AVX2();
     return have;
 }
 

@@ -30,10 +30,18 @@ bool replacedByUnderscore(UChar32 c) {
     }
 }
 
+// ASCII is decided here without the character database, whose first use costs
+// a one-file command more than the rest of the name rules.
 bool dropped(UChar32 c) {
+    if (c < 0x80) return c < 0x20 || c == 0x7F;
     // Bidirectional embeddings, overrides and isolates can make "gpj.exe" show as "exe.jpg".
     if ((c >= 0x202A && c <= 0x202E) || (c >= 0x2066 && c <= 0x2069)) return true;
     return u_charType(c) == U_CONTROL_CHAR;
+}
+
+bool trimmedSpace(UChar32 c) {
+    if (c < 0x80) return c == ' ' || (c >= '\t' && c <= '\r');
+    return u_isUWhiteSpace(c);
 }
 
 void appendUtf8(std::string& out, UChar32 c) {
@@ -73,8 +81,8 @@ std::string SafeNames::sanitize(std::string_view name, std::string_view fallback
         chars.push_back(c);
     }
     std::size_t begin = 0, end = chars.size();
-    while (begin < end && (chars[begin] == '.' || u_isUWhiteSpace(chars[begin]))) ++begin;
-    while (end > begin && (chars[end - 1] == '.' || u_isUWhiteSpace(chars[end - 1]))) --end;
+    while (begin < end && (chars[begin] == '.' || trimmedSpace(chars[begin]))) ++begin;
+    while (end > begin && (chars[end - 1] == '.' || trimmedSpace(chars[end - 1]))) --end;
 
     std::string out;
     out.reserve(end - begin);

@@ -2,6 +2,7 @@
 #include "util/SafeNames.h"
 
 #include <gtest/gtest.h>
+#include <unicode/uchar.h>
 
 #include "support/CliTestSupport.h"
 
@@ -39,6 +40,21 @@ TEST(SafeNames, SanitizeTable) {
         {"\xe2\x80\x83spaced\xe2\x80\x83.txt", "spaced\xe2\x80\x83.txt"},  // Unicode space trimmed at the start
     };
     for (const auto& c : cases) EXPECT_EQ(SafeNames::sanitize(c.given, "attachment"), c.expected) << c.given;
+}
+
+// Every ASCII character inside a name and at its ends, against the character
+// database's categories (ASCII is decided without it).
+TEST(SafeNames, AsciiAgreesWithTheCharacterDatabase) {
+    for (char32_t c = 0; c < 0x80; ++c) {
+        const char ch = static_cast<char>(c);
+        const bool control = u_charType(static_cast<UChar32>(c)) == U_CONTROL_CHAR;
+        const bool space = u_isUWhiteSpace(static_cast<UChar32>(c));
+        const bool unsafe = std::string_view("/\\:*?\"<>|").find(ch) != std::string_view::npos;
+        const std::string middle = control ? "" : unsafe ? "_" : std::string(1, ch);
+        EXPECT_EQ(SafeNames::sanitize("a" + std::string(1, ch) + "b", "f"), "a" + middle + "b") << int(c);
+        const std::string end = control || space || ch == '.' ? "" : middle;
+        EXPECT_EQ(SafeNames::sanitize(std::string(1, ch) + "x" + std::string(1, ch), "f"), end + "x" + end) << int(c);
+    }
 }
 
 TEST(SafeNames, LongNamesAreCutKeepingTheExtension) {
