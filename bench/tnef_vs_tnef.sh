@@ -25,28 +25,34 @@ for i in "${!files[@]}"; do
   "$qh" attachments -d "$work/plan/$i" "${files[$i]}" >"$work/plan/$i.txt" 2>/dev/null || true
 done
 
-# One extractor over every file ROUNDS times: EXTRACT FOLDER FILE INDEX runs
-# one process; sets NAME_time, NAME_cpu, NAME_fail.
-time_rounds() {
-  local name=$1 extract=$2 folder=$3 fail=0 start end cpu_start
-  children_cpu; cpu_start=$cpu start=$EPOCHREALTIME
-  for r in $(seq 1 "$rounds"); do
-    for i in "${!files[@]}"; do
-      "$extract" "$work/$folder/$r-$i" "${files[$i]}" "$i" >/dev/null 2>&1 || fail=$((fail + 1))
-    done
-  done
-  end=$EPOCHREALTIME
-  children_cpu
-  printf -v "${name}_time" '%s' "$(awk -v a="$start" -v b="$end" 'BEGIN { print b - a }')"
-  printf -v "${name}_cpu" '%s' "$(awk -v a="$cpu_start" -v b="$cpu" 'BEGIN { print b - a }')"
-  printf -v "${name}_fail" '%s' "$fail"
-}
+# The three extractors take turns, a round of every file each, so that a
+# change in the machine's load during the run falls on all three alike.
+# EXTRACT FOLDER FILE INDEX runs one process; NAME_time, NAME_cpu and
+# NAME_fail add up over the rounds.
 ours() { "$qh" attachments -d "$1" "$2"; }
 theirs() { tnef --overwrite -C "$1" -f "$2"; }
 floor() { "$work/extract_floor" "$1" "$2" "$work/plan/$3.txt"; }
-time_rounds qh ours q
-time_rounds tn theirs t
-time_rounds fl floor f
+extractors=(qh:ours:q tn:theirs:t fl:floor:f)
+for entry in "${extractors[@]}"; do
+  name=${entry%%:*}
+  printf -v "${name}_time" 0; printf -v "${name}_cpu" 0; printf -v "${name}_fail" 0
+done
+for r in $(seq 1 "$rounds"); do
+  for entry in "${extractors[@]}"; do
+    IFS=: read -r name extract folder <<<"$entry"
+    fail=0
+    children_cpu; cpu_start=$cpu start=$EPOCHREALTIME
+    for i in "${!files[@]}"; do
+      "$extract" "$work/$folder/$r-$i" "${files[$i]}" "$i" >/dev/null 2>&1 || fail=$((fail + 1))
+    done
+    end=$EPOCHREALTIME
+    children_cpu
+    time_var=${name}_time cpu_var=${name}_cpu fail_var=${name}_fail
+    printf -v "$time_var" '%s' "$(awk -v t="${!time_var}" -v a="$start" -v b="$end" 'BEGIN { print t + b - a }')"
+    printf -v "$cpu_var" '%s' "$(awk -v t="${!cpu_var}" -v a="$cpu_start" -v b="$cpu" 'BEGIN { print t + b - a }')"
+    printf -v "$fail_var" '%s' "$((${!fail_var} + fail))"
+  done
+done
 
 awk -v n="${#files[@]}" -v r="$rounds" -v bytes="$bytes" -v qt="$qh_time" -v tt="$tn_time" -v qc="$qh_cpu" -v tc="$tn_cpu" \
     -v qf="$qh_fail" -v tf="$tn_fail" -v ft="$fl_time" -v fc="$fl_cpu" -v ff="$fl_fail" \

@@ -3,6 +3,7 @@
 // ordinary text and stop at the few bytes that need work. Each test is exact
 // about whether any byte qualifies; which byte it is, the byte loop that
 // follows finds out.
+#include <cstddef>
 #include <cstdint>
 #include <cstring>
 
@@ -26,5 +27,13 @@ constexpr bool anyEqual(std::uint64_t word, unsigned char value) { return anyBel
 constexpr bool anyHigh(std::uint64_t word) { return (word & kHigh) != 0; }
 // Every byte is printable ASCII, 0x20 to 0x7E.
 constexpr bool allPrintable(std::uint64_t word) { return !anyHigh(word) && !anyBelow(word, 0x20) && !anyEqual(word, 0x7F); }
+
+// Length of the leading run of ASCII bytes.
+inline std::size_t asciiPrefix(const std::uint8_t* s, std::size_t length) {
+    std::size_t i = 0;
+    while (i + 8 <= length && !anyHigh(load(s + i))) i += 8;
+    while (i < length && s[i] < 0x80) ++i;
+    return i;
+}
 
 }  // namespace qh::words

@@ -28,13 +28,7 @@ void appendUTF8(std::string& out, UChar32 c) {
     out.append(buffer, static_cast<std::size_t>(length));
 }
 
-// Length of the leading run of ASCII bytes.
-std::size_t asciiPrefix(const std::uint8_t* s, std::size_t length) {
-    std::size_t i = 0;
-    while (i + 8 <= length && !words::anyHigh(words::load(s + i))) i += 8;
-    while (i < length && s[i] < 0x80) ++i;
-    return i;
-}
+using words::asciiPrefix;
 
 // A single-byte code page as two tables built once from ICU's converter.
 struct SingleByteTable {

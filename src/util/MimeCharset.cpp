@@ -5,6 +5,7 @@
 #include <unicode/ucnv.h>
 #include <unicode/utf8.h>
 
+#include "core/ByteWords.h"
 #include "core/TextEncoding.h"
 
 namespace qh {
@@ -47,18 +48,24 @@ std::string MimeCharset::decodeWindows1252(ByteView bytes) {
         0x2013, 0x2014, 0x02DC, 0x2122, 0x0161, 0x203A, 0x0153, 0x009D, 0x017E, 0x0178};
     std::string out;
     out.reserve(bytes.size() + bytes.size() / 4);
-    for (std::uint8_t b : bytes) {
-        char32_t c = b < 0x80 ? b : (b < 0xA0 ? kHigh[b - 0x80] : b);
-        if (c < 0x80) {
-            out.push_back(static_cast<char>(c));
-        } else if (c < 0x800) {
-            out.push_back(static_cast<char>(0xC0 | (c >> 6)));
-            out.push_back(static_cast<char>(0x80 | (c & 0x3F)));
+    for (std::size_t i = 0; i < bytes.size();) {
+        // ASCII runs are copied whole; each other byte is one character.
+        const std::size_t run = words::asciiPrefix(bytes.data() + i, bytes.size() - i);
+        out.append(reinterpret_cast<const char*>(bytes.data() + i), run);
+        i += run;
+        if (i == bytes.size()) break;
+        const std::uint8_t b = bytes[i++];
+        const char32_t c = b < 0xA0 ? kHigh[b - 0x80] : b;
+        char encoded[3];
+        std::size_t length = 0;
+        if (c < 0x800) {
+            encoded[length++] = static_cast<char>(0xC0 | (c >> 6));
         } else {
-            out.push_back(static_cast<char>(0xE0 | (c >> 12)));
-            out.push_back(static_cast<char>(0x80 | ((c >> 6) & 0x3F)));
-            out.push_back(static_cast<char>(0x80 | (c & 0x3F)));
+            encoded[length++] = static_cast<char>(0xE0 | (c >> 12));
+            encoded[length++] = static_cast<char>(0x80 | ((c >> 6) & 0x3F));
         }
+        encoded[length++] = static_cast<char>(0x80 | (c & 0x3F));
+        out.append(encoded, length);
     }
     return out;
 }
@@ -75,12 +82,11 @@ std::string MimeCharset::decode(ByteView bytes, std::string_view charset) {
     // Declared US-ASCII (or nothing) with 8-bit bytes, or a wrong label:
     // most such mail is UTF-8.
     if (isValidUTF8(asText(bytes))) return std::string(asText(bytes));
-    if (auto text = decodeSubstituting(bytes, name)) {
-        // US-ASCII with substitutions would lose every 8-bit letter: the
-        // sender's own code page is far likelier Windows-1252.
-        if (!TextEncoding::equalsIgnoringCase(name, "us-ascii") && !TextEncoding::equalsIgnoringCase(name, "ascii")) {
-            return std::move(*text);
-        }
+    // US-ASCII with substitutions would lose every 8-bit letter: the sender's
+    // own code page is far likelier Windows-1252.
+    const bool ascii = TextEncoding::equalsIgnoringCase(name, "us-ascii") || TextEncoding::equalsIgnoringCase(name, "ascii");
+    if (!ascii) {
+        if (auto text = decodeSubstituting(bytes, name)) return std::move(*text);
     }
     return decodeWindows1252(bytes);
 }

@@ -16,6 +16,7 @@
 #include "util/Ascii.h"
 #include "util/MediaTypes.h"
 #include "util/MimeCharset.h"
+#include "core/TextEncoding.h"
 #include "util/Rfc2045.h"
 #include "util/Rfc2047.h"
 #include "util/Rfc2231.h"
@@ -309,6 +310,18 @@ TEST(MimeCharset, NeverGivesNothing) {
         {"ok \xFF", "utf-8", "ok \xEF\xBF\xBD"},            // declared UTF-8: a bad byte is U+FFFD
     };
     for (const Case& c : cases) EXPECT_EQ(MimeCharset::decode(asBytes(c.bytes), c.charset), c.text) << c.charset;
+}
+
+// 8-bit bytes in text labelled US-ASCII are read as Windows-1252: every byte,
+// between ASCII runs of every length the word-wise copy meets, against the
+// code page's table built from ICU.
+TEST(MimeCharset, EightBitAsciiIsWindows1252) {
+    std::string bytes;
+    for (int b = 0; b < 256; ++b) bytes += std::string(static_cast<std::size_t>(b % 11), 'x') + static_cast<char>(b);
+    const std::optional<std::string> expected = TextEncoding::decodeCharset(asBytes(bytes), "windows-1252");
+    ASSERT_TRUE(expected);
+    EXPECT_EQ(MimeCharset::decode(asBytes(bytes), "US-ASCII"), *expected);
+    EXPECT_EQ(MimeCharset::decodeWindows1252(asBytes(bytes)), *expected);
 }
 
 TEST(MediaTypes, ExtensionsBothWays) {
