@@ -7,15 +7,7 @@
 #if defined(__x86_64__) && (defined(__GNUC__) || defined(__clang__))
 #include <immintrin.h>
 #define QH_BASE64_AVX2 1
-#if __has_include(<sys/platform/x86.h>)
-// The C library's processor probe, which runs at start anyway. The compiler's
-// own (__builtin_cpu_supports) adds a second probe to every process start, and
-// each probe instruction traps on a virtual machine.
-#include <sys/platform/x86.h>
-#define QH_CPU_HAS_AVX2() CPU_FEATURE_ACTIVE(AVX2)
-#else
-#define QH_CPU_HAS_AVX2() __builtin_cpu_supports("avx2")
-#endif
+#include <cpuid.h>
 #endif
 
 namespace qh {
@@ -53,8 +45,22 @@ const std::array<char, 8192>& characterPairs() {
 // after W. Mula and D. Lemire, "Faster Base64 Encoding and Decoding using AVX2
 // Instructions" (2018). The scalar code below does everything else, and a
 // test compares the two on random texts.
+// Asked of the processor the first time a block is coded, not at start:
+// __builtin_cpu_supports would add a probe of every feature to each process
+// start (each probe instruction traps on a virtual machine), and most
+// one-file commands code no base64 at all.
 bool haveAvx2() {
-    static const bool have = QH_CPU_HAS_AVX2();
+    static const bool have = [] {
+        unsigned a = 0, b = 0, c = 0, d = 0;
+        if (!__get_cpuid(1, &a, &b, &c, &d)) return false;
+        // AVX, and the system saving the AVX state (OSXSAVE and XCR0 bits 1 and 2).
+        if (!(c & bit_AVX) || !(c & bit_OSXSAVE)) return false;
+        unsigned xcr0Low = 0, xcr0High = 0;
+        __asm__("xgetbv" : "=a"(xcr0Low), "=d"(xcr0High) : "c"(0));
+        if ((xcr0Low & 0x6) != 0x6) return false;
+        if (!__get_cpuid_count(7, 0, &a, &b, &c, &d)) return false;
+        return (b & bit_AVX2) != 0;
+    }();
     return have;
 }
 
