@@ -4,10 +4,11 @@
 #include <array>
 #include <cstring>
 
-#if defined(__x86_64__) && (defined(__GNUC__) || defined(__clang__))
+#include "core/Processor.h"
+
+#if QH_HAVE_AVX2_PATHS
 #include <immintrin.h>
 #define QH_BASE64_AVX2 1
-#include <cpuid.h>
 #endif
 
 namespace qh {
@@ -45,25 +46,6 @@ const std::array<char, 8192>& characterPairs() {
 // after W. Mula and D. Lemire, "Faster Base64 Encoding and Decoding using AVX2
 // Instructions" (2018). The scalar code below does everything else, and a
 // test compares the two on random texts.
-// Asked of the processor the first time a block is coded, not at start:
-// __builtin_cpu_supports would add a probe of every feature to each process
-// start (each probe instruction traps on a virtual machine), and most
-// one-file commands code no base64 at all.
-bool haveAvx2() {
-    static const bool have = [] {
-        unsigned a = 0, b = 0, c = 0, d = 0;
-        if (!__get_cpuid(1, &a, &b, &c, &d)) return false;
-        // AVX, and the system saving the AVX state (OSXSAVE and XCR0 bits 1 and 2).
-        if (!(c & bit_AVX) || !(c & bit_OSXSAVE)) return false;
-        unsigned xcr0Low = 0, xcr0High = 0;
-        __asm__("xgetbv" : "=a"(xcr0Low), "=d"(xcr0High) : "c"(0));
-        if ((xcr0Low & 0x6) != 0x6) return false;
-        if (!__get_cpuid_count(7, 0, &a, &b, &c, &d)) return false;
-        return (b & bit_AVX2) != 0;
-    }();
-    return have;
-}
-
 // 24 bytes of the 32 alphabet characters at `from`, written to `to`.
 __attribute__((target("avx2"))) inline void decodeBlockAvx2(const std::uint8_t* from, std::uint8_t* to) {
     const __m256i lutRoll = _mm256_setr_epi8(0, 16, 19, 4, -65, -65, -71, -71, 0, 0, 0, 0, 0, 0, 0, 0, 0, 16, 19, 4,
@@ -173,7 +155,7 @@ void encodeGroups(ByteView bytes, char* dst) {
     const auto& pairs = characterPairs();
     std::size_t i = 0;
 #if QH_BASE64_AVX2
-    if (bytes.size() >= 28 && haveAvx2()) {
+    if (bytes.size() >= 28 && processor::hasAvx2()) {
         i = encodeBlocksAvx2(bytes.data(), bytes.size(), dst);
         dst += i / 3 * 4;
     }
@@ -238,7 +220,7 @@ Bytes Base64::decode(ByteView text) {
     for (std::size_t i = 0; i < length; ++i) {
         if (collected == 0) {
 #if QH_BASE64_AVX2
-            if (length - i >= 32 && haveAvx2()) {
+            if (length - i >= 32 && processor::hasAvx2()) {
                 std::size_t written = 0;
                 i += decodeBlocksAvx2(bytes + i, length - i, to, written);
                 to += written;

@@ -1,14 +1,20 @@
 // The one JSON encoder of the message dictionary (Value::appendJson): written
 // straight into one string, without building a JSON tree first and without
 // escaping base64 text a second time.
+#include <algorithm>
 #include <array>
 #include <charconv>
 #include <cmath>
+#include <cstring>
 #include <ctime>
 
 #include <nlohmann/json.hpp>
 
-#if defined(__SSE2__)
+#include "core/Processor.h"
+
+#if QH_HAVE_AVX2_PATHS
+#include <immintrin.h>
+#elif defined(__SSE2__)
 #include <emmintrin.h>
 #endif
 
@@ -95,6 +101,101 @@ const std::array<bool, 256>& specialBytes() {
     return table;
 }
 
+// The letter after the backslash of the escapes JSON has for these bytes; 0 for the rest.
+constexpr auto kShortEscapes = [] {
+    std::array<char, 128> letters{};
+    letters['"'] = '"';
+    letters['\\'] = '\\';
+    letters['\b'] = 'b';
+    letters['\f'] = 'f';
+    letters['\n'] = 'n';
+    letters['\r'] = 'r';
+    letters['\t'] = 't';
+    return letters;
+}();
+
+#if QH_HAVE_AVX2_PATHS
+// Text with a quote or a line break every few words (bodies, HTML above all)
+// is escaped eight bytes at a time without a branch per escape: for each
+// pattern of two-character escapes among eight bytes, a shuffle that writes
+// each escaped byte twice and the places of the backslashes among the (at
+// most sixteen) bytes that come out.
+struct Expansion {
+    std::array<std::uint8_t, 16> shuffle{};
+    std::array<std::uint8_t, 16> backslashes{};
+    std::uint8_t length = 0;
+};
+constexpr auto kExpansions = [] {
+    std::array<Expansion, 256> table{};
+    for (unsigned mask = 0; mask < 256; ++mask) {
+        Expansion& e = table[mask];
+        unsigned out = 0;
+        for (unsigned k = 0; k < 8; ++k) {
+            if (mask & (1u << k)) {
+                e.shuffle[out] = static_cast<std::uint8_t>(k);
+                e.backslashes[out++] = 0xFF;
+            }
+            e.shuffle[out++] = static_cast<std::uint8_t>(k);
+        }
+        for (unsigned rest = out; rest < 16; ++rest) e.shuffle[rest] = 0x80;  // a zero byte
+        e.length = static_cast<std::uint8_t>(out);
+    }
+    return table;
+}();
+// Room the expanding loop needs ahead of the output pointer.
+constexpr std::size_t kExpandedBlockRoom = 32;
+
+// Escapes blocks of sixteen bytes from s[i] while they hold no byte from
+// 0x80 up and no control without a two-character escape, and while there is
+// room for a block's worst case before `end`. Stops at such a block, having
+// written its bytes up to the first one that needs work; returns where the
+// text was left and moves `dst` past what was written.
+__attribute__((target("avx2"))) std::size_t escapeBlocksExpanding(const unsigned char* s, std::size_t n,
+                                                                    std::size_t i, char*& dst, char* end) {
+    const __m128i space = _mm_set1_epi8(0x20), quote = _mm_set1_epi8('"'), backslash = _mm_set1_epi8('\\');
+    // The letters of \b \t \n \f \r by the low four bits of their bytes.
+    const __m128i controlLetters = _mm_setr_epi8(0, 0, 0, 0, 0, 0, 0, 0, 'b', 't', 'n', 0, 'f', 'r', 0, 0);
+    const __m128i eight = _mm_set1_epi8(8);
+    while (n - i >= 16 && static_cast<std::size_t>(end - dst) >= kExpandedBlockRoom) {
+        const __m128i chunk = _mm_loadu_si128(reinterpret_cast<const __m128i*>(s + i));
+        const __m128i controls = _mm_cmplt_epi8(chunk, space);  // bytes from 0x80 up too: signed
+        const __m128i quoted = _mm_or_si128(_mm_cmpeq_epi8(chunk, quote), _mm_cmpeq_epi8(chunk, backslash));
+        const auto found = static_cast<unsigned>(_mm_movemask_epi8(_mm_or_si128(controls, quoted)));
+        if (!found) {
+            _mm_storeu_si128(reinterpret_cast<__m128i*>(dst), chunk);
+            i += 16;
+            dst += 16;
+            continue;
+        }
+        // Letters for the controls that have one (pshufb gives 0 for bytes from 0x80 up).
+        const __m128i letters = _mm_shuffle_epi8(controlLetters, chunk);
+        const auto lettered = static_cast<unsigned>(
+            _mm_movemask_epi8(_mm_andnot_si128(_mm_cmpeq_epi8(letters, _mm_setzero_si128()), controls)));
+        const auto high = static_cast<unsigned>(_mm_movemask_epi8(chunk));
+        const auto controlBits = static_cast<unsigned>(_mm_movemask_epi8(controls));
+        if (high || (controlBits & ~lettered)) {
+            const auto ahead = static_cast<std::size_t>(__builtin_ctz(found));
+            _mm_storeu_si128(reinterpret_cast<__m128i*>(dst), chunk);
+            dst += ahead;
+            return i + ahead;
+        }
+        // Each escaped byte as its letter (a quote and a backslash are their own), then spread.
+        const __m128i source = _mm_blendv_epi8(chunk, letters, controls);
+        for (unsigned half = 0; half < 2; ++half) {
+            const Expansion& e = kExpansions[(found >> (8 * half)) & 0xFF];
+            __m128i shuffle = _mm_loadu_si128(reinterpret_cast<const __m128i*>(e.shuffle.data()));
+            if (half) shuffle = _mm_add_epi8(shuffle, eight);  // 0x80 stays a zero byte: 0x88
+            const __m128i spread = _mm_shuffle_epi8(source, shuffle);
+            const __m128i marks = _mm_loadu_si128(reinterpret_cast<const __m128i*>(e.backslashes.data()));
+            _mm_storeu_si128(reinterpret_cast<__m128i*>(dst), _mm_blendv_epi8(spread, backslash, marks));
+            dst += e.length;
+        }
+        i += 16;
+    }
+    return i;
+}
+#endif
+
 std::string isoUtc(double unixSeconds) {
     if (!std::isfinite(unixSeconds)) unixSeconds = 0;
     // Keep within what gmtime can represent with a four-digit year.
@@ -130,77 +231,98 @@ void appendDouble(double number, std::string& out) {
 
 void Value::appendJsonString(std::string_view text, std::string& out) {
     static constexpr char kHex[] = "0123456789abcdef";
-    // The letter after the backslash of the escapes JSON has for these bytes; 0 for the rest.
-    static constexpr auto kShortEscapes = [] {
-        std::array<char, 128> letters{};
-        letters['"'] = '"';
-        letters['\\'] = '\\';
-        letters['\b'] = 'b';
-        letters['\f'] = 'f';
-        letters['\n'] = 'n';
-        letters['\r'] = 'r';
-        letters['\t'] = 't';
-        return letters;
-    }();
-    // Most text needs no escape: room for it as it is, once.
-    out.reserve(out.size() + text.size() + 2);
+    const auto* s = reinterpret_cast<const unsigned char*>(text.data());
+    const std::size_t n = text.size();
     const auto& special = specialBytes();
-    out.push_back('"');
-    std::size_t run = 0;
-    for (std::size_t i = 0; i < text.size();) {
+    // Written through a pointer into room made ahead: the text, its quotes
+    // and some escapes; more is made when the escapes need it, and the
+    // string is cut to what was written at the end.
+    std::size_t at = out.size();
+    out.resize(at + n + n / 8 + 64);
+    char* dst = out.data() + at;
+    char* end = out.data() + out.size();
+    const auto room = [&](std::size_t need) {
+        if (static_cast<std::size_t>(end - dst) >= need) return;
+        at = static_cast<std::size_t>(dst - out.data());
+        out.resize(out.size() + std::max(need + 64, out.size() / 2));
+        dst = out.data() + at;
+        end = out.data() + out.size();
+    };
+#if QH_HAVE_AVX2_PATHS
+    const bool expanding = n >= 16 && processor::hasAvx2();
+#endif
+    *dst++ = '"';
+    std::size_t i = 0;
+    while (i < n) {
+#if QH_HAVE_AVX2_PATHS
+        if (expanding) {
+            room(kExpandedBlockRoom);
+            i = escapeBlocksExpanding(s, n, i, dst, end);
+        }
+#endif
 #if defined(__SSE2__)
-        // Sixteen bytes at a time over runs that need no escaping: most text is.
+        // Sixteen bytes at a time: each block is stored whole, and the
+        // pointer moves on to its first byte that needs work, if any.
         const __m128i space = _mm_set1_epi8(0x20), quote = _mm_set1_epi8('"'), backslash = _mm_set1_epi8('\\');
-        while (text.size() - i >= 16) {
-            const __m128i chunk = _mm_loadu_si128(reinterpret_cast<const __m128i*>(text.data() + i));
+        while (n - i >= 16) {
+            room(16);
+            const __m128i chunk = _mm_loadu_si128(reinterpret_cast<const __m128i*>(s + i));
+            _mm_storeu_si128(reinterpret_cast<__m128i*>(dst), chunk);
             // A signed compare: bytes from 0x80 up are negative, so below 0x20 too.
             const __m128i found = _mm_or_si128(_mm_cmplt_epi8(chunk, space),
                                                _mm_or_si128(_mm_cmpeq_epi8(chunk, quote), _mm_cmpeq_epi8(chunk, backslash)));
             const int mask = _mm_movemask_epi8(found);
             if (mask) {
-                i += static_cast<std::size_t>(__builtin_ctz(static_cast<unsigned>(mask)));
+                const auto ahead = static_cast<std::size_t>(__builtin_ctz(static_cast<unsigned>(mask)));
+                i += ahead;
+                dst += ahead;
                 break;
             }
             i += 16;
+            dst += 16;
         }
-        if (i >= text.size()) break;
+        if (i >= n) break;
 #endif
-        const auto byte = static_cast<unsigned char>(text[i]);
+        const unsigned char byte = s[i];
         if (!special[byte]) {
+            room(1);
+            *dst++ = static_cast<char>(byte);
             ++i;
-            continue;
-        }
-        if (byte >= 0x80) {
+        } else if (byte >= 0x80) {
             // Texts read from hostile files may hold invalid UTF-8: each
-            // maximal broken subpart becomes one U+FFFD. A well-formed
-            // sequence stays in the run that is copied as it is.
-            // Text in other scripts is mostly such sequences: the ones that
-            // follow are checked here rather than a block at a time.
+            // maximal broken subpart becomes one U+FFFD. Well-formed
+            // sequences that follow each other are copied as one run.
             const std::size_t from = i;
             i = wellFormedRun(text, i);
-            if (i > from) continue;
+            if (i > from) {
+                room(i - from);
+                std::memcpy(dst, s + from, i - from);
+                dst += i - from;
+                continue;
+            }
             const Utf8Scan scan = scanUtf8(text, i);
-            out.append(text.data() + run, i - run);
-            out += kReplacementCharacter;
+            room(kReplacementCharacter.size());
+            std::memcpy(dst, kReplacementCharacter.data(), kReplacementCharacter.size());
+            dst += kReplacementCharacter.size();
             i += scan.prefix;
         } else {
-            out.append(text.data() + run, i - run);
-            // Line feeds and quotes are frequent in bodies (HTML above all):
-            // a two-character escape is two bytes appended, not a C string.
+            room(6);
             const char shortEscape = kShortEscapes[byte];
             if (shortEscape) {
-                out.push_back('\\');
-                out.push_back(shortEscape);
+                dst[0] = '\\';
+                dst[1] = shortEscape;
+                dst += 2;
             } else {
                 const char code[6] = {'\\', 'u', '0', '0', kHex[byte >> 4], kHex[byte & 15]};
-                out.append(code, sizeof code);
+                std::memcpy(dst, code, sizeof code);
+                dst += sizeof code;
             }
             ++i;
         }
-        run = i;
     }
-    out.append(text.data() + run, text.size() - run);
-    out.push_back('"');
+    room(1);
+    *dst++ = '"';
+    out.resize(static_cast<std::size_t>(dst - out.data()));
 }
 
 void Value::appendJson(std::string& out) const {

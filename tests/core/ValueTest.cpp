@@ -3,6 +3,10 @@
 #include <gtest/gtest.h>
 
 #include <functional>
+#include <cstdio>
+#include <unicode/unistr.h>
+#include <unicode/ustring.h>
+#include <random>
 
 #include <nlohmann/json.hpp>
 
@@ -73,6 +77,52 @@ TEST(Value, JsonEncodingFollowsTheCommandContract) {
                           "\"" + before + c.json.substr(1, c.json.size() - 2) + after + "\"") << c.json;
             }
         }
+    }
+}
+
+// Strings made at random of the bytes that need work (quotes, backslashes,
+// every control, broken and whole UTF-8) among ordinary text, at lengths
+// around the sixteen-byte blocks, against a byte-by-byte definition: ICU
+// replaces each maximal broken subpart with U+FFFD, then each byte that JSON
+// escapes is escaped.
+TEST(Value, JsonStringsAgreeWithTheirDefinition) {
+    const auto reference = [](const std::string& text) {
+        UErrorCode status = U_ZERO_ERROR;
+        std::int32_t units = 0;
+        u_strFromUTF8WithSub(nullptr, 0, &units, text.data(), static_cast<std::int32_t>(text.size()), 0xFFFD, nullptr,
+                             &status);
+        std::u16string wide(static_cast<std::size_t>(units), u'\0');
+        status = U_ZERO_ERROR;
+        u_strFromUTF8WithSub(wide.data(), units, nullptr, text.data(), static_cast<std::int32_t>(text.size()), 0xFFFD,
+                             nullptr, &status);
+        std::string valid;
+        icu::UnicodeString(false, wide.data(), units).toUTF8String(valid);
+        std::string json = "\"";
+        for (const char c : valid) {
+            const auto byte = static_cast<unsigned char>(c);
+            const char* shortEscape = c == '"' ? "\\\"" : c == '\\' ? "\\\\" : c == '\b' ? "\\b" : c == '\f' ? "\\f"
+                                    : c == '\n' ? "\\n" : c == '\r' ? "\\r" : c == '\t' ? "\\t" : nullptr;
+            char code[8];
+            if (shortEscape) json += shortEscape;
+            else if (byte < 0x20) json.append(code, static_cast<std::size_t>(std::snprintf(code, sizeof code, "\\u%04x", byte)));
+            else json += c;
+        }
+        return json + "\"";
+    };
+    const std::vector<std::string> pieces = {"a", "b", "c", "d", " ", "<p class=", "\"", "\\", "\n", "\r\n", "\t", "\b",
+                                             "\f", std::string(1, '\0'), "\x01", "\x1f", "\x7f", "\xc3\xa9", "\xe5\x90\x8d",
+                                             "\xf0\x9f\x98\x80", "\x80", "\xc3", "\xe5\x90", "\xed\xa0\x80", "\xf8",
+                                             "0123456789abcdef"};
+    std::mt19937 random(20261124);
+    for (int round = 0; round < 4000; ++round) {
+        std::string text;
+        const int count = static_cast<int>(random() % 40);
+        const bool escapesOnly = round % 3 == 0;  // texts without high bytes take the block-wide path
+        for (int k = 0; k < count; ++k) {
+            const std::size_t pick = random() % (escapesOnly ? 17 : pieces.size());
+            text += pieces[escapesOnly && pick > 12 ? pick % 13 : pick];
+        }
+        ASSERT_EQ(Value(text).toJsonText(), reference(text)) << testing::PrintToString(text);
     }
 }
 
