@@ -132,10 +132,7 @@ std::optional<std::string> RTFConverter::convert(ByteView rtf) {
     }
     tokenizer_ = nullptr;
     flushPending();
-    if (pendingHighSurrogate_) {
-        pendingHighSurrogate_ = 0;
-        emitCodePoint(0xFFFD);
-    }
+    emitUnitsEnd();
 
     if (output_ == Output::Text || encapsulatedHTML_) return std::move(body_);
     return finishHTML();
@@ -155,21 +152,11 @@ bool RTFConverter::wantsText(const GroupState& group) const {
     }
 }
 
-std::uint16_t RTFConverter::codePageOf(const GroupState& group) const {
-    const std::int32_t font = group.font >= 0 ? group.font : defaultFont_;
-    auto found = fontCodePages_.find(font);
-    if (found != fontCodePages_.end() && found->second != 0) return found->second;
-    return ansiCodePage_;
-}
-
 void RTFConverter::textBytes(ByteView bytes) {
     const GroupState& group = state();
     if (!wantsText(group)) return;
-    if (pendingHighSurrogate_) {
-        pendingHighSurrogate_ = 0;
-        emitCodePoint(0xFFFD);
-    }
-    const std::uint16_t codePage = codePageOf(group);
+    emitUnitsEnd();
+    const std::uint16_t codePage = fonts_.codePageOf(group.font);
     if (!pendingBytes_.empty() && codePage != pendingCodePage_) flushPending();
     if (pendingBytes_.empty()) {
         // Plain ASCII goes straight out; anything else waits for the bytes that
@@ -187,7 +174,7 @@ void RTFConverter::textBytes(ByteView bytes) {
 void RTFConverter::flushPending() {
     if (pendingBytes_.empty()) return;
     std::string decoded;
-    codePages_.appendDecoded(asBytes(pendingBytes_), pendingCodePage_, decoded);
+    fonts_.decoder().appendDecoded(asBytes(pendingBytes_), pendingCodePage_, decoded);
     pendingBytes_.clear();
     emitText(decoded);
 }
@@ -222,30 +209,8 @@ void RTFConverter::emitCodePoint(char32_t codePoint) {
     emitText(utf8);
 }
 
-void RTFConverter::emitUnicode(std::int32_t parameter) {
-    // \uN is a signed 16-bit value: negative numbers stand for code units above 0x7FFF.
-    char16_t unit = static_cast<char16_t>(parameter < 0 ? parameter + 65536 : parameter);
-    if (unit >= 0xD800 && unit <= 0xDBFF) {
-        if (pendingHighSurrogate_) emitCodePoint(0xFFFD);
-        pendingHighSurrogate_ = unit;
-        return;
-    }
-    if (unit >= 0xDC00 && unit <= 0xDFFF) {
-        if (!pendingHighSurrogate_) {
-            emitCodePoint(0xFFFD);
-            return;
-        }
-        char32_t codePoint = 0x10000 + ((char32_t(pendingHighSurrogate_) - 0xD800) << 10) + (unit - 0xDC00);
-        pendingHighSurrogate_ = 0;
-        emitCodePoint(codePoint);
-        return;
-    }
-    if (pendingHighSurrogate_) {
-        pendingHighSurrogate_ = 0;
-        emitCodePoint(0xFFFD);
-    }
-    if (unit == 0) return;
-    emitCodePoint(unit);
+void RTFConverter::emitUnitsEnd() {
+    units_.endRun([this](char32_t codePoint) { emitCodePoint(codePoint); });
 }
 
 void RTFConverter::emitBreak(Break kind) {
@@ -294,10 +259,7 @@ bool RTFConverter::skipRestOfGroup() {
 
 bool RTFConverter::groupClose() {
     ignorableNext_ = false;
-    if (pendingHighSurrogate_) {
-        pendingHighSurrogate_ = 0;
-        emitCodePoint(0xFFFD);
-    }
+    emitUnitsEnd();
     if (stack_.size() <= 2) return false;  // the document group closes: what follows is not part of it
     stack_.pop_back();
     return true;
@@ -316,28 +278,13 @@ void RTFConverter::fieldResult() {
 void RTFConverter::controlSymbol(std::uint8_t symbol) {
     ignorableNext_ = false;
     if (state().destination == Destination::Skip) return;
-    switch (symbol) {
-        case '*':
-            ignorableNext_ = true;
-            return;
-        case '\\':
-        case '{':
-        case '}':
-            textBytes(ByteView(&symbol, 1));
+    rtfControlSymbol(
+        symbol, ignorableNext_,
+        [this](std::uint8_t literal) {
+            textBytes(ByteView(&literal, 1));
             flushPending();
-            return;
-        case '~':
-            emitCodePoint(0x00A0);
-            return;
-        case '_':
-            emitCodePoint(0x2011);
-            return;
-        case '\t':
-            emitText("\t");
-            return;
-        default:
-            return;  // \- (optional hyphen), \| and \: (formula and index marks) show nothing
-    }
+        },
+        [this](char32_t codePoint) { emitCodePoint(codePoint); }, [this](std::string_view text) { emitText(text); });
 }
 
 void RTFConverter::controlWord(const RTFToken& token) {
@@ -357,33 +304,19 @@ void RTFConverter::controlWord(const RTFToken& token) {
     const bool on = !token.hasParameter || parameter != 0;
 
     if (group.destination == Destination::FontTable) {
-        switch (keyword) {
-            case Keyword::Font:
-                fontBeingDefined_ = parameter;
-                return;
-            case Keyword::FontCharset:
-                if (fontBeingDefined_ >= 0) fontCodePages_[fontBeingDefined_] = RTFCodePages::codePageForCharset(parameter);
-                return;
-            case Keyword::FontCodePage:
-                if (fontBeingDefined_ >= 0 && parameter > 0 && parameter < 65536)
-                    fontCodePages_[fontBeingDefined_] = static_cast<std::uint16_t>(parameter);
-                return;
-            case Keyword::SkipDestination:
-                group.destination = Destination::Skip;
-                return;
-            default:
-                if (ignorable) group.destination = Destination::Skip;
-                return;
-        }
+        if (!fonts_.fontTableWord(keyword, parameter) && (keyword == Keyword::SkipDestination || ignorable))
+            group.destination = Destination::Skip;
+        return;
     }
 
+    if (rtfSharedWord(group, fonts_, keyword, parameter, on)) return;
     switch (keyword) {
         case Keyword::SkipDestination:
             group.destination = Destination::Skip;
             return;
         case Keyword::FontTable:
             group.destination = Destination::FontTable;
-            fontBeingDefined_ = -1;
+            fonts_.startFontTable();
             return;
         case Keyword::FieldInstruction:
             group.destination = Destination::FieldInstruction;
@@ -417,29 +350,11 @@ void RTFConverter::controlWord(const RTFToken& token) {
             group.bold = group.italic = group.underline = group.hidden = false;
             group.font = -1;
             return;
-        case Keyword::Font:
-            group.font = parameter >= 0 ? parameter : -1;
-            return;
-        case Keyword::DefaultFont:
-            defaultFont_ = parameter;
-            return;
-        case Keyword::UnicodeSkip:
-            group.ucSkip = parameter > 0 ? parameter : 0;
-            return;
         case Keyword::Unicode:
             if (!token.hasParameter) return;
-            if (group.destination != Destination::Skip) emitUnicode(parameter);
+            if (group.destination != Destination::Skip)
+                units_.unit(parameter, [this](char32_t codePoint) { emitCodePoint(codePoint); });
             skipCount_ = static_cast<std::size_t>(group.ucSkip);
-            return;
-        case Keyword::AnsiCodePage:
-        case Keyword::Ansi:
-        case Keyword::Mac:
-        case Keyword::Pc:
-        case Keyword::Pca:
-            if (const auto page = rtfwords::documentCodePage(keyword, parameter)) ansiCodePage_ = *page;
-            return;
-        case Keyword::HtmlRtf:
-            group.htmlrtf = on;
             return;
         case Keyword::FromHtml:
             // Only a document that declares it before any text is read as encapsulated HTML.
@@ -459,9 +374,8 @@ void RTFConverter::controlWord(const RTFToken& token) {
         case Keyword::Character:
             emitCodePoint(found->character);
             return;
-        case Keyword::FontCharset:
-        case Keyword::FontCodePage:
-            return;
+        default:
+            return;  // \fcharsetN and \cpgN outside the font table, and the words taken above
     }
 }
 

@@ -14,6 +14,7 @@
 
 #include <quillhaven/Bytes.h>
 #include "richtext/RTFCodePages.h"
+#include "richtext/RTFTextState.h"
 #include "richtext/RTFTokenizer.h"
 
 namespace qh {
@@ -56,13 +57,12 @@ private:
 
     GroupState& state() { return stack_.back(); }
     bool wantsText(const GroupState& group) const;
-    std::uint16_t codePageOf(const GroupState& group) const;
 
     void textBytes(ByteView bytes);
     void flushPending();
     void emitText(std::string_view utf8);
     void emitCodePoint(char32_t codePoint);
-    void emitUnicode(std::int32_t parameter);
+    void emitUnitsEnd();
     void emitBreak(Break kind);
     void controlWord(const RTFToken& token);
     void controlSymbol(std::uint8_t symbol);
@@ -83,13 +83,8 @@ private:
     std::vector<GroupState> stack_;
     bool ignorableNext_ = false;
     std::size_t skipCount_ = 0;
-    char16_t pendingHighSurrogate_ = 0;
-
-    RTFCodePages codePages_;
-    std::uint16_t ansiCodePage_ = RTFCodePages::kDefaultCodePage;
-    std::int32_t defaultFont_ = 0;
-    std::int32_t fontBeingDefined_ = -1;
-    std::unordered_map<std::int32_t, std::uint16_t> fontCodePages_;
+    RTFUnicodeUnits units_;
+    RTFFontCodePages fonts_;
 
     std::string pendingBytes_;
     std::uint16_t pendingCodePage_ = 0;

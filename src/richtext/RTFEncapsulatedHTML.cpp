@@ -16,6 +16,7 @@
 #include "richtext/RTFCodePages.h"
 #include "richtext/RTFConverter.h"
 #include "richtext/RTFKeywords.h"
+#include "richtext/RTFTextState.h"
 
 namespace qh {
 namespace {
@@ -238,7 +239,6 @@ private:
         return group.mode == Mode::Body ? !group.htmlrtf
                                         : group.mode == Mode::FieldInstruction && fieldInstruction_ < kMaxFieldInstruction;
     }
-    std::uint16_t codePageOf(const Group& group) const;
 
     bool readPrefix();
     void readBody();
@@ -257,7 +257,7 @@ private:
     void decodePending();
     [[gnu::always_inline]] void emitText(std::string_view utf8);
     void emitCodePoint(char32_t codePoint);
-    void emitUnicode(std::int32_t parameter);
+    void emitUnitsEnd();
     [[gnu::always_inline]] void emitBreak();
     [[gnu::always_inline]] void controlWord(const Word& word, const KeywordEntry* entry);
     void controlSymbol(std::uint8_t symbol);
@@ -274,18 +274,8 @@ private:
     std::size_t depth_ = 0;
     bool ignorableNext_ = false;
     std::size_t skipCount_ = 0;
-    char16_t pendingHighSurrogate_ = 0;
-
-    RTFCodePages codePages_;
-    std::uint16_t ansiCodePage_ = RTFCodePages::kDefaultCodePage;
-    std::int32_t defaultFont_ = 0;
-    std::int32_t fontBeingDefined_ = -1;
-    std::unordered_map<std::int32_t, std::uint16_t> fontCodePages_;
-    std::uint64_t fontTableChanges_ = 0;
-    mutable std::int32_t lastFont_ = 0;
-    mutable std::uint16_t lastAnsiCodePage_ = 0;  // no code page: the first question is answered afresh
-    mutable std::uint64_t lastFontTableChanges_ = 0;
-    mutable std::uint16_t lastCodePage_ = 0;
+    RTFUnicodeUnits units_;
+    RTFFontCodePages fonts_;
 
     std::string pendingBytes_;
     std::uint16_t pendingCodePage_ = 0;
@@ -309,10 +299,7 @@ std::optional<std::string> Pass::run() {
     body_.reserve(size_);
     readBody();
     flushPending();
-    if (pendingHighSurrogate_) {
-        pendingHighSurrogate_ = 0;
-        emitCodePoint(0xFFFD);
-    }
+    emitUnitsEnd();
     return std::move(body_.text());
 }
 
@@ -678,39 +665,21 @@ bool Pass::skipGroup() {
     return false;
 }
 
-std::uint16_t Pass::codePageOf(const Group& group) const {
-    const std::int32_t font = group.font >= 0 ? group.font : defaultFont_;
-    // Asked once per escape while escapes follow each other: the last answer stands
-    // until the font, the document's code page or the font table changes.
-    if (font == lastFont_ && ansiCodePage_ == lastAnsiCodePage_ && fontTableChanges_ == lastFontTableChanges_)
-        return lastCodePage_;
-    auto found = fontCodePages_.find(font);
-    const std::uint16_t codePage = found != fontCodePages_.end() && found->second != 0 ? found->second : ansiCodePage_;
-    lastFont_ = font;
-    lastAnsiCodePage_ = ansiCodePage_;
-    lastFontTableChanges_ = fontTableChanges_;
-    lastCodePage_ = codePage;
-    return codePage;
-}
-
 inline void Pass::textBytes(ByteView bytes, bool high, std::size_t readable) {
     const Group& group = top();
-    if (group.mode == Mode::Body && !group.htmlrtf && !high && pendingBytes_.empty() && !pendingHighSurrogate_) {
+    if (group.mode == Mode::Body && !group.htmlrtf && !high && pendingBytes_.empty() && !units_.pending()) {
         // Most of an HTML body: ASCII between tags, straight out.
         body_.append(reinterpret_cast<const char*>(bytes.data()), bytes.size(), readable);
         return;
     }
     if (!wants(group)) return;
-    if (pendingHighSurrogate_) {
-        pendingHighSurrogate_ = 0;
-        emitCodePoint(0xFFFD);
-    }
+    emitUnitsEnd();
     if (pendingBytes_.empty() && !high) {
         // Plain ASCII goes straight out.
         emitText(asText(bytes));
         return;
     }
-    const std::uint16_t codePage = codePageOf(group);
+    const std::uint16_t codePage = fonts_.codePageOf(group.font);
     if (!pendingBytes_.empty() && codePage != pendingCodePage_) flushPending();
     if (pendingBytes_.empty()) {
         // Anything but ASCII waits for the bytes that follow it: a
@@ -728,11 +697,11 @@ inline void Pass::textBytes(ByteView bytes, bool high, std::size_t readable) {
 void Pass::decodePending() {
     const Group& group = top();
     if (group.mode == Mode::Body && wants(group)) {
-        codePages_.appendDecoded(asBytes(pendingBytes_), pendingCodePage_, body_.text());
+        fonts_.decoder().appendDecoded(asBytes(pendingBytes_), pendingCodePage_, body_.text());
     } else if (wants(group)) {
         // Decoded only to be counted: a field instruction is not shown.
         decoded_.clear();
-        codePages_.appendDecoded(asBytes(pendingBytes_), pendingCodePage_, decoded_);
+        fonts_.decoder().appendDecoded(asBytes(pendingBytes_), pendingCodePage_, decoded_);
         emitText(decoded_);
     }
     pendingBytes_.clear();
@@ -774,30 +743,8 @@ void Pass::emitCodePoint(char32_t codePoint) {
     emitText(std::string_view(utf8, length));
 }
 
-void Pass::emitUnicode(std::int32_t parameter) {
-    // \uN is a signed 16-bit value: negative numbers stand for code units above 0x7FFF.
-    const char16_t unit = static_cast<char16_t>(parameter < 0 ? parameter + 65536 : parameter);
-    if (unit >= 0xD800 && unit <= 0xDBFF) {
-        if (pendingHighSurrogate_) emitCodePoint(0xFFFD);
-        pendingHighSurrogate_ = unit;
-        return;
-    }
-    if (unit >= 0xDC00 && unit <= 0xDFFF) {
-        if (!pendingHighSurrogate_) {
-            emitCodePoint(0xFFFD);
-            return;
-        }
-        const char32_t codePoint = 0x10000 + ((char32_t(pendingHighSurrogate_) - 0xD800) << 10) + (unit - 0xDC00);
-        pendingHighSurrogate_ = 0;
-        emitCodePoint(codePoint);
-        return;
-    }
-    if (pendingHighSurrogate_) {
-        pendingHighSurrogate_ = 0;
-        emitCodePoint(0xFFFD);
-    }
-    if (unit == 0) return;
-    emitCodePoint(unit);
+void Pass::emitUnitsEnd() {
+    units_.endRun([this](char32_t codePoint) { emitCodePoint(codePoint); });
 }
 
 inline void Pass::emitBreak() {
@@ -823,10 +770,7 @@ bool Pass::groupOpen() {
 
 bool Pass::groupClose() {
     ignorableNext_ = false;
-    if (pendingHighSurrogate_) {
-        pendingHighSurrogate_ = 0;
-        emitCodePoint(0xFFFD);
-    }
+    emitUnitsEnd();
     if (depth_ <= 2) return false;  // the document group closes: what follows is not part of it
     --depth_;
     return true;
@@ -840,28 +784,13 @@ bool Pass::skipRestOfGroup() {
 
 void Pass::controlSymbol(std::uint8_t symbol) {
     ignorableNext_ = false;
-    switch (symbol) {
-        case '*':
-            ignorableNext_ = true;
-            return;
-        case '\\':
-        case '{':
-        case '}':
-            textBytes(ByteView(&symbol, 1), false, 1);
+    rtfControlSymbol(
+        symbol, ignorableNext_,
+        [this](std::uint8_t literal) {
+            textBytes(ByteView(&literal, 1), false, 1);
             flushPending();
-            return;
-        case '~':
-            emitCodePoint(0x00A0);
-            return;
-        case '_':
-            emitCodePoint(0x2011);
-            return;
-        case '\t':
-            emitText("\t");
-            return;
-        default:
-            return;  // \- (optional hyphen), \| and \: (formula and index marks) show nothing
-    }
+        },
+        [this](char32_t codePoint) { emitCodePoint(codePoint); }, [this](std::string_view text) { emitText(text); });
 }
 
 inline void Pass::controlWord(const Word& word, const KeywordEntry* entry) {
@@ -877,38 +806,19 @@ inline void Pass::controlWord(const Word& word, const KeywordEntry* entry) {
     const bool on = !word.hasParameter || parameter != 0;
 
     if (group.mode == Mode::FontTable) {
-        switch (entry->keyword) {
-            case Keyword::Font:
-                fontBeingDefined_ = parameter;
-                return;
-            case Keyword::FontCharset:
-                if (fontBeingDefined_ >= 0) {
-                    fontCodePages_[fontBeingDefined_] = RTFCodePages::codePageForCharset(parameter);
-                    ++fontTableChanges_;
-                }
-                return;
-            case Keyword::FontCodePage:
-                if (fontBeingDefined_ >= 0 && parameter > 0 && parameter < 65536) {
-                    fontCodePages_[fontBeingDefined_] = static_cast<std::uint16_t>(parameter);
-                    ++fontTableChanges_;
-                }
-                return;
-            case Keyword::SkipDestination:
-                group.mode = Mode::Skip;
-                return;
-            default:
-                if (ignorable) group.mode = Mode::Skip;
-                return;
-        }
+        if (!fonts_.fontTableWord(entry->keyword, parameter) && (entry->keyword == Keyword::SkipDestination || ignorable))
+            group.mode = Mode::Skip;
+        return;
     }
 
+    if (rtfSharedWord(group, fonts_, entry->keyword, parameter, on)) return;
     switch (entry->keyword) {
         case Keyword::SkipDestination:
             group.mode = Mode::Skip;
             return;
         case Keyword::FontTable:
             group.mode = Mode::FontTable;
-            fontBeingDefined_ = -1;
+            fonts_.startFontTable();
             return;
         case Keyword::FieldInstruction:
             group.mode = Mode::FieldInstruction;
@@ -928,29 +838,10 @@ inline void Pass::controlWord(const Word& word, const KeywordEntry* entry) {
         case Keyword::Plain:
             group.font = -1;
             return;
-        case Keyword::Font:
-            group.font = parameter >= 0 ? parameter : -1;
-            return;
-        case Keyword::DefaultFont:
-            defaultFont_ = parameter;
-            return;
-        case Keyword::UnicodeSkip:
-            group.ucSkip = parameter > 0 ? parameter : 0;
-            return;
         case Keyword::Unicode:
             if (!word.hasParameter) return;
-            emitUnicode(parameter);
+            units_.unit(parameter, [this](char32_t codePoint) { emitCodePoint(codePoint); });
             skipCount_ = static_cast<std::size_t>(top().ucSkip);
-            return;
-        case Keyword::AnsiCodePage:
-        case Keyword::Ansi:
-        case Keyword::Mac:
-        case Keyword::Pc:
-        case Keyword::Pca:
-            if (const auto page = rtfwords::documentCodePage(entry->keyword, parameter)) ansiCodePage_ = *page;
-            return;
-        case Keyword::HtmlRtf:
-            group.htmlrtf = on;
             return;
         case Keyword::Par:
         case Keyword::Row:
@@ -964,15 +855,8 @@ inline void Pass::controlWord(const Word& word, const KeywordEntry* entry) {
         case Keyword::Character:
             emitCodePoint(entry->character);
             return;
-        case Keyword::Bold:
-        case Keyword::Italic:
-        case Keyword::Underline:
-        case Keyword::UnderlineNone:
-        case Keyword::Hidden:
-        case Keyword::FromHtml:
-        case Keyword::FontCharset:
-        case Keyword::FontCodePage:
-            return;  // formatting the HTML has in its own markup
+        default:
+            return;  // formatting the HTML has in its own markup (bold, italic, underline, hidden), and the words taken above
     }
 }
 
