@@ -66,6 +66,9 @@ inline constexpr std::string_view kPartDispositionField = "Content-Disposition";
 inline constexpr std::string_view kPartContentId = "Content-Id";
 inline constexpr std::string_view kPartContent = "content";            // the decoded body text
 inline constexpr std::string_view kPartRawContent = "uaContent";       // the body as it stands
+// Or, from a reader that keeps bodies in place, where that body is in the text it read.
+inline constexpr std::string_view kPartBodyAt = "bodyAt";
+inline constexpr std::string_view kPartBodyLength = "bodyLength";
 inline constexpr std::string_view kPartChildren = "MailContent";       // the parts of a multipart
 inline constexpr std::string_view kPartExpanded = "expanded";          // a multipart whose parts were read
 

@@ -128,12 +128,14 @@ Bytes decodeQuotedPrintable(std::string_view text, std::string_view lineBreak) {
 }
 
 Bytes withLineBreaks(std::string_view text, std::string_view lineBreak) {
-    if (lineBreak == "\n") return toBytes(text);
+    const bool hasCR = text.find('\r') != std::string_view::npos;
+    if (lineBreak == "\n" && !hasCR) return toBytes(text);
     ByteSink out(text.size() + text.size() / 32);
     std::size_t start = 0;
     while (start < text.size()) {
         const std::size_t lf = text.find('\n', start);
-        const std::size_t end = lf == std::string_view::npos ? text.size() : lf;
+        std::size_t end = lf == std::string_view::npos ? text.size() : lf;
+        if (lf != std::string_view::npos && end > start && text[end - 1] == '\r') --end;  // a CR LF break
         out.append(text.substr(start, end - start));
         if (lf == std::string_view::npos) break;
         out.append(lineBreak);

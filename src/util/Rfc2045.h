@@ -12,7 +12,7 @@ namespace qh::rfc2045 {
 // `lineBreak`.
 Bytes decodeQuotedPrintable(std::string_view text, std::string_view lineBreak = "\n");
 
-// 7bit / 8bit / binary text with its LF line breaks written as `lineBreak`.
+// 7bit / 8bit / binary text with its line breaks (LF or CR LF) written as `lineBreak`.
 Bytes withLineBreaks(std::string_view text, std::string_view lineBreak);
 
 }  // namespace qh::rfc2045

@@ -14,6 +14,7 @@
 #include <quillhaven/Value.h>
 #include "readers/mime/MIMEText.h"
 #include "util/Ascii.h"
+#include "util/Base64Codec.h"
 #include "util/MediaTypes.h"
 #include "util/MimeCharset.h"
 #include "core/TextEncoding.h"
@@ -291,6 +292,42 @@ TEST(Rfc2045, QuotedPrintable) {
             ASSERT_EQ(asText(rfc2045::decodeQuotedPrintable(text, lineBreak)), byLines(text, lineBreak))
                 << testing::PrintToString(text);
         }
+    }
+}
+
+TEST(Rfc2045, CrLfBreaksDecodeAsLineFeeds) {
+    // Bodies are decoded where they stand in the message, CR LF breaks and
+    // all: each decoder must give for them what it gives for the same text
+    // with LF breaks.
+    struct Case {
+        const char* text;
+        const char* lineBreak;
+        const char* expected;
+    } cases[] = {
+        {"a\r\nb\r\n", "\n", "a\nb\n"},
+        {"a\r\nb", "\r\n", "a\r\nb"},
+        {"a\nb", "\r\n", "a\r\nb"},
+        {"\r\n\r\n", "\n", "\n\n"},
+        {"no break", "\r\n", "no break"},
+    };
+    for (const Case& c : cases) {
+        EXPECT_EQ(asText(rfc2045::withLineBreaks(c.text, c.lineBreak)), std::string_view(c.expected))
+            << testing::PrintToString(c.text);
+    }
+    std::mt19937 random(5045);
+    const char alphabet[] = {'=', '=', '\n', ' ', '\t', 'A', 'f', '0', 'D', 'x', '\xE4'};
+    for (int round = 0; round < 20000; ++round) {
+        std::string lf(random() % 60, ' ');
+        for (char& c : lf) c = alphabet[random() % sizeof alphabet];
+        std::string crlf;
+        for (char c : lf) crlf += c == '\n' ? std::string("\r\n") : std::string(1, c);
+        for (std::string_view lineBreak : {"\n", "\r\n"}) {
+            ASSERT_EQ(rfc2045::decodeQuotedPrintable(crlf, lineBreak), rfc2045::decodeQuotedPrintable(lf, lineBreak))
+                << testing::PrintToString(lf);
+            ASSERT_EQ(rfc2045::withLineBreaks(crlf, lineBreak), rfc2045::withLineBreaks(lf, lineBreak))
+                << testing::PrintToString(lf);
+        }
+        ASSERT_EQ(NewBase64Decode(asBytes(crlf)), NewBase64Decode(asBytes(lf))) << testing::PrintToString(lf);
     }
 }
 

@@ -99,26 +99,85 @@ TEST(MIMEReader, LineRules) {
     for (const Case& c : cases) EXPECT_EQ(text(parse(c.message), c.key), c.expected) << c.what;
 }
 
+// A record read with bodies kept in place, each such body put back as the
+// "uaContent" it stands for: the record read with bodies copied.
+Dict withBodiesCopied(const MIMEReader& reader, Dict record) {
+    if (std::optional<std::string_view> body = reader.bodyInPlace(record)) {
+        std::string copy = "\n\n";
+        for (char c : *body) {
+            if (c != '\r') copy.push_back(c);
+        }
+        record.erase("bodyAt");
+        record.erase("bodyLength");
+        record.set("uaContent", std::move(copy));
+    }
+    if (const qh::Array* list = record.findArray("MailContent")) {
+        qh::Array copies;
+        for (const qh::Value& part : *list) copies.push_back(withBodiesCopied(reader, *part.dict()));
+        record.set("MailContent", std::move(copies));
+    }
+    return record;
+}
+
 TEST(MIMEReader, EveryLineBreakReadsAsLineFeed) {
-    // Random messages with lines of every length around the sixteen-byte
-    // blocks the text is rewritten in, their breaks CR LF, lone CR, VT, FF,
-    // NEL or U+2028, some lines with 8-bit letters: each must read exactly as
-    // the same message with LF breaks.
+    // Random messages, some of them multipart, with lines of every length
+    // around the sixteen-byte blocks the text is checked in, their breaks all
+    // CR LF (read in place) or now and then a lone CR, VT, FF, NEL or U+2028
+    // (rewritten), some lines with 8-bit letters, blank lines between headers
+    // and body: each must read in both readings exactly as the same message
+    // with LF breaks, and with its bodies kept in place as with them copied.
     const std::string breaks[] = {"\r\n", "\r\n", "\r\n", "\r\n", "\r", "\x0B", "\x0C", "\xC2\x85", "\xE2\x80\xA8"};
     std::mt19937 random(2028);
-    for (int round = 0; round < 300; ++round) {
-        std::string crlf = "skip\r\nSubject: s\r\n\r\n", lf = "skip\nSubject: s\n\n";
-        const int lines = 1 + static_cast<int>(random() % 30);
-        for (int line = 0; line < lines; ++line) {
-            std::string text(random() % 40, 'a');
-            for (char& c : text) c = "abc =\t"[random() % 6];
-            if (random() % 8 == 0) text += "\xC3\xA9";
-            const std::string& lineBreak = breaks[round % 3 ? 0 : random() % std::size(breaks)];
-            crlf += text + lineBreak;
-            lf += text + "\n";
+    for (int round = 0; round < 600; ++round) {
+        std::vector<std::string> lines = {"skip", "Subject: s"};
+        auto body = [&] {
+            for (int blank = static_cast<int>(random() % 3); blank >= 0; --blank) lines.push_back("");
+            const int count = 1 + static_cast<int>(random() % 12);
+            for (int line = 0; line < count; ++line) {
+                std::string text(random() % 40, 'a');
+                for (char& c : text) c = "abc =\t-"[random() % 7];
+                if (random() % 8 == 0) text += "\xC3\xA9";
+                lines.push_back(std::move(text));
+            }
+        };
+        if (round % 2) {
+            lines.push_back("Content-Type: multipart/mixed; boundary=b");
+            lines.push_back("");
+            for (int part = static_cast<int>(random() % 3); part >= 0; --part) {
+                lines.push_back("--b");
+                lines.push_back(random() % 2 ? "Content-Type: text/plain" : "Content-Transfer-Encoding: base64");
+                body();
+            }
+            lines.push_back("--b--");
+        } else {
+            body();
         }
-        ASSERT_EQ(parse(crlf), parse(lf)) << testing::PrintToString(crlf);
+        const bool rewritten = round % 3 == 0;
+        const bool finalBreak = random() % 2;
+        std::string crlf, lf;
+        for (std::size_t k = 0; k < lines.size(); ++k) {
+            crlf += lines[k];
+            lf += lines[k];
+            if (k + 1 == lines.size() && !finalBreak) break;
+            crlf += breaks[rewritten ? random() % std::size(breaks) : 0];
+            lf += "\n";
+        }
+        for (qh::Reading reading : {qh::Reading::classic, qh::Reading::complete}) {
+            const qh::MimeRules rules = qh::MimeRules::of(reading);
+            auto copied = MIMEReader::initWithData(qh::asBytes(crlf), rules);
+            auto lineFeeds = MIMEReader::initWithData(qh::asBytes(lf), rules);
+            auto inPlace = MIMEReader::initWithData(qh::asBytes(crlf), rules, MIMEReader::BodyStorage::InPlace);
+            ASSERT_EQ(copied->getDictionary(), lineFeeds->getDictionary()) << testing::PrintToString(crlf);
+            ASSERT_EQ(withBodiesCopied(*inPlace, inPlace->getDictionary()), copied->getDictionary())
+                << testing::PrintToString(crlf);
+        }
     }
+    // A body kept in place is the message's own bytes, CR LF and all.
+    const std::string message = "X-A: 1\r\nX-B: 2\r\n\r\n\r\na\r\nb\r\nlast";
+    auto reader = MIMEReader::initWithData(qh::asBytes(message), qh::MimeRules::of(qh::Reading::complete),
+                                           MIMEReader::BodyStorage::InPlace);
+    EXPECT_EQ(reader->bodyInPlace(reader->getDictionary()), std::optional<std::string_view>("\r\na\r\nb\r\nlast"));
+    EXPECT_EQ(reader->getDictionary().find("uaContent"), nullptr);
 }
 
 TEST(MIMEReader, AddressHeadersByExactName) {
@@ -234,6 +293,10 @@ TEST(MIMEReader, DeepNestingStopsAtTheLimit) {
     EXPECT_FALSE(parts(record).empty());
     EXPECT_TRUE(capture.contains("MIME Reader - parts nested too deeply, the deepest read as text") ||
                 capture.contains("MIME Reader - message too complex, nested parts read as text"));
+    // Read in place with CR LF breaks, the limits are met at the same parts.
+    std::string crlf;
+    for (char c : message) crlf += c == '\n' ? std::string("\r\n") : std::string(1, c);
+    EXPECT_EQ(parse(crlf), record);
 }
 
 TEST(MIMEReader, DistinctHeaderNamesAreCappedAndALongLineKept) {

@@ -56,8 +56,9 @@ constexpr std::size_t kMaxHeaderFields = 4096;
 
 // The message as text: UTF-8 checked, every CR LF turned into LF and every
 // other line-break character (lone CR, VT, FF, NEL, U+2028, U+2029) into LF,
-// so that the lines are exactly the LF-separated runs. `Unchanged` when the
-// bytes are that text already (nothing copied), `Invalid` when they are not UTF-8.
+// so that the lines are exactly the LF-separated runs. Most mail needs no
+// rewrite for it: its bytes are read in place when their line breaks are all
+// LF, or all CR LF (each line then ends before its CR; see lineBreaksOf).
 enum class TextCheck { Unchanged, Rewritten, Invalid };
 
 // The first offset at or after `i` whose byte may need work: 0x80 or above,
@@ -97,7 +98,109 @@ bool isOtherLineBreak(UChar32 c) {
     return c == '\r' || c == 0x0B || c == 0x0C || c == 0x85 || c == 0x2028 || c == 0x2029;
 }
 
-TextCheck canonicalText(ByteView data, std::string& out) {
+// How the bytes break their lines, checked as UTF-8 on the way.
+enum class Breaks {
+    LineFeeds,  // LF alone (or no line break): the bytes are the text as they stand
+    CrLfPairs,  // CR LF alone: every CR is followed by LF and every LF preceded by CR
+    Other,      // both, or a lone CR, VT, FF, NEL, U+2028, U+2029: the text is a rewrite
+    Invalid,    // not UTF-8 (where seen before the bytes are known to be Other)
+};
+
+// Of CrLfPairs bytes, `pairs` gets the number of pairs and `lineFeedMarks[k]`
+// the number of line feeds before offset k * kLineFeedStep (up to the size):
+// the size a piece of the text would have with LF breaks is then known
+// without a pass over all of it.
+constexpr std::size_t kLineFeedStep = 512;
+
+Breaks lineBreaksOf(ByteView data, std::vector<std::size_t>& lineFeedMarks, std::size_t& pairs) {
+    const std::uint8_t* bytes = data.data();
+    const std::int64_t size = static_cast<std::int64_t>(data.size());
+    constexpr auto kStep = static_cast<std::int64_t>(kLineFeedStep);
+    bool lineFeed = false, pair = false;
+    pairs = 0;
+    lineFeedMarks.clear();
+    std::int64_t i = 0, nextMark = 0;
+    while (true) {
+        for (; nextMark <= i; nextMark += kStep) lineFeedMarks.push_back(pairs);
+        if (i == size) break;
+#if defined(__SSE2__)
+        // Blocks of sixteen up to the next mark whose line breaks are as
+        // before (CR LF, or LF alone) and which hold nothing else to look at
+        // (only ASCII, tab and no other control below 0x0E): no branch on where
+        // a line ends. A signed compare: bytes from 0x80 up are negative, so
+        // below 0x0E too.
+        // (Of text whose breaks are LF, an LF lane after a CR is not one: that
+        // CR is the byte before the block, and the block is left to the general way.)
+        if (i > 0 && (pair || bytes[i - 1] != '\r')) {
+            const __m128i below = _mm_set1_epi8(0x0E), lineFeeds = _mm_set1_epi8('\n'),
+                          carriageReturns = _mm_set1_epi8('\r'), tab = _mm_set1_epi8('\t');
+            const std::int64_t limit = std::min(nextMark, size);
+            __m128i counted = _mm_setzero_si128();  // line feeds per lane: at most 32 here
+            while (limit - i >= 16) {
+                const __m128i chunk = _mm_loadu_si128(reinterpret_cast<const __m128i*>(bytes + i));
+                const __m128i isLF = _mm_cmpeq_epi8(chunk, lineFeeds), isCR = _mm_cmpeq_epi8(chunk, carriageReturns);
+                const __m128i special = _mm_cmplt_epi8(chunk, below);
+                __m128i bad;
+                if (pair) {
+                    // Every LF after a CR and every CR before an LF (a CR in the
+                    // last lane is checked with the next block or byte).
+                    const __m128i afterCR = _mm_cmpeq_epi8(
+                        _mm_loadu_si128(reinterpret_cast<const __m128i*>(bytes + i - 1)), carriageReturns);
+                    const __m128i allowed = _mm_or_si128(_mm_or_si128(isLF, isCR), _mm_cmpeq_epi8(chunk, tab));
+                    bad = _mm_or_si128(_mm_xor_si128(isLF, afterCR), _mm_andnot_si128(allowed, special));
+                } else {
+                    bad = _mm_andnot_si128(_mm_or_si128(isLF, _mm_cmpeq_epi8(chunk, tab)), special);
+                    static_cast<void>(isCR);
+                }
+                if (_mm_movemask_epi8(bad) != 0) break;
+                counted = _mm_sub_epi8(counted, isLF);
+                i += 16;
+            }
+            const __m128i sums = _mm_sad_epu8(counted, _mm_setzero_si128());
+            const auto found = static_cast<std::size_t>(_mm_cvtsi128_si64(sums)) +
+                               static_cast<std::size_t>(_mm_cvtsi128_si64(_mm_unpackhi_epi64(sums, sums)));
+            if (pair) {
+                pairs += found;
+            } else if (found) {
+                lineFeed = true;
+            }
+            if (i == limit) continue;
+        }
+#endif
+        // One character the general way.
+        UChar32 c = bytes[i];
+        const bool afterCR = i > 0 && bytes[i - 1] == '\r';
+        if (afterCR && c != '\n') return Breaks::Other;
+        if (c == '\n') {
+            if (afterCR) {
+                if (lineFeed) return Breaks::Other;
+                pair = true;
+                ++pairs;
+            } else {
+                if (pair) return Breaks::Other;
+                lineFeed = true;
+            }
+            ++i;
+        } else if (c == '\r') {
+            if (lineFeed) return Breaks::Other;
+            ++i;
+        } else if (c < 0x80) {
+            if (c == 0x0B || c == 0x0C) return Breaks::Other;
+            ++i;
+        } else {
+            U8_NEXT(bytes, i, size, c);
+            if (c < 0) return Breaks::Invalid;
+            if (c == 0x85 || c == 0x2028 || c == 0x2029) return Breaks::Other;
+        }
+    }
+    if (size > 0 && bytes[size - 1] == '\r') return Breaks::Other;  // a lone CR at the end
+    if (!pair) return Breaks::LineFeeds;
+    for (; nextMark <= size; nextMark += kStep) lineFeedMarks.push_back(pairs);
+    return Breaks::CrLfPairs;
+}
+
+// The rewrite: `out` gets the text (`outSize` bytes) unless `Unchanged`.
+TextCheck canonicalText(ByteView data, std::unique_ptr<char[]>& out, std::size_t& outSize) {
     const std::uint8_t* bytes = data.data();
     const std::int64_t size = static_cast<std::int64_t>(data.size());
     // First only checked: most text needs no rewriting.
@@ -120,8 +223,9 @@ TextCheck canonicalText(ByteView data, std::string& out) {
     // Then copied while it is checked, through a pointer: the text never
     // grows (each rewrite is one LF for one to three bytes), so the output
     // never passes the input and a block may be stored ahead whole.
-    out.resize(data.size());
-    char* const start = out.data();
+    // Written whole before it is read: no zero fill.
+    out = std::make_unique_for_overwrite<char[]>(data.size());
+    char* const start = out.get();
     char* to = start;
     std::memcpy(to, bytes, static_cast<std::size_t>(first));
     to += first;
@@ -178,7 +282,7 @@ TextCheck canonicalText(ByteView data, std::string& out) {
             to += i - at;
         }
     }
-    out.resize(static_cast<std::size_t>(to - start));
+    outSize = static_cast<std::size_t>(to - start);
     return TextCheck::Rewritten;
 }
 
@@ -209,11 +313,35 @@ bool isDelimiterLine(std::string_view line, std::string_view delimiter, const Mi
     return rest.find_first_not_of(" \t") == std::string_view::npos;
 }
 
-// Walks the LF-separated lines of a text forwards, by index. The number of
-// lines is counted only when asked: a leaf part's body is taken whole.
+// Where the line break at `lineFeed` starts: at the CR before it in text
+// whose breaks are all CR LF.
+std::size_t breakStart(std::string_view text, std::size_t lineFeed, bool crlf) {
+    return crlf && lineFeed > 0 && lineFeed < text.size() && text[lineFeed - 1] == '\r' ? lineFeed - 1 : lineFeed;
+}
+
+// `text` appended with its line breaks as LF: of text whose breaks are all
+// CR LF every CR goes (each is a break's); other text as it is.
+void appendWithLineFeeds(std::string_view text, std::string& out, bool crlf) {
+    if (!crlf) {
+        out.append(text);
+        return;
+    }
+    std::size_t from = 0;
+    while (true) {
+        const std::size_t cr = text.find('\r', from);
+        if (cr == std::string_view::npos) break;
+        out.append(text.substr(from, cr - from));
+        from = cr + 1;
+    }
+    out.append(text.substr(from));
+}
+
+// Walks the lines of a text forwards, by index: the LF-separated runs, each
+// without the CR before its LF when all the text's breaks are CR LF. The
+// number of lines is counted only when asked: a leaf part's body is taken whole.
 class LineCursor {
 public:
-    explicit LineCursor(std::string_view text) : text_(text), end_(lineEnd(0)) {}
+    LineCursor(std::string_view text, bool crlf) : text_(text), crlf_(crlf), end_(lineEnd(0)) {}
     // Moves to the line at `index` (never before the current one); false when
     // the text has no such line.
     bool seek(std::int64_t index) {
@@ -225,7 +353,9 @@ public:
         }
         return true;
     }
-    std::string_view line() const { return text_.substr(offset_, end_ - offset_); }
+    std::string_view line() const {
+        return text_.substr(offset_, std::max(offset_, breakStart(text_, end_, crlf_)) - offset_);
+    }
     bool atLast() const { return end_ == text_.size(); }
     std::int64_t index() const { return index_; }
     // Where the current line starts.
@@ -244,6 +374,7 @@ private:
         return lf == std::string_view::npos ? text_.size() : lf;
     }
     std::string_view text_;
+    bool crlf_;
     std::int64_t index_ = 0;
     std::size_t offset_ = 0;
     std::size_t end_ = 0;
@@ -265,15 +396,6 @@ void appendNonEmptyLines(std::string_view body, std::string& out) {
     out.append(body.substr(from));
 }
 
-std::size_t recordTextSize(const Value& record) {
-    std::size_t size = 0;
-    if (const Dict* dict = record.dict()) {
-        for (const auto& [key, value] : *dict) {
-            if (const std::string* text = value.string()) size += text->size();
-        }
-    }
-    return size;
-}
 
 }  // namespace
 
@@ -300,6 +422,9 @@ struct MIMEReader::Part {
     std::string content;
     bool valueIsContent = true;
     std::string uaContent;
+    // Or where the body is in the text read, when it is kept in place.
+    std::optional<std::size_t> bodyAt;
+    std::size_t bodyLength = 0;
     bool bodyReserved = false;
     bool anyHeader = false;  // a header field has been read
 
@@ -420,10 +545,11 @@ std::unique_ptr<MIMEReader> MIMEReader::initWithData(ByteView data) {
     return initWithData(data, MimeRules::of(Reading::classic));
 }
 
-std::unique_ptr<MIMEReader> MIMEReader::initWithData(ByteView data, const MimeRules& rules) {
+std::unique_ptr<MIMEReader> MIMEReader::initWithData(ByteView data, const MimeRules& rules, BodyStorage storage) {
     if (data.empty()) return nullptr;
     auto reader = std::make_unique<MIMEReader>();
     reader->rules_ = rules;
+    reader->storage_ = storage;
     reader->globalContentArray_.clear();
     if (auto record = reader->readMIMEMail(data)) reader->mimeContentDictionary_ = std::move(*record);
     return reader;
@@ -435,38 +561,87 @@ void MIMEReader::startBudget(std::size_t inputSize) {
     budget_->storeLeft = kStoreFactor * inputSize + kStoreAllowance;
 }
 
+std::size_t MIMEReader::lineFeedSize(std::string_view text) const {
+    if (!crlf_) return text.size();
+    // The line feeds before an offset: the mark at or before it, and the rest counted.
+    auto lineFeedsBefore = [&](std::size_t offset) {
+        const std::size_t mark = offset / kLineFeedStep, from = mark * kLineFeedStep;
+        return lineFeedMarks_[mark] + MIMEText::count(messageText_.substr(from, offset - from), '\n');
+    };
+    const std::size_t start = static_cast<std::size_t>(text.data() - messageText_.data());
+    if (text.data() < messageText_.data() || !fits(start, text.size(), messageText_.size()) ||
+        lineFeedMarks_.size() <= messageText_.size() / kLineFeedStep) {
+        return text.size() - MIMEText::count(text, '\n');
+    }
+    return text.size() - (lineFeedsBefore(start + text.size()) - lineFeedsBefore(start));
+}
+
+std::optional<std::string_view> MIMEReader::bodyInPlace(const Dict& part) const {
+    const Value* at = part.find(keys::kPartBodyAt);
+    const Value* length = part.find(keys::kPartBodyLength);
+    if (!at || !length || at->integer() < 0 || length->integer() < 0) return std::nullopt;
+    const auto offset = static_cast<std::uint64_t>(at->integer()), size = static_cast<std::uint64_t>(length->integer());
+    if (!fits(offset, size, messageText_.size())) return std::nullopt;
+    return messageText_.substr(offset, size);
+}
+
 std::optional<Dict> MIMEReader::readMIMEMail(ByteView data) {
-    std::string rewritten;
-    std::string ascii;
-    std::string_view text;
-    switch (canonicalText(data, rewritten)) {
-    case TextCheck::Unchanged:
-        text = asText(data);
-        break;
-    case TextCheck::Rewritten:
-        text = rewritten;
-        break;
-    case TextCheck::Invalid: {
-        if (rules_.eightBit == MimeRules::EightBit::BytesAsTheyAre) {
-            canonicalBytes(data, rewritten);
-            text = rewritten;
+    // The text the lines are read from, and its size with LF breaks (what the
+    // budget is made from).
+    std::size_t lineFeedTextSize = 0;
+    auto readAsText = [&](ByteView bytes) {
+        std::size_t pairs = 0;
+        switch (lineBreaksOf(bytes, lineFeedMarks_, pairs)) {
+        case Breaks::LineFeeds:
+            messageText_ = asText(bytes);
+            crlf_ = false;
+            lineFeedTextSize = bytes.size();
+            return true;
+        case Breaks::CrLfPairs:
+            messageText_ = asText(bytes);
+            crlf_ = true;
+            lineFeedTextSize = bytes.size() - pairs;
+            return true;
+        case Breaks::Other: {
+            std::size_t size = 0;
+            switch (canonicalText(bytes, rewritten_, size)) {
+            case TextCheck::Unchanged:
+                messageText_ = asText(bytes);
+                break;
+            case TextCheck::Rewritten:
+                messageText_ = std::string_view(rewritten_.get(), size);
+                break;
+            case TextCheck::Invalid:
+                return false;
+            }
+            crlf_ = false;
+            lineFeedTextSize = messageText_.size();
+            return true;
+        }
+        case Breaks::Invalid:
             break;
         }
-        // classic: not UTF-8 gives no record unless ASCII takes it (where the
-        // platform's ASCII conversion accepts what UTF-8 does not); hosts of
-        // the family show such a message as empty.
-        std::optional<std::string> converted = TextEncoding::decode(data, StringEncoding::ASCII);
-        if (!converted) return std::nullopt;
-        ascii = std::move(*converted);
-        TextCheck check = canonicalText(asBytes(ascii), rewritten);
-        if (check == TextCheck::Invalid) return std::nullopt;
-        text = check == TextCheck::Unchanged ? std::string_view(ascii) : std::string_view(rewritten);
-        break;
+        return false;
+    };
+    if (!readAsText(data)) {
+        if (rules_.eightBit == MimeRules::EightBit::BytesAsTheyAre) {
+            canonicalBytes(data, convertedText_);
+            messageText_ = convertedText_;
+            crlf_ = false;
+            lineFeedTextSize = messageText_.size();
+        } else {
+            // classic: not UTF-8 gives no record unless ASCII takes it (where the
+            // platform's ASCII conversion accepts what UTF-8 does not); hosts of
+            // the family show such a message as empty.
+            std::optional<std::string> converted = TextEncoding::decode(data, StringEncoding::ASCII);
+            if (!converted) return std::nullopt;
+            convertedText_ = std::move(*converted);
+            if (!readAsText(asBytes(convertedText_))) return std::nullopt;
+        }
     }
-    }
-    startBudget(text.size());
+    startBudget(lineFeedTextSize);
     std::int64_t lineIndex = rules_.firstLine == MimeRules::FirstLine::Read ? -1 : 0;
-    Dict record = interpretPart(text, std::nullopt, lineIndex, 0, false);
+    Dict record = interpretPart(messageText_, std::nullopt, lineIndex, 0, false);
     // The part list moves into the record: its texts are most of the message.
     if (!globalContentArray_.empty()) record.set(keys::kPartChildren, std::move(globalContentArray_));
     globalContentArray_.clear();
@@ -485,8 +660,13 @@ Dict MIMEReader::interpretMIME(const std::vector<std::string>& lines, std::optio
         joined.append(lines[i]);
     }
     if (!budget_) startBudget(joined.size());
+    // The joined text lives only for this call: no body is kept in place in it.
+    const BodyStorage storage = std::exchange(storage_, BodyStorage::Copied);
+    const bool crlf = std::exchange(crlf_, false);
     std::int64_t index = lineIndex;
     Dict record = interpretPart(joined, endLine, index, 0, true);
+    storage_ = storage;
+    crlf_ = crlf;
     lineIndex = static_cast<std::int32_t>(std::clamp<std::int64_t>(index, INT32_MIN, INT32_MAX));
     return record;
 }
@@ -515,7 +695,8 @@ Dict MIMEReader::interpretPart(std::string_view text, std::optional<std::string_
     const bool byRfc2046 = rules.nesting == MimeRules::Nesting::ByRfc2046;
     Part part(budget, rules);
     bool headersDone = false;
-    LineCursor lines(text);
+    LineCursor lines(text, crlf_);
+    const bool inPlace = storage_ == BodyStorage::InPlace;
 
     // One expansion per distinct delimiter: a delimiter line met again (the
     // line index after the nested parts lags one line per part behind the
@@ -526,6 +707,19 @@ Dict MIMEReader::interpretPart(std::string_view text, std::optional<std::string_
         std::int64_t linesRead = 0;       // the sum of the inner line indexes
     };
     std::vector<Expansion> expansions;
+
+    // What a record holds as text: what copies of it cost from the budget.
+    auto recordTextSize = [&](const Value& record) {
+        std::size_t size = 0;
+        if (const Dict* dict = record.dict()) {
+            for (const auto& [key, value] : *dict) {
+                if (const std::string* text = value.string()) size += text->size();
+            }
+            // A body kept in place counts as the "uaContent" it stands for.
+            if (std::optional<std::string_view> body = bodyInPlace(*dict)) size += 2 + lineFeedSize(*body);
+        }
+        return size;
+    };
 
     auto appendRecord = [&](Value record) -> bool {
         if (globalContentArray_.size() >= kMaxParts) {
@@ -560,7 +754,7 @@ Dict MIMEReader::interpretPart(std::string_view text, std::optional<std::string_
             return std::nullopt;
         }
         // The split walks the text once and the pieces walk it once more.
-        std::uint64_t cost = 2 * static_cast<std::uint64_t>(text.size()) + 1;
+        std::uint64_t cost = 2 * static_cast<std::uint64_t>(lineFeedSize(text)) + 1;
         if (cost > budget.scanLeft) {
             if (!budget.scanLogged) {
                 budget.scanLogged = true;
@@ -597,6 +791,10 @@ Dict MIMEReader::interpretPart(std::string_view text, std::optional<std::string_
                 MIMEText::lowercase(MIMEText::pathExtension(*fileName)) == "eml") {
                 if (const std::string* whole = record.findString(keys::kPartRawContent)) {
                     record.set(keys::kPartContent, std::string(MIMEText::trim(*whole)));
+                } else if (std::optional<std::string_view> body = bodyInPlace(record)) {
+                    std::string copy = "\n\n";
+                    appendWithLineFeeds(*body, copy, crlf_);
+                    record.set(keys::kPartContent, std::string(MIMEText::trim(copy)));
                 }
             }
             appendRecord(Value(std::move(record)));
@@ -627,7 +825,9 @@ Dict MIMEReader::interpretPart(std::string_view text, std::optional<std::string_
     const bool readLast = rules.lastLine == MimeRules::LastLine::Read;
     // A leaf part's body is the rest of its text: taken in one piece (with the
     // same budget and the same line index at the end as line by line) unless
-    // the budget runs out inside it.
+    // the budget runs out inside it. Kept in place where the reader keeps
+    // bodies so and the text before it is what "uaContent" holds before it
+    // (the line feeds of the empty lines that end the headers).
     auto takeWholeBody = [&]() -> std::optional<std::int64_t> {
         std::string_view rest = text.substr(lines.offset());
         const std::int64_t breaks = countLines ? lines.breaksAhead() : 0;
@@ -635,25 +835,57 @@ Dict MIMEReader::interpretPart(std::string_view text, std::optional<std::string_
         // The last line is read only when the rules say so and it is not the
         // empty line after the text's final line break.
         const bool lastLineRead = readLast && lastBreak + 1 < text.size();
-        std::string_view body = lastLineRead ? rest : text.substr(lines.offset(), lastBreak - lines.offset());
+        std::string_view body =
+            lastLineRead ? rest
+                         : text.substr(lines.offset(),
+                                       std::max(lines.offset(), breakStart(text, lastBreak, crlf_)) - lines.offset());
         const std::size_t contentStart = part.content.size();
         if (part.keepsNonEmptyLines) {
             // One allocation: a body of many short pieces must not grow the text
             // through a doubling series.
             part.content.reserve(contentStart + body.size() + 1);
-            appendNonEmptyLines(body, part.content);
+            if (crlf_) {
+                std::string lineFeeds;
+                lineFeeds.reserve(body.size());
+                appendWithLineFeeds(body, lineFeeds, true);
+                appendNonEmptyLines(lineFeeds, part.content);
+            } else {
+                appendNonEmptyLines(body, part.content);
+            }
         }
-        const std::size_t cost = (part.content.size() - contentStart) + body.size() + 1;
+        const std::size_t bodySize = lineFeedSize(body);
+        const std::size_t cost = (part.content.size() - contentStart) + bodySize + 1;
         if (cost > budget.storeLeft) {
             part.content.resize(contentStart);
             part.content.shrink_to_fit();
             return std::nullopt;
         }
         part.hasBodyLine = true;
-        part.uaContent.reserve(part.uaContent.size() + body.size() + 1);
         budget.storeLeft -= cost;
-        part.uaContent.push_back('\n');
-        part.uaContent.append(body);
+        // "uaContent" would be its empty lines' line feeds, a line feed and the
+        // body; a reader of it skips the first two.
+        const std::size_t emptyLines = part.uaContent.size();
+        const std::size_t breakWidth = crlf_ ? 2 : 1;
+        const std::size_t before = emptyLines > 0 ? (emptyLines - 1) * breakWidth : 0;
+        auto emptyLinesBefore = [&] {
+            if (emptyLines == 0 || lines.offset() < before) return false;
+            if (part.uaContent.find_first_not_of('\n') != std::string::npos) return false;
+            std::string_view gap = text.substr(lines.offset() - before, before);
+            for (std::size_t i = 0; i < gap.size(); i += breakWidth) {
+                if (gap.substr(i, breakWidth) != (crlf_ ? "\r\n" : "\n")) return false;
+            }
+            return true;
+        };
+        if (inPlace && emptyLinesBefore()) {
+            const std::size_t at = static_cast<std::size_t>(text.data() - messageText_.data()) + lines.offset() - before;
+            part.bodyAt = at;
+            part.bodyLength = before + body.size();
+            part.uaContent.clear();
+        } else {
+            part.uaContent.reserve(part.uaContent.size() + bodySize + 1);
+            part.uaContent.push_back('\n');
+            appendWithLineFeeds(body, part.uaContent, crlf_);
+        }
         return lines.index() + breaks + (lastLineRead ? 1 : 0);
     };
 
@@ -738,7 +970,12 @@ Dict MIMEReader::interpretPart(std::string_view text, std::optional<std::string_
             if (kept->capacity() > kept->size() + kept->size() / 2 + 4096) kept->shrink_to_fit();
         }
         if (part.keepsNonEmptyLines) part.record.set(keys::kPartContent, std::move(part.content));
-        part.record.set(keys::kPartRawContent, std::move(part.uaContent));
+        if (part.bodyAt) {
+            part.record.set(keys::kPartBodyAt, static_cast<std::uint64_t>(*part.bodyAt));
+            part.record.set(keys::kPartBodyLength, static_cast<std::uint64_t>(part.bodyLength));
+        } else {
+            part.record.set(keys::kPartRawContent, std::move(part.uaContent));
+        }
     }
     lineIndex = index - 1;
     return std::move(part.record);

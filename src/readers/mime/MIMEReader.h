@@ -25,11 +25,18 @@ public:
     // The part list stops growing here; no real message comes near it.
     static constexpr std::size_t kMaxParts = 10000;
 
+    // Where a leaf part's body goes: copied into its record as "uaContent", or
+    // left in the text the reader read, the record saying where ("bodyAt",
+    // "bodyLength"; see bodyInPlace). In place, the bytes passed in must outlive
+    // the reader.
+    enum class BodyStorage { Copied, InPlace };
+
     // Null for no bytes; otherwise parses at once (an unreadable message gives
     // an empty record).
     static std::unique_ptr<MIMEReader> initWithData(ByteView data);
     // The same, reading as `rules` say (the classic rules above).
-    static std::unique_ptr<MIMEReader> initWithData(ByteView data, const MimeRules& rules);
+    static std::unique_ptr<MIMEReader> initWithData(ByteView data, const MimeRules& rules,
+                                                    BodyStorage storage = BodyStorage::Copied);
 
     // The message's header record, with the part list under "MailContent".
     const Dict& getDictionary() const { return mimeContentDictionary_; }
@@ -49,6 +56,11 @@ public:
     // The part list of a parse in progress (readMIMEMail moves it into its record).
     const Array& globalContentArray() const { return globalContentArray_; }
 
+    // The body of a part record kept in place: what its "uaContent" would hold
+    // after the first two line feeds, but with the message's own line breaks
+    // (LF or CR LF). None when the record has no body kept in place.
+    std::optional<std::string_view> bodyInPlace(const Dict& part) const;
+
 private:
     struct Budget;
     struct Part;
@@ -58,8 +70,18 @@ private:
     Dict interpretPart(std::string_view text, std::optional<std::string_view> endLine, std::int64_t& lineIndex,
                        int depth, bool countLines);
     void startBudget(std::size_t inputSize);
+    // The size of `text` (a piece of the text being read) with its line breaks as LF.
+    std::size_t lineFeedSize(std::string_view text) const;
 
     MimeRules rules_ = MimeRules::of(Reading::classic);
+    BodyStorage storage_ = BodyStorage::Copied;
+    // The text read: the bytes passed in, or a rewrite of them held here.
+    std::unique_ptr<char[]> rewritten_;
+    std::string convertedText_;  // of 8-bit bytes
+    std::string_view messageText_;
+    // Every line break of the text read is CR LF: its lines end before the CR.
+    bool crlf_ = false;
+    std::vector<std::size_t> lineFeedMarks_;  // line feeds before every 512th byte of it
     Dict mimeContentDictionary_;
     Array globalContentArray_;
     std::shared_ptr<Budget> budget_;

@@ -41,6 +41,7 @@ struct ReadEML::DecodeState {
     bool htmlChanged = false;
     bool addedPendingImage = false;
     bool alwaysEmbed = false;  // a lone decodeContent call knows nothing of earlier parts
+    const MIMEReader* parts = nullptr;  // the reader of the records, which keeps their bodies in place
     // Bytes the inline-image pass may still read and write: each reference
     // inserts a whole image, so an HTML naming one image a hundred thousand
     // times must not grow without limit.
@@ -154,7 +155,9 @@ std::unique_ptr<ReadEML> ReadEML::initWithData(ByteView data, const ReadOptions&
     const MimeRules rules = MimeRules::of(options.reading);
     auto reader = std::make_unique<ReadEML>();
     Dict& mail = reader->mailContent_;
-    std::unique_ptr<MIMEReader> mime = MIMEReader::initWithData(data, rules);
+    // The bodies stay in the message's bytes until they are decoded: each is
+    // copied once, into the value that is kept.
+    std::unique_ptr<MIMEReader> mime = MIMEReader::initWithData(data, rules, MIMEReader::BodyStorage::InPlace);
     const Dict& record = mime->getDictionary();
 
     if (rules.headers == MimeRules::Headers::Rfc5322) {
@@ -190,6 +193,7 @@ std::unique_ptr<ReadEML> ReadEML::initWithData(ByteView data, const ReadOptions&
 
     DecodeState state;
     state.rules = rules;
+    state.parts = mime.get();
     state.inlineBudget = kInlineFactor * data.size() + kInlineAllowance;
     {
         std::string_view text = asText(data);
@@ -424,9 +428,13 @@ void ReadEML::decodeLeaf(const Dict& part, Dict& dictionary, DecodeState& state)
     const std::string* transfer = part.findString(keys::kPartEncoding);
     const std::string* contentId = part.findString(keys::kPartContentId);
     const std::string* uaContent = part.findString(keys::kPartRawContent);
-    // "uaContent" is the line that ended the headers, then LF and each body line.
+    // "uaContent" is the line that ended the headers, then LF and each body line;
+    // a body kept in place is that text after its first two line feeds, with
+    // the message's own line breaks (the decoders read CR LF as LF).
+    const std::optional<std::string_view> inPlace =
+        !uaContent && state.parts ? state.parts->bodyInPlace(part) : std::nullopt;
     std::string_view body = uaContent ? std::string_view(*uaContent).substr(std::min<std::size_t>(2, uaContent->size()))
-                                      : std::string_view();
+                                      : inPlace.value_or(std::string_view());
     auto payload = [&](std::string_view lineBreak) -> Bytes {
         if (transfer && *transfer == "base64") return NewBase64Decode(asBytes(body));
         if (transfer && *transfer == "quoted-printable") return rfc2045::decodeQuotedPrintable(body, lineBreak);
@@ -452,7 +460,7 @@ void ReadEML::decodeLeaf(const Dict& part, Dict& dictionary, DecodeState& state)
         return;
     }
 
-    if (!uaContent && !fileName) return;  // an empty part without a name holds nothing
+    if (!uaContent && !inPlace && !fileName) return;  // an empty part without a name holds nothing
     Bytes data = payload(state.lineBreak);
     std::string name;
     if (fileName) {
