@@ -9,7 +9,7 @@
 #include "util/SafeNames.h"
 
 namespace qhcli {
-namespace {
+namespace cmd_attachments {
 
 struct Arguments {
     SourceOptions source;
@@ -74,5 +74,5 @@ const bool registered = Commands::add("attachments", [](CLI::App& app, Outcome& 
     command->callback([arguments, &outcome] { outcome.exitCode = Output::guard([&] { return extract(*arguments); }); });
 });
 
-}  // namespace
+}  // namespace cmd_attachments
 }  // namespace qhcli

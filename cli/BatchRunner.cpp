@@ -14,7 +14,7 @@
 
 namespace qhcli {
 
-namespace {
+namespace batch_runner {
 
 // Results that may wait for an earlier, slower file, per thread.
 constexpr std::size_t kWindowPerThread = 4;
@@ -77,7 +77,7 @@ void runGuarded(const std::function<void(std::size_t)>& work, std::size_t index)
     }
 }
 
-}  // namespace
+}  // namespace batch_runner
 
 void BatchRunner::addJobsOption(CLI::App& command, unsigned& jobs) {
     command.add_option("-j,--jobs", jobs, "Threads to use for several files (default: one per core)");
@@ -85,13 +85,13 @@ void BatchRunner::addJobsOption(CLI::App& command, unsigned& jobs) {
 
 void BatchRunner::run(std::size_t count, unsigned jobs, const std::function<void(std::size_t)>& work,
                       const std::function<void(std::size_t)>& emit) {
-    ProgressBar progress(count);
-    if (count > 1) keepLargeBuffersOnTheHeap();
+    batch_runner::ProgressBar progress(count);
+    if (count > 1) batch_runner::keepLargeBuffersOnTheHeap();
     if (jobs == 0) jobs = std::max(1u, std::thread::hardware_concurrency());
     std::size_t threads = std::min<std::size_t>(jobs, count);
     if (threads <= 1) {
         for (std::size_t i = 0; i < count; ++i) {
-            runGuarded(work, i);
+            batch_runner::runGuarded(work, i);
             progress.beforeOutput();
             emit(i);
             progress.update(i + 1);
@@ -103,7 +103,7 @@ void BatchRunner::run(std::size_t count, unsigned jobs, const std::function<void
     std::condition_variable workerWake, emitterWake;
     std::vector<char> finished(count, 0);
     std::size_t next = 0, emitted = 0;
-    const std::size_t window = threads * kWindowPerThread;
+    const std::size_t window = threads * batch_runner::kWindowPerThread;
 
     auto worker = [&] {
         for (;;) {
@@ -114,7 +114,7 @@ void BatchRunner::run(std::size_t count, unsigned jobs, const std::function<void
                 if (next >= count) return;
                 index = next++;
             }
-            runGuarded(work, index);
+            batch_runner::runGuarded(work, index);
             {
                 std::lock_guard lock(mutex);
                 finished[index] = 1;

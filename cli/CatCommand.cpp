@@ -9,7 +9,7 @@
 #include "Input.h"
 #include <quillhaven/Mole.h>
 
-namespace {
+namespace cmd_cat {
 
 int catStream(const std::string& path, const std::string& streamPath) {
     auto data = qhcli::Input::readFile(path);
@@ -43,4 +43,4 @@ const bool registered = qhcli::Commands::add("cat", [](CLI::App& app, qhcli::Out
     command->callback([file, stream, &outcome] { outcome.exitCode = catStream(*file, *stream); });
 });
 
-}  // namespace
+}  // namespace cmd_cat

@@ -6,7 +6,7 @@
 
 namespace qhcli {
 
-namespace {
+namespace command_table {
 
 struct Registration {
     std::string_view name;
@@ -29,9 +29,10 @@ std::string_view commandName(int argc, const char* const* argv) {
     return {};
 }
 
-}  // namespace
+}  // namespace command_table
 
 bool Commands::add(std::string_view name, Installer installer) {
+    using namespace command_table;
     if (registered == kMaxCommands) {
         std::fputs("quillhaven: too many commands registered\n", stderr);
         std::abort();
@@ -41,6 +42,7 @@ bool Commands::add(std::string_view name, Installer installer) {
 }
 
 void Commands::installFor(int argc, const char* const* argv, CLI::App& app, Outcome& outcome) {
+    using namespace command_table;
     std::string_view wanted = commandName(argc, argv);
     bool named = false;
     for (std::size_t i = 0; i < registered; ++i) named = named || (!wanted.empty() && registrations[i].name == wanted);

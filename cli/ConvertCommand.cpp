@@ -18,7 +18,7 @@
 #include "writers/UniqueMessageIds.h"
 
 namespace qhcli {
-namespace {
+namespace cmd_convert {
 
 struct Arguments {
     SourceOptions source;
@@ -160,5 +160,5 @@ const bool registered = Commands::add("convert", [](CLI::App& app, Outcome& outc
     });
 });
 
-}  // namespace
+}  // namespace cmd_convert
 }  // namespace qhcli

@@ -8,7 +8,7 @@
 
 namespace qhcli {
 
-namespace {
+namespace document_printer {
 
 void appendDocument(const LoadedMessage& loaded, std::string& out) {
     if (!loaded.value) {
@@ -21,7 +21,7 @@ void appendDocument(const LoadedMessage& loaded, std::string& out) {
     loaded.value->appendJson(out);
 }
 
-}  // namespace
+}  // namespace document_printer
 
 void DocumentPrinter::install(CLI::App& app, Outcome& outcome, const std::string& name,
                               const std::string& description, MessageSource::Want want) {
@@ -47,7 +47,7 @@ std::string DocumentPrinter::jsonLine(const std::string& path, const LoadedMessa
     qh::Value::appendJsonString(path, line);
     line += ",\"result\":";
     if (loaded)
-        appendDocument(*loaded, line);
+        document_printer::appendDocument(*loaded, line);
     else
         line += "null";
     line += "}\n";
@@ -63,7 +63,7 @@ int DocumentPrinter::print(const std::vector<std::string>& files, const SourceOp
             return 2;
         }
         std::string document;
-        appendDocument(loaded, document);
+        document_printer::appendDocument(loaded, document);
         document.push_back('\n');
         Output::out(document);
         return 0;

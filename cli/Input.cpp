@@ -9,7 +9,7 @@
 
 namespace qhcli {
 
-namespace {
+namespace file_input {
 
 // Reads `descriptor` to its end into `data`: first into `expected` bytes
 // (a regular file's size, read without growing the buffer), then whatever
@@ -37,12 +37,12 @@ bool readToEnd(int descriptor, FileBytes& data, std::size_t expected) {
     }
 }
 
-}  // namespace
+}  // namespace file_input
 
 std::optional<FileBytes> Input::readFile(const std::string& path) {
     FileBytes data;
     if (path == "-") {
-        if (!readToEnd(STDIN_FILENO, data, 0)) return std::nullopt;
+        if (!file_input::readToEnd(STDIN_FILENO, data, 0)) return std::nullopt;
         return data;
     }
     const int descriptor = ::open(path.c_str(), O_RDONLY | O_CLOEXEC);
@@ -53,7 +53,7 @@ std::optional<FileBytes> Input::readFile(const std::string& path) {
         // A folder is no input (its size is meaningless); a regular file is
         // read in one piece of its size, a pipe or a device in chunks.
         const std::size_t size = S_ISREG(status.st_mode) ? static_cast<std::size_t>(status.st_size) : 0;
-        ok = readToEnd(descriptor, data, size);
+        ok = file_input::readToEnd(descriptor, data, size);
     }
     ::close(descriptor);
     if (!ok) return std::nullopt;

@@ -9,7 +9,7 @@
 #include <quillhaven/Mole.h>
 #include <quillhaven/MessageKeys.h>
 
-namespace {
+namespace cmd_ls {
 
 int listEntries(const std::string& path) {
     auto data = qhcli::Input::readFile(path);
@@ -44,4 +44,4 @@ const bool registered = qhcli::Commands::add("ls", [](CLI::App& app, qhcli::Outc
     command->callback([file, &outcome] { outcome.exitCode = listEntries(*file); });
 });
 
-}  // namespace
+}  // namespace cmd_ls

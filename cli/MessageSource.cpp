@@ -8,7 +8,7 @@
 
 namespace qhcli {
 
-namespace {
+namespace message_source {
 
 LoadedMessage unreadable(const std::string& kind, std::string problem) {
     LoadedMessage loaded;
@@ -27,7 +27,7 @@ const std::optional<FileBytes>& standardInput() {
     return data;
 }
 
-}  // namespace
+}  // namespace message_source
 
 void MessageSource::addOptions(CLI::App& command, SourceOptions& options) {
     command.add_option("--as", options.kind, "Read the input as this kind instead of telling it from the first bytes")
@@ -40,12 +40,12 @@ void MessageSource::addOptions(CLI::App& command, SourceOptions& options) {
 
 LoadedMessage MessageSource::load(const std::string& path, const SourceOptions& options, Want want) {
     if (path == "-") {
-        const auto& data = standardInput();
-        if (!data) return unreadable(options.kind, "cannot read standard input");
+        const auto& data = message_source::standardInput();
+        if (!data) return message_source::unreadable(options.kind, "cannot read standard input");
         return run(*data, options.kind, options.read(), want);
     }
     auto data = Input::readFile(path);
-    if (!data) return unreadable(options.kind, "cannot read " + path);
+    if (!data) return message_source::unreadable(options.kind, "cannot read " + path);
     return run(*data, options.kind, options.read(), want);
 }
 

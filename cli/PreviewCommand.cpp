@@ -18,7 +18,7 @@
 #include "plugin/shim/ShimHost.h"
 
 namespace qhcli {
-namespace {
+namespace cmd_preview {
 
 // Standard input goes to the plug-in, which reads documents by URL, through a
 // temporary file that lives as long as the command.
@@ -88,5 +88,5 @@ const bool registered = Commands::add("preview", [](CLI::App& app, Outcome& outc
     });
 });
 
-}  // namespace
+}  // namespace cmd_preview
 }  // namespace qhcli

@@ -3,7 +3,7 @@
 #include "DocumentPrinter.h"
 
 namespace qhcli {
-namespace {
+namespace cmd_read {
 
 const bool registered = Commands::add("read", [](CLI::App& app, Outcome& outcome) {
     DocumentPrinter::install(app, outcome, "read",
@@ -11,5 +11,5 @@ const bool registered = Commands::add("read", [](CLI::App& app, Outcome& outcome
                              MessageSource::Want::dictionary);
 });
 
-}  // namespace
+}  // namespace cmd_read
 }  // namespace qhcli

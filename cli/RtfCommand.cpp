@@ -11,7 +11,7 @@
 #include "richtext/RTFReader.h"
 #include "richtext/RTFWangers.h"
 
-namespace {
+namespace cmd_rtf {
 
 enum class Form { RTF, Text, HTML };
 
@@ -53,4 +53,4 @@ const bool registered = qhcli::Commands::add("rtf", [](CLI::App& app, qhcli::Out
     });
 });
 
-}  // namespace
+}  // namespace cmd_rtf

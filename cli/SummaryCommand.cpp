@@ -3,7 +3,7 @@
 #include "DocumentPrinter.h"
 
 namespace qhcli {
-namespace {
+namespace cmd_summary {
 
 const bool registered = Commands::add("summary", [](CLI::App& app, Outcome& outcome) {
     DocumentPrinter::install(app, outcome, "summary",
@@ -11,5 +11,5 @@ const bool registered = Commands::add("summary", [](CLI::App& app, Outcome& outc
                              MessageSource::Want::summary);
 });
 
-}  // namespace
+}  // namespace cmd_summary
 }  // namespace qhcli

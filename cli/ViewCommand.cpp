@@ -19,7 +19,7 @@
 extern char** environ;
 
 namespace qhcli {
-namespace {
+namespace cmd_view {
 
 struct Arguments {
     SourceOptions source;
@@ -139,5 +139,5 @@ const bool registered = Commands::add("view", [](CLI::App& app, Outcome& outcome
     command->callback([arguments, &outcome] { outcome.exitCode = Output::guard([&] { return view(*arguments); }); });
 });
 
-}  // namespace
+}  // namespace cmd_view
 }  // namespace qhcli
