@@ -75,6 +75,20 @@ std::string MimeCharset::utf8OrWindows1252(std::string_view text) {
     return decodeWindows1252(asBytes(text));
 }
 
+std::string MimeCharset::decode(std::string&& bytes, std::string_view charset) {
+    // Bytes that are already the text their label gives (valid UTF-8 labelled
+    // UTF-8, ASCII labelled ASCII or nothing) are kept, not copied.
+    std::string name(TextEncoding::trimWhitespaceAndNewlines(charset));
+    for (char& c : name) c = c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c;
+    const bool utf8 = name == "utf-8" || name == "utf8";
+    const bool ascii = name.empty() || name == "us-ascii" || name == "ascii";
+    if ((utf8 && isValidUTF8(bytes)) ||
+        (ascii && words::asciiPrefix(reinterpret_cast<const std::uint8_t*>(bytes.data()), bytes.size()) == bytes.size())) {
+        return std::move(bytes);
+    }
+    return decode(asBytes(bytes), charset);
+}
+
 std::string MimeCharset::decode(ByteView bytes, std::string_view charset) {
     std::string name(TextEncoding::trimWhitespaceAndNewlines(charset));
     if (name.empty()) name = "us-ascii";

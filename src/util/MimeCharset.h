@@ -16,6 +16,9 @@ public:
     // UTF-8 when the bytes are valid UTF-8, else the named charset with U+FFFD
     // for what it cannot map, else Windows-1252. An empty name means US-ASCII.
     static std::string decode(ByteView bytes, std::string_view charset);
+    // The same of bytes held in a string, which is the text itself where no
+    // conversion is needed.
+    static std::string decode(std::string&& bytes, std::string_view charset);
     // Windows-1252, the five bytes it leaves undefined taken as the C1 controls
     // of the same code (as ISO 8859-1 has them); never fails.
     static std::string decodeWindows1252(ByteView bytes);

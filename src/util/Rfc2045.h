@@ -1,5 +1,6 @@
 #pragma once
 // RFC 2045 content transfer encodings, decoded to the bytes that were sent.
+#include <string>
 #include <string_view>
 
 #include <quillhaven/Bytes.h>
@@ -11,8 +12,11 @@ namespace qh::rfc2045 {
 // go; a malformed "=" stays as it is. Line breaks (LF or CR LF) come out as
 // `lineBreak`.
 Bytes decodeQuotedPrintable(std::string_view text, std::string_view lineBreak = "\n");
+// The same, as text (the bytes unchecked: no charset is applied).
+std::string decodeQuotedPrintableText(std::string_view text, std::string_view lineBreak = "\n");
 
 // 7bit / 8bit / binary text with its line breaks (LF or CR LF) written as `lineBreak`.
 Bytes withLineBreaks(std::string_view text, std::string_view lineBreak);
+std::string withLineBreaksText(std::string_view text, std::string_view lineBreak);
 
 }  // namespace qh::rfc2045

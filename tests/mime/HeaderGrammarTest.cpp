@@ -286,10 +286,14 @@ TEST(Rfc2045, QuotedPrintable) {
     std::mt19937 random(2045);
     const char alphabet[] = {'=', '=', '=', '\n', '\r', ' ', '\t', 'A', 'f', '0', '9', 'g', 'x', '\xE4'};
     for (int round = 0; round < 20000; ++round) {
-        std::string text(random() % 40, ' ');
-        for (char& c : text) c = alphabet[random() % sizeof alphabet];
+        // Lines of plain letters as well, over the sixteen-byte blocks copied whole.
+        std::string text(random() % (round % 2 ? 40 : 100), ' ');
+        for (char& c : text) c = alphabet[random() % (round % 4 ? sizeof alphabet : 4)];
+        for (char& c : text) c = round % 2 == 0 && random() % 8 ? 'x' : c;
         for (std::string_view lineBreak : {"\n", "\r\n"}) {
             ASSERT_EQ(asText(rfc2045::decodeQuotedPrintable(text, lineBreak)), byLines(text, lineBreak))
+                << testing::PrintToString(text);
+            ASSERT_EQ(rfc2045::decodeQuotedPrintableText(text, lineBreak), byLines(text, lineBreak))
                 << testing::PrintToString(text);
         }
     }
@@ -326,6 +330,8 @@ TEST(Rfc2045, CrLfBreaksDecodeAsLineFeeds) {
                 << testing::PrintToString(lf);
             ASSERT_EQ(rfc2045::withLineBreaks(crlf, lineBreak), rfc2045::withLineBreaks(lf, lineBreak))
                 << testing::PrintToString(lf);
+            ASSERT_EQ(rfc2045::withLineBreaksText(crlf, lineBreak), asText(rfc2045::withLineBreaks(lf, lineBreak)))
+                << testing::PrintToString(lf);
         }
         ASSERT_EQ(NewBase64Decode(asBytes(crlf)), NewBase64Decode(asBytes(lf))) << testing::PrintToString(lf);
     }
@@ -345,8 +351,17 @@ TEST(MimeCharset, NeverGivesNothing) {
         {"caf\xE9", "", "caf\xC3\xA9"},
         {"\x80\x81", "windows-1252", "\xE2\x82\xAC\xC2\x81"},
         {"ok \xFF", "utf-8", "ok \xEF\xBF\xBD"},            // declared UTF-8: a bad byte is U+FFFD
+        {"caf\xC3\xA9", " UTF-8 ", "caf\xC3\xA9"},
+        {"plain", "US-ASCII", "plain"},
+        {"plain", "", "plain"},
+        {"plain", "utf-7", "plain"},
+        {"a+AOk-", "utf-7", "a\xC3\xA9"},
     };
-    for (const Case& c : cases) EXPECT_EQ(MimeCharset::decode(asBytes(c.bytes), c.charset), c.text) << c.charset;
+    for (const Case& c : cases) {
+        EXPECT_EQ(MimeCharset::decode(asBytes(c.bytes), c.charset), c.text) << c.charset;
+        // Bytes held in a string (kept as they are where they are the text) give the same.
+        EXPECT_EQ(MimeCharset::decode(std::string(c.bytes), c.charset), c.text) << c.charset;
+    }
 }
 
 // 8-bit bytes in text labelled US-ASCII are read as Windows-1252: every byte,

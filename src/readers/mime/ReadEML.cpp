@@ -440,18 +440,28 @@ void ReadEML::decodeLeaf(const Dict& part, Dict& dictionary, DecodeState& state)
         if (transfer && *transfer == "quoted-printable") return rfc2045::decodeQuotedPrintable(body, lineBreak);
         return rfc2045::withLineBreaks(body, lineBreak);
     };
+    // The same held in a string: a body's text is then that string where it
+    // needs no conversion.
+    auto payloadText = [&](std::string_view lineBreak) -> std::string {
+        if (transfer && *transfer == "base64") {
+            Bytes decoded = payload(lineBreak);
+            return std::string(asText(decoded));
+        }
+        if (transfer && *transfer == "quoted-printable") return rfc2045::decodeQuotedPrintableText(body, lineBreak);
+        return rfc2045::withLineBreaksText(body, lineBreak);
+    };
 
     const bool isPlain = mediaType == "text/plain", isHTML = mediaType == "text/html";
     const bool bodyCandidate = (isPlain || isHTML) && !fileName && !(disposition && *disposition == "attachment");
     if (bodyCandidate && ((isPlain && !state.haveBody) || (isHTML && !state.haveHTML))) {
         (isPlain ? state.haveBody : state.haveHTML) = true;
-        Bytes bytes = payload("\n");
+        std::string bytes = payloadText("\n");
         std::string text;
         if (rules.charsets == MimeRules::Charsets::AnyIcu) {
             const std::string* charset = part.findString(keys::kPartCharset);
-            text = MimeCharset::decode(bytes, charset ? *charset : std::string_view());
+            text = MimeCharset::decode(std::move(bytes), charset ? *charset : std::string_view());
         } else {
-            text = TextEncoding::decode(bytes, encodingForPart(part)).value_or(std::string());
+            text = TextEncoding::decode(asBytes(bytes), encodingForPart(part)).value_or(std::string());
         }
         if (rules.bodies == MimeRules::Bodies::Rewritten) {
             text = MIMEText::replaceAll(MIMEText::trim(text), "http:", "https:");
