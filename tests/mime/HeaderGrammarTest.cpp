@@ -4,7 +4,9 @@
 #include <gtest/gtest.h>
 
 #include <nlohmann/json.hpp>
+#include <unicode/utf8.h>
 
+#include <algorithm>
 #include <cmath>
 #include <random>
 #include <string>
@@ -232,6 +234,96 @@ TEST(MIMEText, HeaderBlockEnd) {
         {"", std::string_view::npos},
     };
     for (const Case& c : cases) EXPECT_EQ(MIMEText::headerBlockEnd(c.text), c.end) << c.text;
+}
+
+TEST(MIMEText, LineBreaks) {
+    using Breaks = MIMEText::Breaks;
+    // Byte by byte, as the breaks are defined: what the block-wise check must give.
+    auto byCharacters = [](std::string_view text, std::vector<std::size_t>& marks, std::size_t& pairs) {
+        const auto* s = reinterpret_cast<const std::uint8_t*>(text.data());
+        const auto size = static_cast<std::int64_t>(text.size());
+        bool lineFeed = false, pair = false;
+        std::vector<std::size_t> lineFeeds;
+        for (std::int64_t i = 0; i < size;) {
+            UChar32 c = s[i];
+            if (c == '\r') {
+                if (i + 1 == size || s[i + 1] != '\n' || lineFeed) return Breaks::Other;
+                pair = true;
+                lineFeeds.push_back(static_cast<std::size_t>(i + 1));
+                i += 2;
+            } else if (c == '\n') {
+                if (pair) return Breaks::Other;
+                lineFeed = true;
+                ++i;
+            } else if (c == 0x0B || c == 0x0C) {
+                return Breaks::Other;
+            } else if (c < 0x80) {
+                ++i;
+            } else {
+                U8_NEXT(s, i, size, c);
+                if (c < 0) return Breaks::Invalid;
+                if (c == 0x85 || c == 0x2028 || c == 0x2029) return Breaks::Other;
+            }
+        }
+        pairs = lineFeeds.size();
+        marks.clear();
+        for (std::size_t at = 0; at <= text.size(); at += MIMEText::kLineFeedStep) {
+            marks.push_back(static_cast<std::size_t>(
+                std::lower_bound(lineFeeds.begin(), lineFeeds.end(), at) - lineFeeds.begin()));
+        }
+        return pair ? Breaks::CrLfPairs : Breaks::LineFeeds;
+    };
+    struct Case {
+        std::string text;
+        Breaks breaks;
+    } cases[] = {
+        {"", Breaks::LineFeeds},
+        {"a\nb\n", Breaks::LineFeeds},
+        {"a\r\nb\r\n", Breaks::CrLfPairs},
+        {"a\r\nb\n", Breaks::Other},
+        {"a\nb\r\n", Breaks::Other},
+        {"a\rb", Breaks::Other},
+        {"a\r", Breaks::Other},
+        {"a\x0B" "b", Breaks::Other},
+        {"a\xC2\x85" "b", Breaks::Other},
+        {"a\xE2\x80\xA8" "b", Breaks::Other},
+        {"caf\xC3\xA9\r\n", Breaks::CrLfPairs},
+        {"caf\xE9\r\n", Breaks::Invalid},
+        {"a\rb\xFF", Breaks::Other},  // the first that is met decides
+    };
+    for (const Case& c : cases) {
+        std::vector<std::size_t> marks;
+        std::size_t pairs = 0;
+        EXPECT_EQ(MIMEText::lineBreaks(asBytes(c.text), marks, pairs), c.breaks) << testing::PrintToString(c.text);
+    }
+    // Random texts over the blocks of sixteen and thirty-two and the marks
+    // every 512 bytes: lines of plain letters, with tabs, 8-bit letters and
+    // now and then a break of another kind or a byte that is not UTF-8.
+    std::mt19937 random(512);
+    for (int round = 0; round < 3000; ++round) {
+        const bool pairs = round % 2 == 0;
+        std::string text;
+        const std::size_t size = random() % (round % 5 ? 700 : 3000);
+        while (text.size() < size) {
+            text.append(random() % 90, "abcdefgh"[random() % 8]);
+            if (random() % 6 == 0) text += "\t";
+            if (random() % 9 == 0) text += "\xC3\xA9";
+            if (round % 7 == 0 && random() % 20 == 0) {
+                const char* odd[] = {"\r", "\n", "\r\n", "\x0C", "\xC2\x85", "\xFF", "\r\r\n"};
+                text += odd[random() % std::size(odd)];
+            }
+            text += pairs ? "\r\n" : "\n";
+        }
+        if (random() % 3 == 0 && !text.empty()) text.pop_back();
+        std::vector<std::size_t> marks, expectedMarks;
+        std::size_t count = 0, expectedCount = 0;
+        const Breaks expected = byCharacters(text, expectedMarks, expectedCount);
+        ASSERT_EQ(MIMEText::lineBreaks(asBytes(text), marks, count), expected) << testing::PrintToString(text);
+        if (expected == Breaks::CrLfPairs) {
+            ASSERT_EQ(count, expectedCount) << testing::PrintToString(text);
+            ASSERT_EQ(marks, expectedMarks) << testing::PrintToString(text);
+        }
+    }
 }
 
 TEST(Rfc2045, QuotedPrintable) {

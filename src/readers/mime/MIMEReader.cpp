@@ -58,7 +58,7 @@ constexpr std::size_t kMaxHeaderFields = 4096;
 // other line-break character (lone CR, VT, FF, NEL, U+2028, U+2029) into LF,
 // so that the lines are exactly the LF-separated runs. Most mail needs no
 // rewrite for it: its bytes are read in place when their line breaks are all
-// LF, or all CR LF (each line then ends before its CR; see lineBreaksOf).
+// LF, or all CR LF (each line then ends before its CR; see MIMEText::lineBreaks).
 enum class TextCheck { Unchanged, Rewritten, Invalid };
 
 // The first offset at or after `i` whose byte may need work: 0x80 or above,
@@ -96,107 +96,6 @@ std::int64_t skipOrdinary(const std::uint8_t* bytes, std::int64_t i, std::int64_
 // breaks other than LF.
 bool isOtherLineBreak(UChar32 c) {
     return c == '\r' || c == 0x0B || c == 0x0C || c == 0x85 || c == 0x2028 || c == 0x2029;
-}
-
-// How the bytes break their lines, checked as UTF-8 on the way.
-enum class Breaks {
-    LineFeeds,  // LF alone (or no line break): the bytes are the text as they stand
-    CrLfPairs,  // CR LF alone: every CR is followed by LF and every LF preceded by CR
-    Other,      // both, or a lone CR, VT, FF, NEL, U+2028, U+2029: the text is a rewrite
-    Invalid,    // not UTF-8 (where seen before the bytes are known to be Other)
-};
-
-// Of CrLfPairs bytes, `pairs` gets the number of pairs and `lineFeedMarks[k]`
-// the number of line feeds before offset k * kLineFeedStep (up to the size):
-// the size a piece of the text would have with LF breaks is then known
-// without a pass over all of it.
-constexpr std::size_t kLineFeedStep = 512;
-
-Breaks lineBreaksOf(ByteView data, std::vector<std::size_t>& lineFeedMarks, std::size_t& pairs) {
-    const std::uint8_t* bytes = data.data();
-    const std::int64_t size = static_cast<std::int64_t>(data.size());
-    constexpr auto kStep = static_cast<std::int64_t>(kLineFeedStep);
-    bool lineFeed = false, pair = false;
-    pairs = 0;
-    lineFeedMarks.clear();
-    std::int64_t i = 0, nextMark = 0;
-    while (true) {
-        for (; nextMark <= i; nextMark += kStep) lineFeedMarks.push_back(pairs);
-        if (i == size) break;
-#if defined(__SSE2__)
-        // Blocks of sixteen up to the next mark whose line breaks are as
-        // before (CR LF, or LF alone) and which hold nothing else to look at
-        // (only ASCII, tab and no other control below 0x0E): no branch on where
-        // a line ends. A signed compare: bytes from 0x80 up are negative, so
-        // below 0x0E too.
-        // (Of text whose breaks are LF, an LF lane after a CR is not one: that
-        // CR is the byte before the block, and the block is left to the general way.)
-        if (i > 0 && (pair || bytes[i - 1] != '\r')) {
-            const __m128i below = _mm_set1_epi8(0x0E), lineFeeds = _mm_set1_epi8('\n'),
-                          carriageReturns = _mm_set1_epi8('\r'), tab = _mm_set1_epi8('\t');
-            const std::int64_t limit = std::min(nextMark, size);
-            __m128i counted = _mm_setzero_si128();  // line feeds per lane: at most 32 here
-            while (limit - i >= 16) {
-                const __m128i chunk = _mm_loadu_si128(reinterpret_cast<const __m128i*>(bytes + i));
-                const __m128i isLF = _mm_cmpeq_epi8(chunk, lineFeeds), isCR = _mm_cmpeq_epi8(chunk, carriageReturns);
-                const __m128i special = _mm_cmplt_epi8(chunk, below);
-                __m128i bad;
-                if (pair) {
-                    // Every LF after a CR and every CR before an LF (a CR in the
-                    // last lane is checked with the next block or byte).
-                    const __m128i afterCR = _mm_cmpeq_epi8(
-                        _mm_loadu_si128(reinterpret_cast<const __m128i*>(bytes + i - 1)), carriageReturns);
-                    const __m128i allowed = _mm_or_si128(_mm_or_si128(isLF, isCR), _mm_cmpeq_epi8(chunk, tab));
-                    bad = _mm_or_si128(_mm_xor_si128(isLF, afterCR), _mm_andnot_si128(allowed, special));
-                } else {
-                    bad = _mm_andnot_si128(_mm_or_si128(isLF, _mm_cmpeq_epi8(chunk, tab)), special);
-                    static_cast<void>(isCR);
-                }
-                if (_mm_movemask_epi8(bad) != 0) break;
-                counted = _mm_sub_epi8(counted, isLF);
-                i += 16;
-            }
-            const __m128i sums = _mm_sad_epu8(counted, _mm_setzero_si128());
-            const auto found = static_cast<std::size_t>(_mm_cvtsi128_si64(sums)) +
-                               static_cast<std::size_t>(_mm_cvtsi128_si64(_mm_unpackhi_epi64(sums, sums)));
-            if (pair) {
-                pairs += found;
-            } else if (found) {
-                lineFeed = true;
-            }
-            if (i == limit) continue;
-        }
-#endif
-        // One character the general way.
-        UChar32 c = bytes[i];
-        const bool afterCR = i > 0 && bytes[i - 1] == '\r';
-        if (afterCR && c != '\n') return Breaks::Other;
-        if (c == '\n') {
-            if (afterCR) {
-                if (lineFeed) return Breaks::Other;
-                pair = true;
-                ++pairs;
-            } else {
-                if (pair) return Breaks::Other;
-                lineFeed = true;
-            }
-            ++i;
-        } else if (c == '\r') {
-            if (lineFeed) return Breaks::Other;
-            ++i;
-        } else if (c < 0x80) {
-            if (c == 0x0B || c == 0x0C) return Breaks::Other;
-            ++i;
-        } else {
-            U8_NEXT(bytes, i, size, c);
-            if (c < 0) return Breaks::Invalid;
-            if (c == 0x85 || c == 0x2028 || c == 0x2029) return Breaks::Other;
-        }
-    }
-    if (size > 0 && bytes[size - 1] == '\r') return Breaks::Other;  // a lone CR at the end
-    if (!pair) return Breaks::LineFeeds;
-    for (; nextMark <= size; nextMark += kStep) lineFeedMarks.push_back(pairs);
-    return Breaks::CrLfPairs;
 }
 
 // The rewrite: `out` gets the text (`outSize` bytes) unless `Unchanged`.
@@ -565,12 +464,12 @@ std::size_t MIMEReader::lineFeedSize(std::string_view text) const {
     if (!crlf_) return text.size();
     // The line feeds before an offset: the mark at or before it, and the rest counted.
     auto lineFeedsBefore = [&](std::size_t offset) {
-        const std::size_t mark = offset / kLineFeedStep, from = mark * kLineFeedStep;
+        const std::size_t mark = offset / MIMEText::kLineFeedStep, from = mark * MIMEText::kLineFeedStep;
         return lineFeedMarks_[mark] + MIMEText::count(messageText_.substr(from, offset - from), '\n');
     };
     const std::size_t start = static_cast<std::size_t>(text.data() - messageText_.data());
     if (text.data() < messageText_.data() || !fits(start, text.size(), messageText_.size()) ||
-        lineFeedMarks_.size() <= messageText_.size() / kLineFeedStep) {
+        lineFeedMarks_.size() <= messageText_.size() / MIMEText::kLineFeedStep) {
         return text.size() - MIMEText::count(text, '\n');
     }
     return text.size() - (lineFeedsBefore(start + text.size()) - lineFeedsBefore(start));
@@ -591,18 +490,18 @@ std::optional<Dict> MIMEReader::readMIMEMail(ByteView data) {
     std::size_t lineFeedTextSize = 0;
     auto readAsText = [&](ByteView bytes) {
         std::size_t pairs = 0;
-        switch (lineBreaksOf(bytes, lineFeedMarks_, pairs)) {
-        case Breaks::LineFeeds:
+        switch (MIMEText::lineBreaks(bytes, lineFeedMarks_, pairs)) {
+        case MIMEText::Breaks::LineFeeds:
             messageText_ = asText(bytes);
             crlf_ = false;
             lineFeedTextSize = bytes.size();
             return true;
-        case Breaks::CrLfPairs:
+        case MIMEText::Breaks::CrLfPairs:
             messageText_ = asText(bytes);
             crlf_ = true;
             lineFeedTextSize = bytes.size() - pairs;
             return true;
-        case Breaks::Other: {
+        case MIMEText::Breaks::Other: {
             std::size_t size = 0;
             switch (canonicalText(bytes, rewritten_, size)) {
             case TextCheck::Unchanged:
@@ -618,7 +517,7 @@ std::optional<Dict> MIMEReader::readMIMEMail(ByteView data) {
             lineFeedTextSize = messageText_.size();
             return true;
         }
-        case Breaks::Invalid:
+        case MIMEText::Breaks::Invalid:
             break;
         }
         return false;

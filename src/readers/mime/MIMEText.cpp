@@ -7,8 +7,15 @@
 #include <algorithm>
 #include <cstring>
 
+#include <unicode/utf8.h>
+
+#include "core/Processor.h"
 #include "core/TextEncoding.h"
 #include "util/Ascii.h"
+
+#if QH_HAVE_AVX2_PATHS
+#include <immintrin.h>
+#endif
 
 namespace qh {
 
@@ -22,6 +29,82 @@ bool isASCII(std::string_view text) {
 bool isASCIISpace(unsigned char c) {
     return c == ' ' || (c >= 0x09 && c <= 0x0D);
 }
+
+// Blocks whose line breaks are as before (CR LF when `pairs`, else LF alone)
+// and which hold nothing else to look at (only ASCII from 0x0E up, tab and
+// those breaks), from `i` (above 0) on while they end by `limit`, at most 512
+// bytes on: where the first block that is not so starts. `lineFeeds` gets the
+// LFs passed. No branch on where a line ends. Signed compares: bytes from 0x80
+// up are negative, so below 0x0E too.
+std::int64_t ordinaryBlocks(const std::uint8_t* bytes, std::int64_t i, std::int64_t limit, bool pairs,
+                            std::size_t& lineFeeds) {
+#if defined(__SSE2__)
+    const __m128i below = _mm_set1_epi8(0x0E), lineFeed = _mm_set1_epi8('\n'), carriageReturn = _mm_set1_epi8('\r'),
+                  tab = _mm_set1_epi8('\t');
+    __m128i counted = _mm_setzero_si128();  // line feeds per lane: at most 32
+    while (limit - i >= 16) {
+        const __m128i chunk = _mm_loadu_si128(reinterpret_cast<const __m128i*>(bytes + i));
+        const __m128i isLF = _mm_cmpeq_epi8(chunk, lineFeed);
+        const __m128i special = _mm_cmplt_epi8(chunk, below);
+        __m128i bad;
+        if (pairs) {
+            // Every LF after a CR and every CR before an LF (a CR in the last
+            // lane is checked with the next block or byte).
+            const __m128i afterCR =
+                _mm_cmpeq_epi8(_mm_loadu_si128(reinterpret_cast<const __m128i*>(bytes + i - 1)), carriageReturn);
+            const __m128i allowed =
+                _mm_or_si128(_mm_or_si128(isLF, _mm_cmpeq_epi8(chunk, carriageReturn)), _mm_cmpeq_epi8(chunk, tab));
+            bad = _mm_or_si128(_mm_xor_si128(isLF, afterCR), _mm_andnot_si128(allowed, special));
+        } else {
+            bad = _mm_andnot_si128(_mm_or_si128(isLF, _mm_cmpeq_epi8(chunk, tab)), special);
+        }
+        if (_mm_movemask_epi8(bad) != 0) break;
+        counted = _mm_sub_epi8(counted, isLF);
+        i += 16;
+    }
+    const __m128i sums = _mm_sad_epu8(counted, _mm_setzero_si128());
+    lineFeeds += static_cast<std::size_t>(_mm_cvtsi128_si64(sums)) +
+                 static_cast<std::size_t>(_mm_cvtsi128_si64(_mm_unpackhi_epi64(sums, sums)));
+#else
+    static_cast<void>(bytes), static_cast<void>(limit), static_cast<void>(pairs), static_cast<void>(lineFeeds);
+#endif
+    return i;
+}
+
+#if QH_HAVE_AVX2_PATHS
+// The same thirty-two bytes at a time, the rest by the blocks of sixteen.
+__attribute__((target("avx2"))) std::int64_t ordinaryBlocksAvx2(const std::uint8_t* bytes, std::int64_t i,
+                                                                std::int64_t limit, bool pairs,
+                                                                std::size_t& lineFeeds) {
+    const __m256i below = _mm256_set1_epi8(0x0E), lineFeed = _mm256_set1_epi8('\n'),
+                  carriageReturn = _mm256_set1_epi8('\r'), tab = _mm256_set1_epi8('\t');
+    __m256i counted = _mm256_setzero_si256();  // line feeds per lane: at most 16
+    while (limit - i >= 32) {
+        const __m256i chunk = _mm256_loadu_si256(reinterpret_cast<const __m256i*>(bytes + i));
+        const __m256i isLF = _mm256_cmpeq_epi8(chunk, lineFeed);
+        const __m256i special = _mm256_cmpgt_epi8(below, chunk);
+        __m256i bad;
+        if (pairs) {
+            const __m256i afterCR =
+                _mm256_cmpeq_epi8(_mm256_loadu_si256(reinterpret_cast<const __m256i*>(bytes + i - 1)), carriageReturn);
+            const __m256i allowed = _mm256_or_si256(_mm256_or_si256(isLF, _mm256_cmpeq_epi8(chunk, carriageReturn)),
+                                                    _mm256_cmpeq_epi8(chunk, tab));
+            bad = _mm256_or_si256(_mm256_xor_si256(isLF, afterCR), _mm256_andnot_si256(allowed, special));
+        } else {
+            bad = _mm256_andnot_si256(_mm256_or_si256(isLF, _mm256_cmpeq_epi8(chunk, tab)), special);
+        }
+        if (_mm256_movemask_epi8(bad) != 0) break;
+        counted = _mm256_sub_epi8(counted, isLF);
+        i += 32;
+    }
+    const __m256i sums = _mm256_sad_epu8(counted, _mm256_setzero_si256());
+    lineFeeds += static_cast<std::size_t>(_mm256_extract_epi64(sums, 0)) +
+                 static_cast<std::size_t>(_mm256_extract_epi64(sums, 1)) +
+                 static_cast<std::size_t>(_mm256_extract_epi64(sums, 2)) +
+                 static_cast<std::size_t>(_mm256_extract_epi64(sums, 3));
+    return i;
+}
+#endif
 }  // namespace
 
 std::string MIMEText::lowercase(std::string_view text) {
@@ -185,6 +268,68 @@ std::size_t MIMEText::headerBlockEnd(std::string_view text) {
         if (lf > 0 && text[lf - 1] == '\r' && text.substr(lf + 1, 2) == "\r\n") return lf - 1;
     }
     return std::string_view::npos;
+}
+
+MIMEText::Breaks MIMEText::lineBreaks(std::span<const std::uint8_t> data, std::vector<std::size_t>& lineFeedMarks,
+                                      std::size_t& pairs) {
+    const std::uint8_t* bytes = data.data();
+    const std::int64_t size = static_cast<std::int64_t>(data.size());
+    constexpr auto kStep = static_cast<std::int64_t>(kLineFeedStep);
+    bool lineFeed = false, pair = false;
+#if QH_HAVE_AVX2_PATHS
+    const bool avx2 = processor::hasAvx2();
+#endif
+    pairs = 0;
+    lineFeedMarks.clear();
+    std::int64_t i = 0, nextMark = 0;
+    while (true) {
+        for (; nextMark <= i; nextMark += kStep) lineFeedMarks.push_back(pairs);
+        if (i == size) break;
+        // (Of text whose breaks are LF, an LF lane after a CR is not one: that
+        // CR is the byte before the blocks, and they are left to the general way.)
+        if (i > 0 && (pair || bytes[i - 1] != '\r')) {
+            std::size_t found = 0;
+#if QH_HAVE_AVX2_PATHS
+            if (avx2) i = ordinaryBlocksAvx2(bytes, i, std::min(nextMark, size), pair, found);
+#endif
+            i = ordinaryBlocks(bytes, i, std::min(nextMark, size), pair, found);
+            if (pair) {
+                pairs += found;
+            } else if (found) {
+                lineFeed = true;
+            }
+            if (i == std::min(nextMark, size)) continue;
+        }
+        // One character the general way.
+        UChar32 c = bytes[i];
+        const bool afterCR = i > 0 && bytes[i - 1] == '\r';
+        if (afterCR && c != '\n') return Breaks::Other;
+        if (c == '\n') {
+            if (afterCR) {
+                if (lineFeed) return Breaks::Other;
+                pair = true;
+                ++pairs;
+            } else {
+                if (pair) return Breaks::Other;
+                lineFeed = true;
+            }
+            ++i;
+        } else if (c == '\r') {
+            if (lineFeed) return Breaks::Other;
+            ++i;
+        } else if (c < 0x80) {
+            if (c == 0x0B || c == 0x0C) return Breaks::Other;
+            ++i;
+        } else {
+            U8_NEXT(bytes, i, size, c);
+            if (c < 0) return Breaks::Invalid;
+            if (c == 0x85 || c == 0x2028 || c == 0x2029) return Breaks::Other;
+        }
+    }
+    if (size > 0 && bytes[size - 1] == '\r') return Breaks::Other;  // a lone CR at the end
+    if (!pair) return Breaks::LineFeeds;
+    for (; nextMark <= size; nextMark += kStep) lineFeedMarks.push_back(pairs);
+    return Breaks::CrLfPairs;
 }
 
 }  // namespace qh

@@ -3,6 +3,8 @@
 // one pass; case mapping and trimming go through ICU (qh::TextEncoding) with
 // an ASCII fast path that gives the same result.
 #include <cstddef>
+#include <cstdint>
+#include <span>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -38,6 +40,22 @@ public:
     // whichever starts first; npos when there is neither. One pass over the
     // header lines only.
     static std::size_t headerBlockEnd(std::string_view text);
+
+    // How the bytes of a message break their lines, checked as UTF-8 on the way.
+    enum class Breaks {
+        LineFeeds,  // LF alone (or no line break): the bytes are the text as they stand
+        CrLfPairs,  // CR LF alone: every CR is followed by LF and every LF preceded by CR
+        Other,      // both, or a lone CR, VT, FF, NEL, U+2028, U+2029: the text needs a rewrite
+        Invalid,    // not UTF-8 (where met before the bytes are known to be Other)
+    };
+    static constexpr std::size_t kLineFeedStep = 512;
+    // Of CrLfPairs bytes, `pairs` gets the number of pairs and `lineFeedMarks[k]`
+    // the number of line feeds before offset k * kLineFeedStep (up to the size):
+    // the size a piece of the text would have with LF breaks is then known
+    // without a pass over all of it. Plain text goes sixteen or thirty-two
+    // bytes at a time, with no branch on where its lines end.
+    static Breaks lineBreaks(std::span<const std::uint8_t> bytes, std::vector<std::size_t>& lineFeedMarks,
+                             std::size_t& pairs);
 };
 
 }  // namespace qh
