@@ -155,6 +155,7 @@ std::unique_ptr<ReadEML> ReadEML::initWithData(ByteView data, const ReadOptions&
     const MimeRules rules = MimeRules::of(options.reading);
     auto reader = std::make_unique<ReadEML>();
     Dict& mail = reader->mailContent_;
+    mail.reserve(16);  // the message's keys: it is not moved as it fills
     // The bodies stay in the message's bytes until they are decoded: each is
     // copied once, into the value that is kept.
     std::unique_ptr<MIMEReader> mime = MIMEReader::initWithData(data, rules, MIMEReader::BodyStorage::InPlace);
@@ -499,6 +500,7 @@ void ReadEML::decodeLeaf(const Dict& part, Dict& dictionary, DecodeState& state)
                MediaTypes::extensionFor(mediaType);
     }
     Dict item;
+    item.reserve(8);
     const std::size_t length = data.size();
     item.set(std::string(keys::kAttachName), std::move(name));
     item.set(std::string(keys::kAttachData), Value(std::move(data)));
