@@ -239,7 +239,7 @@ TEST(MIMEText, HeaderBlockEnd) {
 TEST(MIMEText, LineBreaks) {
     using Breaks = MIMEText::Breaks;
     // Byte by byte, as the breaks are defined: what the block-wise check must give.
-    auto byCharacters = [](std::string_view text, std::vector<std::size_t>& marks, std::size_t& pairs) {
+    auto byCharacters = [](std::string_view text, MIMEText::LineIndex& index) {
         const auto* s = reinterpret_cast<const std::uint8_t*>(text.data());
         const auto size = static_cast<std::int64_t>(text.size());
         bool lineFeed = false, pair = false;
@@ -265,11 +265,13 @@ TEST(MIMEText, LineBreaks) {
                 if (c == 0x85 || c == 0x2028 || c == 0x2029) return Breaks::Other;
             }
         }
-        pairs = lineFeeds.size();
-        marks.clear();
+        index.pairs = lineFeeds.size();
         for (std::size_t at = 0; at <= text.size(); at += MIMEText::kLineFeedStep) {
-            marks.push_back(static_cast<std::size_t>(
+            index.lineFeedMarks.push_back(static_cast<std::size_t>(
                 std::lower_bound(lineFeeds.begin(), lineFeeds.end(), at) - lineFeeds.begin()));
+        }
+        for (std::size_t at = 1; at + 1 < text.size(); ++at) {
+            if (text[at - 1] == '\n' && text[at] == '-' && text[at + 1] == '-') index.dashLines.push_back(at);
         }
         return pair ? Breaks::CrLfPairs : Breaks::LineFeeds;
     };
@@ -292,19 +294,20 @@ TEST(MIMEText, LineBreaks) {
         {"a\rb\xFF", Breaks::Other},  // the first that is met decides
     };
     for (const Case& c : cases) {
-        std::vector<std::size_t> marks;
-        std::size_t pairs = 0;
-        EXPECT_EQ(MIMEText::lineBreaks(asBytes(c.text), marks, pairs), c.breaks) << testing::PrintToString(c.text);
+        MIMEText::LineIndex index;
+        EXPECT_EQ(MIMEText::lineBreaks(asBytes(c.text), index), c.breaks) << testing::PrintToString(c.text);
     }
     // Random texts over the blocks of sixteen and thirty-two and the marks
-    // every 512 bytes: lines of plain letters, with tabs, 8-bit letters and
-    // now and then a break of another kind or a byte that is not UTF-8.
+    // every 512 bytes: lines of plain letters, some starting with dashes, with
+    // tabs, 8-bit letters and now and then a break of another kind or a byte
+    // that is not UTF-8.
     std::mt19937 random(512);
     for (int round = 0; round < 3000; ++round) {
         const bool pairs = round % 2 == 0;
         std::string text;
         const std::size_t size = random() % (round % 5 ? 700 : 3000);
         while (text.size() < size) {
+            if (random() % 4 == 0) text += random() % 2 ? "--" : "-";
             text.append(random() % 90, "abcdefgh"[random() % 8]);
             if (random() % 6 == 0) text += "\t";
             if (random() % 9 == 0) text += "\xC3\xA9";
@@ -315,13 +318,15 @@ TEST(MIMEText, LineBreaks) {
             text += pairs ? "\r\n" : "\n";
         }
         if (random() % 3 == 0 && !text.empty()) text.pop_back();
-        std::vector<std::size_t> marks, expectedMarks;
-        std::size_t count = 0, expectedCount = 0;
-        const Breaks expected = byCharacters(text, expectedMarks, expectedCount);
-        ASSERT_EQ(MIMEText::lineBreaks(asBytes(text), marks, count), expected) << testing::PrintToString(text);
+        MIMEText::LineIndex index, expectedIndex;
+        const Breaks expected = byCharacters(text, expectedIndex);
+        ASSERT_EQ(MIMEText::lineBreaks(asBytes(text), index), expected) << testing::PrintToString(text);
         if (expected == Breaks::CrLfPairs) {
-            ASSERT_EQ(count, expectedCount) << testing::PrintToString(text);
-            ASSERT_EQ(marks, expectedMarks) << testing::PrintToString(text);
+            ASSERT_EQ(index.pairs, expectedIndex.pairs) << testing::PrintToString(text);
+            ASSERT_EQ(index.lineFeedMarks, expectedIndex.lineFeedMarks) << testing::PrintToString(text);
+        }
+        if (expected == Breaks::CrLfPairs || expected == Breaks::LineFeeds) {
+            ASSERT_EQ(index.dashLines, expectedIndex.dashLines) << testing::PrintToString(text);
         }
     }
 }

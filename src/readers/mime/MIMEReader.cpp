@@ -468,11 +468,11 @@ std::size_t MIMEReader::lineFeedSize(std::string_view text) const {
     // The line feeds before an offset: the mark at or before it, and the rest counted.
     auto lineFeedsBefore = [&](std::size_t offset) {
         const std::size_t mark = offset / MIMEText::kLineFeedStep, from = mark * MIMEText::kLineFeedStep;
-        return lineFeedMarks_[mark] + MIMEText::count(messageText_.substr(from, offset - from), '\n');
+        return textIndex_.lineFeedMarks[mark] + MIMEText::count(messageText_.substr(from, offset - from), '\n');
     };
     const std::size_t start = static_cast<std::size_t>(text.data() - messageText_.data());
     if (text.data() < messageText_.data() || !fits(start, text.size(), messageText_.size()) ||
-        lineFeedMarks_.size() <= messageText_.size() / MIMEText::kLineFeedStep) {
+        textIndex_.lineFeedMarks.size() <= messageText_.size() / MIMEText::kLineFeedStep) {
         return text.size() - MIMEText::count(text, '\n');
     }
     return text.size() - (lineFeedsBefore(start + text.size()) - lineFeedsBefore(start));
@@ -492,17 +492,18 @@ std::optional<Dict> MIMEReader::readMIMEMail(ByteView data) {
     // budget is made from).
     std::size_t lineFeedTextSize = 0;
     auto readAsText = [&](ByteView bytes) {
-        std::size_t pairs = 0;
-        switch (MIMEText::lineBreaks(bytes, lineFeedMarks_, pairs)) {
+        switch (MIMEText::lineBreaks(bytes, textIndex_)) {
         case MIMEText::Breaks::LineFeeds:
             messageText_ = asText(bytes);
             crlf_ = false;
+            dashLinesKnown_ = true;
             lineFeedTextSize = bytes.size();
             return true;
         case MIMEText::Breaks::CrLfPairs:
             messageText_ = asText(bytes);
             crlf_ = true;
-            lineFeedTextSize = bytes.size() - pairs;
+            dashLinesKnown_ = true;
+            lineFeedTextSize = bytes.size() - textIndex_.pairs;
             return true;
         case MIMEText::Breaks::Other: {
             std::size_t size = 0;
@@ -517,6 +518,7 @@ std::optional<Dict> MIMEReader::readMIMEMail(ByteView data) {
                 return false;
             }
             crlf_ = false;
+            dashLinesKnown_ = false;
             lineFeedTextSize = messageText_.size();
             return true;
         }
@@ -530,6 +532,7 @@ std::optional<Dict> MIMEReader::readMIMEMail(ByteView data) {
             canonicalBytes(data, convertedText_);
             messageText_ = convertedText_;
             crlf_ = false;
+            dashLinesKnown_ = false;
             lineFeedTextSize = messageText_.size();
         } else {
             // classic: not UTF-8 gives no record unless ASCII takes it (where the
@@ -565,10 +568,12 @@ Dict MIMEReader::interpretMIME(const std::vector<std::string>& lines, std::optio
     // The joined text lives only for this call: no body is kept in place in it.
     const BodyStorage storage = std::exchange(storage_, BodyStorage::Copied);
     const bool crlf = std::exchange(crlf_, false);
+    const bool dashLinesKnown = std::exchange(dashLinesKnown_, false);
     std::int64_t index = lineIndex;
     Dict record = interpretPart(joined, endLine, index, 0, true);
     storage_ = storage;
     crlf_ = crlf;
+    dashLinesKnown_ = dashLinesKnown;
     lineIndex = static_cast<std::int32_t>(std::clamp<std::int64_t>(index, INT32_MIN, INT32_MAX));
     return record;
 }
@@ -588,6 +593,20 @@ Dict MIMEReader::setContentParameters(std::string_view contentType) {
         parameters.set("type", std::string(piece));
     }
     return parameters;
+}
+
+std::size_t MIMEReader::nextDelimiterLine(std::string_view text, std::string_view delimiter, std::size_t from) const {
+    if (from > text.size()) return std::string_view::npos;
+    if (from == 0 && text.substr(0, delimiter.size()) == delimiter) return 0;
+    // Every delimiter starts with "--": only the lines that do are looked at.
+    const auto base = static_cast<std::size_t>(text.data() - messageText_.data());
+    const std::vector<std::size_t>& lines = textIndex_.dashLines;
+    for (auto line = std::lower_bound(lines.begin(), lines.end(), base + std::max<std::size_t>(from, 1));
+         line != lines.end() && *line < base + text.size(); ++line) {
+        const std::size_t at = *line - base;
+        if (text.substr(at, delimiter.size()) == delimiter) return at;
+    }
+    return std::string_view::npos;
 }
 
 Dict MIMEReader::interpretPart(std::string_view text, std::optional<std::string_view> endLine,
@@ -668,6 +687,7 @@ Dict MIMEReader::interpretPart(std::string_view text, std::optional<std::string_
         Expansion expansion{std::string(delimiter), globalContentArray_.size(), 0, 0};
         // RFC 2046: a delimiter begins a line, and "--" after it closes the multipart.
         auto nextDelimiter = [&](std::size_t from) {
+            if (byRfc2046 && dashLinesKnown_) return nextDelimiterLine(text, delimiter, from);
             std::size_t found = MIMEText::find(text, delimiter, from);
             while (byRfc2046 && found != std::string_view::npos && found > 0 && text[found - 1] != '\n') {
                 found = MIMEText::find(text, delimiter, found + 1);

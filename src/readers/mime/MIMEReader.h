@@ -13,6 +13,7 @@
 
 #include <quillhaven/Bytes.h>
 #include <quillhaven/Value.h>
+#include "readers/mime/MIMEText.h"
 #include "readers/mime/MimeRules.h"
 
 namespace qh {
@@ -81,7 +82,11 @@ private:
     std::string_view messageText_;
     // Every line break of the text read is CR LF: its lines end before the CR.
     bool crlf_ = false;
-    std::vector<std::size_t> lineFeedMarks_;  // line feeds before every 512th byte of it
+    MIMEText::LineIndex textIndex_;  // of the text read when it is the bytes passed in
+    bool dashLinesKnown_ = false;     // the index's lines starting with "--" are those of the text
+    // The first delimiter of a RFC 2046 multipart in `text` (a piece of the text
+    // read) at or after `from`: at its start or after a line feed.
+    std::size_t nextDelimiterLine(std::string_view text, std::string_view delimiter, std::size_t from) const;
     Dict mimeContentDictionary_;
     Array globalContentArray_;
     std::shared_ptr<Budget> budget_;

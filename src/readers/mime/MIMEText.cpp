@@ -34,15 +34,16 @@ bool isASCIISpace(unsigned char c) {
 // and which hold nothing else to look at (only ASCII from 0x0E up, tab and
 // those breaks), from `i` (above 0) on while they end by `limit`, at most 512
 // bytes on: where the first block that is not so starts. `lineFeeds` gets the
-// LFs passed. No branch on where a line ends. Signed compares: bytes from 0x80
-// up are negative, so below 0x0E too.
-std::int64_t ordinaryBlocks(const std::uint8_t* bytes, std::int64_t i, std::int64_t limit, bool pairs,
-                            std::size_t& lineFeeds) {
+// LFs passed, `dashLines` the lines after them that start with "--" (of
+// `size` bytes). No branch on where a line ends. Signed compares: bytes from
+// 0x80 up are negative, so below 0x0E too.
+std::int64_t ordinaryBlocks(const std::uint8_t* bytes, std::int64_t size, std::int64_t i, std::int64_t limit,
+                            bool pairs, std::size_t& lineFeeds, std::vector<std::size_t>& dashLines) {
 #if defined(__SSE2__)
     const __m128i below = _mm_set1_epi8(0x0E), lineFeed = _mm_set1_epi8('\n'), carriageReturn = _mm_set1_epi8('\r'),
-                  tab = _mm_set1_epi8('\t');
+                  tab = _mm_set1_epi8('\t'), dash = _mm_set1_epi8('-');
     __m128i counted = _mm_setzero_si128();  // line feeds per lane: at most 32
-    while (limit - i >= 16) {
+    while (limit - i >= 16 && size - i > 16) {
         const __m128i chunk = _mm_loadu_si128(reinterpret_cast<const __m128i*>(bytes + i));
         const __m128i isLF = _mm_cmpeq_epi8(chunk, lineFeed);
         const __m128i special = _mm_cmplt_epi8(chunk, below);
@@ -60,26 +61,34 @@ std::int64_t ordinaryBlocks(const std::uint8_t* bytes, std::int64_t i, std::int6
         }
         if (_mm_movemask_epi8(bad) != 0) break;
         counted = _mm_sub_epi8(counted, isLF);
+        unsigned dashes = static_cast<unsigned>(_mm_movemask_epi8(
+            _mm_and_si128(isLF, _mm_cmpeq_epi8(_mm_loadu_si128(reinterpret_cast<const __m128i*>(bytes + i + 1)), dash))));
+        for (; dashes; dashes &= dashes - 1) {
+            const std::int64_t line = i + __builtin_ctz(dashes) + 1;
+            if (line + 1 < size && bytes[line + 1] == '-') dashLines.push_back(static_cast<std::size_t>(line));
+        }
         i += 16;
     }
     const __m128i sums = _mm_sad_epu8(counted, _mm_setzero_si128());
     lineFeeds += static_cast<std::size_t>(_mm_cvtsi128_si64(sums)) +
                  static_cast<std::size_t>(_mm_cvtsi128_si64(_mm_unpackhi_epi64(sums, sums)));
 #else
-    static_cast<void>(bytes), static_cast<void>(limit), static_cast<void>(pairs), static_cast<void>(lineFeeds);
+    static_cast<void>(bytes), static_cast<void>(size), static_cast<void>(limit), static_cast<void>(pairs),
+        static_cast<void>(lineFeeds), static_cast<void>(dashLines);
 #endif
     return i;
 }
 
 #if QH_HAVE_AVX2_PATHS
 // The same thirty-two bytes at a time, the rest by the blocks of sixteen.
-__attribute__((target("avx2"))) std::int64_t ordinaryBlocksAvx2(const std::uint8_t* bytes, std::int64_t i,
-                                                                std::int64_t limit, bool pairs,
-                                                                std::size_t& lineFeeds) {
+__attribute__((target("avx2"))) std::int64_t ordinaryBlocksAvx2(const std::uint8_t* bytes, std::int64_t size,
+                                                                std::int64_t i, std::int64_t limit, bool pairs,
+                                                                std::size_t& lineFeeds,
+                                                                std::vector<std::size_t>& dashLines) {
     const __m256i below = _mm256_set1_epi8(0x0E), lineFeed = _mm256_set1_epi8('\n'),
-                  carriageReturn = _mm256_set1_epi8('\r'), tab = _mm256_set1_epi8('\t');
+                  carriageReturn = _mm256_set1_epi8('\r'), tab = _mm256_set1_epi8('\t'), dash = _mm256_set1_epi8('-');
     __m256i counted = _mm256_setzero_si256();  // line feeds per lane: at most 16
-    while (limit - i >= 32) {
+    while (limit - i >= 32 && size - i > 32) {
         const __m256i chunk = _mm256_loadu_si256(reinterpret_cast<const __m256i*>(bytes + i));
         const __m256i isLF = _mm256_cmpeq_epi8(chunk, lineFeed);
         const __m256i special = _mm256_cmpgt_epi8(below, chunk);
@@ -95,6 +104,12 @@ __attribute__((target("avx2"))) std::int64_t ordinaryBlocksAvx2(const std::uint8
         }
         if (_mm256_movemask_epi8(bad) != 0) break;
         counted = _mm256_sub_epi8(counted, isLF);
+        unsigned dashes = static_cast<unsigned>(_mm256_movemask_epi8(_mm256_and_si256(
+            isLF, _mm256_cmpeq_epi8(_mm256_loadu_si256(reinterpret_cast<const __m256i*>(bytes + i + 1)), dash))));
+        for (; dashes; dashes &= dashes - 1) {
+            const std::int64_t line = i + __builtin_ctz(dashes) + 1;
+            if (line + 1 < size && bytes[line + 1] == '-') dashLines.push_back(static_cast<std::size_t>(line));
+        }
         i += 32;
     }
     const __m256i sums = _mm256_sad_epu8(counted, _mm256_setzero_si256());
@@ -271,8 +286,7 @@ std::size_t MIMEText::headerBlockEnd(std::string_view text) {
     return std::string_view::npos;
 }
 
-MIMEText::Breaks MIMEText::lineBreaks(std::span<const std::uint8_t> data, std::vector<std::size_t>& lineFeedMarks,
-                                      std::size_t& pairs) {
+MIMEText::Breaks MIMEText::lineBreaks(std::span<const std::uint8_t> data, LineIndex& index) {
     const std::uint8_t* bytes = data.data();
     const std::int64_t size = static_cast<std::int64_t>(data.size());
     constexpr auto kStep = static_cast<std::int64_t>(kLineFeedStep);
@@ -280,8 +294,12 @@ MIMEText::Breaks MIMEText::lineBreaks(std::span<const std::uint8_t> data, std::v
 #if QH_HAVE_AVX2_PATHS
     const bool avx2 = processor::hasAvx2();
 #endif
+    std::size_t& pairs = index.pairs;
+    std::vector<std::size_t>& lineFeedMarks = index.lineFeedMarks;
+    std::vector<std::size_t>& dashLines = index.dashLines;
     pairs = 0;
     lineFeedMarks.clear();
+    dashLines.clear();
     std::int64_t i = 0, nextMark = 0;
     while (true) {
         for (; nextMark <= i; nextMark += kStep) lineFeedMarks.push_back(pairs);
@@ -291,9 +309,9 @@ MIMEText::Breaks MIMEText::lineBreaks(std::span<const std::uint8_t> data, std::v
         if (i > 0 && (pair || bytes[i - 1] != '\r')) {
             std::size_t found = 0;
 #if QH_HAVE_AVX2_PATHS
-            if (avx2) i = ordinaryBlocksAvx2(bytes, i, std::min(nextMark, size), pair, found);
+            if (avx2) i = ordinaryBlocksAvx2(bytes, size, i, std::min(nextMark, size), pair, found, dashLines);
 #endif
-            i = ordinaryBlocks(bytes, i, std::min(nextMark, size), pair, found);
+            i = ordinaryBlocks(bytes, size, i, std::min(nextMark, size), pair, found, dashLines);
             if (pair) {
                 pairs += found;
             } else if (found) {
@@ -306,6 +324,7 @@ MIMEText::Breaks MIMEText::lineBreaks(std::span<const std::uint8_t> data, std::v
         const bool afterCR = i > 0 && bytes[i - 1] == '\r';
         if (afterCR && c != '\n') return Breaks::Other;
         if (c == '\n') {
+            if (i + 2 < size && bytes[i + 1] == '-' && bytes[i + 2] == '-') dashLines.push_back(static_cast<std::size_t>(i + 1));
             if (afterCR) {
                 if (lineFeed) return Breaks::Other;
                 pair = true;

@@ -49,13 +49,21 @@ public:
         Invalid,    // not UTF-8 (where met before the bytes are known to be Other)
     };
     static constexpr std::size_t kLineFeedStep = 512;
-    // Of CrLfPairs bytes, `pairs` gets the number of pairs and `lineFeedMarks[k]`
-    // the number of line feeds before offset k * kLineFeedStep (up to the size):
-    // the size a piece of the text would have with LF breaks is then known
-    // without a pass over all of it. Plain text goes sixteen or thirty-two
-    // bytes at a time, with no branch on where its lines end.
-    static Breaks lineBreaks(std::span<const std::uint8_t> bytes, std::vector<std::size_t>& lineFeedMarks,
-                             std::size_t& pairs);
+    // What the check notes of bytes that are read as they stand.
+    struct LineIndex {
+        // Of CrLfPairs bytes: the number of pairs, and the number of line feeds
+        // before offset k * kLineFeedStep (up to the size) at k. The size a piece
+        // of the text would have with LF breaks is then known without a pass
+        // over all of it.
+        std::size_t pairs = 0;
+        std::vector<std::size_t> lineFeedMarks;
+        // Of LineFeeds and CrLfPairs bytes: where a line after a line feed
+        // starts with "--", in order (the places a multipart delimiter may be).
+        std::vector<std::size_t> dashLines;
+    };
+    // Plain text goes sixteen or thirty-two bytes at a time, with no branch on
+    // where its lines end.
+    static Breaks lineBreaks(std::span<const std::uint8_t> bytes, LineIndex& index);
 };
 
 }  // namespace qh
