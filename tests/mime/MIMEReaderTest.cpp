@@ -209,11 +209,26 @@ TEST(MIMEReader, ContentParameters) {
         {"multipart/related; boundary=b1; type=\"text/html\"", "--b1", " type=\"text/html\""},
         {"text/plain; charset=utf-8", "<absent>", " charset=utf-8"},
         {"multipart/mixed; boundary=\"----=_Part_1\"", "------=_Part_1", "multipart/mixed"},
+        {"multipart/mixed; boundary=one; Boundary=two;", "--two", ""},
+        {"multipart/mixed; \xC3\x89" "boundary=x", "<absent>", " \xC3\x89" "boundary=x"},
     };
     for (const Case& c : cases) {
         Dict parameters = MIMEReader::setContentParameters(c.value);
         EXPECT_EQ(text(parameters, "boundary"), c.boundary) << c.value;
         EXPECT_EQ(text(parameters, "type"), c.type) << c.value;
+    }
+    // The part parser asks for the boundary alone: random values must give
+    // the same one.
+    std::mt19937 random(2046);
+    const char* pieces[] = {"boundary", "BOUNDARY", "=", ";", "\"", " ", "\t", "x", "b", "\xC3\xA9"};
+    for (int round = 0; round < 5000; ++round) {
+        std::string value;
+        for (int k = static_cast<int>(random() % 12); k > 0; --k) value += pieces[random() % std::size(pieces)];
+        const Dict parameters = MIMEReader::setContentParameters(value);
+        const std::string* expected = parameters.findString("boundary");
+        const std::optional<std::string> boundary = MIMEReader::boundaryParameter(value);
+        ASSERT_EQ(boundary.has_value(), expected != nullptr) << testing::PrintToString(value);
+        if (expected) ASSERT_EQ(*boundary, *expected) << testing::PrintToString(value);
     }
 }
 

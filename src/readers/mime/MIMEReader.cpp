@@ -313,7 +313,6 @@ struct MIMEReader::Part {
     const bool keepsNonEmptyLines;
     bool hasBodyLine = false;  // a non-empty body line was read
     Dict record;
-    Dict parameters;
     std::string boundary;  // the delimiter line, "--" and the boundary value; "" when none
     bool hasBoundary = false;
     std::optional<std::string> name;  // the pending header, as written
@@ -343,10 +342,9 @@ void MIMEReader::Part::handleHeader() {
             rules.parameters == MimeRules::Parameters::Rfc2231 && record.contains(keys::kPartContentType)) {
             // A second Content-Type: the first counts, as mail clients read it.
         } else if (MIMEText::equalsASCIIIgnoringCase(header, "content-type")) {
-            parameters = setContentParameters(text);
-            const std::string* delimiter = parameters.findString("boundary");
-            hasBoundary = delimiter != nullptr;
-            boundary = delimiter ? *delimiter : std::string();
+            std::optional<std::string> delimiter = boundaryParameter(text);
+            hasBoundary = delimiter.has_value();
+            boundary = delimiter ? std::move(*delimiter) : std::string();
             std::string_view mediaType = MIMEText::firstPiece(text, ";");
             record.set(keys::kPartContentType, MIMEText::lowercase(MIMEText::trim(MIMEText::firstPiece(mediaType, "/"))));
             std::string_view subtype;
@@ -576,6 +574,27 @@ Dict MIMEReader::interpretMIME(const std::vector<std::string>& lines, std::optio
     dashLinesKnown_ = dashLinesKnown;
     lineIndex = static_cast<std::int32_t>(std::clamp<std::int64_t>(index, INT32_MIN, INT32_MAX));
     return record;
+}
+
+std::optional<std::string> MIMEReader::boundaryParameter(std::string_view contentType) {
+    std::optional<std::string> boundary;
+    std::size_t start = 0;
+    while (true) {
+        const std::size_t end = std::min(contentType.find(';', start), contentType.size());
+        const std::string_view piece = contentType.substr(start, end - start);
+        const std::size_t equals = piece.find('=');
+        if (equals != std::string_view::npos) {
+            const std::string_view name = MIMEText::trim(piece.substr(0, equals));
+            const bool ascii = std::all_of(name.begin(), name.end(), [](char c) { return static_cast<unsigned char>(c) < 0x80; });
+            if (ascii ? MIMEText::equalsASCIIIgnoringCase(name, "boundary") : MIMEText::lowercase(name) == "boundary") {
+                const std::string value = MIMEText::removeAll(piece.substr(equals + 1), '"');
+                boundary = "--" + std::string(MIMEText::trim(value));
+            }
+        }
+        if (end == contentType.size()) break;
+        start = end + 1;
+    }
+    return boundary;
 }
 
 Dict MIMEReader::setContentParameters(std::string_view contentType) {

@@ -53,6 +53,8 @@ public:
 
     // {"boundary": "--<value>", "type": <last other piece>} of a Content-Type value.
     static Dict setContentParameters(std::string_view contentType);
+    // Its "boundary" alone (the last of them), without the rest.
+    static std::optional<std::string> boundaryParameter(std::string_view contentType);
 
     // The part list of a parse in progress (readMIMEMail moves it into its record).
     const Array& globalContentArray() const { return globalContentArray_; }
