@@ -30,25 +30,28 @@ bool isASCIISpace(unsigned char c) {
     return c == ' ' || (c >= 0x09 && c <= 0x0D);
 }
 
-// Blocks whose line breaks are as before (CR LF when `pairs`, else LF alone)
+// Blocks whose line breaks are as before (CR LF when `Pairs`, else LF alone)
 // and which hold nothing else to look at (only ASCII from 0x0E up, tab and
 // those breaks), from `i` (above 0) on while they end by `limit`, at most 512
-// bytes on: where the first block that is not so starts. `lineFeeds` gets the
-// LFs passed, `dashLines` the lines after them that start with "--" (of
-// `size` bytes). No branch on where a line ends. Signed compares: bytes from
-// 0x80 up are negative, so below 0x0E too.
+// bytes on, and before the last byte of the `size`: where the first block
+// that is not so starts. `lineFeeds` gets the LFs passed, `dashLines` the
+// lines after them that start with "--". No branch on where a line ends.
+// Signed compares: bytes from 0x80 up are negative, so below 0x0E too.
+template <bool Pairs>
 std::int64_t ordinaryBlocks(const std::uint8_t* bytes, std::int64_t size, std::int64_t i, std::int64_t limit,
-                            bool pairs, std::size_t& lineFeeds, std::vector<std::size_t>& dashLines) {
+                            std::size_t& lineFeeds, std::vector<std::size_t>& dashLines) {
 #if defined(__SSE2__)
     const __m128i below = _mm_set1_epi8(0x0E), lineFeed = _mm_set1_epi8('\n'), carriageReturn = _mm_set1_epi8('\r'),
                   tab = _mm_set1_epi8('\t'), dash = _mm_set1_epi8('-');
     __m128i counted = _mm_setzero_si128();  // line feeds per lane: at most 32
-    while (limit - i >= 16 && size - i > 16) {
+    // The byte after a block is looked at too (a line starting with a dash).
+    const std::int64_t end = std::min(limit, size - 1);
+    while (end - i >= 16) {
         const __m128i chunk = _mm_loadu_si128(reinterpret_cast<const __m128i*>(bytes + i));
         const __m128i isLF = _mm_cmpeq_epi8(chunk, lineFeed);
         const __m128i special = _mm_cmplt_epi8(chunk, below);
         __m128i bad;
-        if (pairs) {
+        if constexpr (Pairs) {
             // Every LF after a CR and every CR before an LF (a CR in the last
             // lane is checked with the next block or byte).
             const __m128i afterCR =
@@ -59,11 +62,11 @@ std::int64_t ordinaryBlocks(const std::uint8_t* bytes, std::int64_t size, std::i
         } else {
             bad = _mm_andnot_si128(_mm_or_si128(isLF, _mm_cmpeq_epi8(chunk, tab)), special);
         }
+        const __m128i dashAfterLF =
+            _mm_and_si128(isLF, _mm_cmpeq_epi8(_mm_loadu_si128(reinterpret_cast<const __m128i*>(bytes + i + 1)), dash));
         if (_mm_movemask_epi8(bad) != 0) break;
         counted = _mm_sub_epi8(counted, isLF);
-        unsigned dashes = static_cast<unsigned>(_mm_movemask_epi8(
-            _mm_and_si128(isLF, _mm_cmpeq_epi8(_mm_loadu_si128(reinterpret_cast<const __m128i*>(bytes + i + 1)), dash))));
-        for (; dashes; dashes &= dashes - 1) {
+        for (auto dashes = static_cast<unsigned>(_mm_movemask_epi8(dashAfterLF)); dashes; dashes &= dashes - 1) {
             const std::int64_t line = i + __builtin_ctz(dashes) + 1;
             if (line + 1 < size && bytes[line + 1] == '-') dashLines.push_back(static_cast<std::size_t>(line));
         }
@@ -73,27 +76,29 @@ std::int64_t ordinaryBlocks(const std::uint8_t* bytes, std::int64_t size, std::i
     lineFeeds += static_cast<std::size_t>(_mm_cvtsi128_si64(sums)) +
                  static_cast<std::size_t>(_mm_cvtsi128_si64(_mm_unpackhi_epi64(sums, sums)));
 #else
-    static_cast<void>(bytes), static_cast<void>(size), static_cast<void>(limit), static_cast<void>(pairs),
-        static_cast<void>(lineFeeds), static_cast<void>(dashLines);
+    static_cast<void>(bytes), static_cast<void>(size), static_cast<void>(limit), static_cast<void>(lineFeeds),
+        static_cast<void>(dashLines);
 #endif
     return i;
 }
 
 #if QH_HAVE_AVX2_PATHS
 // The same thirty-two bytes at a time, the rest by the blocks of sixteen.
+template <bool Pairs>
 __attribute__((target("avx2"))) std::int64_t ordinaryBlocksAvx2(const std::uint8_t* bytes, std::int64_t size,
-                                                                std::int64_t i, std::int64_t limit, bool pairs,
+                                                                std::int64_t i, std::int64_t limit,
                                                                 std::size_t& lineFeeds,
                                                                 std::vector<std::size_t>& dashLines) {
     const __m256i below = _mm256_set1_epi8(0x0E), lineFeed = _mm256_set1_epi8('\n'),
                   carriageReturn = _mm256_set1_epi8('\r'), tab = _mm256_set1_epi8('\t'), dash = _mm256_set1_epi8('-');
     __m256i counted = _mm256_setzero_si256();  // line feeds per lane: at most 16
-    while (limit - i >= 32 && size - i > 32) {
+    const std::int64_t end = std::min(limit, size - 1);
+    while (end - i >= 32) {
         const __m256i chunk = _mm256_loadu_si256(reinterpret_cast<const __m256i*>(bytes + i));
         const __m256i isLF = _mm256_cmpeq_epi8(chunk, lineFeed);
         const __m256i special = _mm256_cmpgt_epi8(below, chunk);
         __m256i bad;
-        if (pairs) {
+        if constexpr (Pairs) {
             const __m256i afterCR =
                 _mm256_cmpeq_epi8(_mm256_loadu_si256(reinterpret_cast<const __m256i*>(bytes + i - 1)), carriageReturn);
             const __m256i allowed = _mm256_or_si256(_mm256_or_si256(isLF, _mm256_cmpeq_epi8(chunk, carriageReturn)),
@@ -102,11 +107,11 @@ __attribute__((target("avx2"))) std::int64_t ordinaryBlocksAvx2(const std::uint8
         } else {
             bad = _mm256_andnot_si256(_mm256_or_si256(isLF, _mm256_cmpeq_epi8(chunk, tab)), special);
         }
+        const __m256i dashAfterLF = _mm256_and_si256(
+            isLF, _mm256_cmpeq_epi8(_mm256_loadu_si256(reinterpret_cast<const __m256i*>(bytes + i + 1)), dash));
         if (_mm256_movemask_epi8(bad) != 0) break;
         counted = _mm256_sub_epi8(counted, isLF);
-        unsigned dashes = static_cast<unsigned>(_mm256_movemask_epi8(_mm256_and_si256(
-            isLF, _mm256_cmpeq_epi8(_mm256_loadu_si256(reinterpret_cast<const __m256i*>(bytes + i + 1)), dash))));
-        for (; dashes; dashes &= dashes - 1) {
+        for (auto dashes = static_cast<unsigned>(_mm256_movemask_epi8(dashAfterLF)); dashes; dashes &= dashes - 1) {
             const std::int64_t line = i + __builtin_ctz(dashes) + 1;
             if (line + 1 < size && bytes[line + 1] == '-') dashLines.push_back(static_cast<std::size_t>(line));
         }
@@ -120,6 +125,22 @@ __attribute__((target("avx2"))) std::int64_t ordinaryBlocksAvx2(const std::uint8
     return i;
 }
 #endif
+
+// The blocks as the processor allows.
+std::int64_t ordinaryBlocks(const std::uint8_t* bytes, std::int64_t size, std::int64_t i, std::int64_t limit,
+                            bool pairs, bool avx2, std::size_t& lineFeeds, std::vector<std::size_t>& dashLines) {
+#if QH_HAVE_AVX2_PATHS
+    if (avx2) {
+        i = pairs ? ordinaryBlocksAvx2<true>(bytes, size, i, limit, lineFeeds, dashLines)
+                  : ordinaryBlocksAvx2<false>(bytes, size, i, limit, lineFeeds, dashLines);
+    }
+#else
+    static_cast<void>(avx2);
+#endif
+    return pairs ? ordinaryBlocks<true>(bytes, size, i, limit, lineFeeds, dashLines)
+                 : ordinaryBlocks<false>(bytes, size, i, limit, lineFeeds, dashLines);
+}
+
 }  // namespace
 
 std::string MIMEText::lowercase(std::string_view text) {
@@ -293,6 +314,8 @@ MIMEText::Breaks MIMEText::lineBreaks(std::span<const std::uint8_t> data, LineIn
     bool lineFeed = false, pair = false;
 #if QH_HAVE_AVX2_PATHS
     const bool avx2 = processor::hasAvx2();
+#else
+    const bool avx2 = false;
 #endif
     std::size_t& pairs = index.pairs;
     std::vector<std::size_t>& lineFeedMarks = index.lineFeedMarks;
@@ -308,10 +331,7 @@ MIMEText::Breaks MIMEText::lineBreaks(std::span<const std::uint8_t> data, LineIn
         // CR is the byte before the blocks, and they are left to the general way.)
         if (i > 0 && (pair || bytes[i - 1] != '\r')) {
             std::size_t found = 0;
-#if QH_HAVE_AVX2_PATHS
-            if (avx2) i = ordinaryBlocksAvx2(bytes, size, i, std::min(nextMark, size), pair, found, dashLines);
-#endif
-            i = ordinaryBlocks(bytes, size, i, std::min(nextMark, size), pair, found, dashLines);
+            i = ordinaryBlocks(bytes, size, i, std::min(nextMark, size), pair, avx2, found, dashLines);
             if (pair) {
                 pairs += found;
             } else if (found) {
