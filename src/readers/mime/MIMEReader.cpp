@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cstring>
+#include <functional>
 
 #include <unicode/utf8.h>
 
@@ -295,7 +296,6 @@ void appendNonEmptyLines(std::string_view body, std::string& out) {
     out.append(body.substr(from));
 }
 
-
 }  // namespace
 
 // The state of one part while its lines are read.
@@ -468,11 +468,14 @@ std::size_t MIMEReader::lineFeedSize(std::string_view text) const {
         const std::size_t mark = offset / MIMEText::kLineFeedStep, from = mark * MIMEText::kLineFeedStep;
         return textIndex_.lineFeedMarks[mark] + MIMEText::count(messageText_.substr(from, offset - from), '\n');
     };
-    const std::size_t start = static_cast<std::size_t>(text.data() - messageText_.data());
-    if (text.data() < messageText_.data() || !fits(start, text.size(), messageText_.size()) ||
+    // Only pieces of the text read have marks (the parser reads no other text).
+    const std::less_equal<const char*> notAfter;
+    if (!notAfter(messageText_.data(), text.data()) ||
+        !notAfter(text.data() + text.size(), messageText_.data() + messageText_.size()) ||
         textIndex_.lineFeedMarks.size() <= messageText_.size() / MIMEText::kLineFeedStep) {
         return text.size() - MIMEText::count(text, '\n');
     }
+    const auto start = static_cast<std::size_t>(text.data() - messageText_.data());
     return text.size() - (lineFeedsBefore(start + text.size()) - lineFeedsBefore(start));
 }
 
