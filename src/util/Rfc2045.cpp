@@ -46,6 +46,7 @@ Out decodeQuotedPrintableAs(std::string_view text, std::string_view lineBreak) {
     std::size_t i = 0;
     while (true) {
         // The bytes up to the next "=" or LF are copied as they stand.
+        bool found = false;
 #if defined(__SSE2__)
         const __m128i equals = _mm_set1_epi8('='), lineFeed = _mm_set1_epi8('\n');
         while (size - i >= kBlock) {
@@ -56,14 +57,17 @@ Out decodeQuotedPrintableAs(std::string_view text, std::string_view lineBreak) {
                 const auto run = static_cast<std::size_t>(__builtin_ctz(static_cast<unsigned>(mask)));
                 to += run;
                 i += run;
+                found = true;
                 break;
             }
             to += kBlock;
             i += kBlock;
         }
 #endif
-        while (i < size && data[i] != '=' && data[i] != '\n') *to++ = static_cast<std::uint8_t>(data[i++]);
-        if (i == size) break;
+        if (!found) {
+            while (i < size && data[i] != '=' && data[i] != '\n') *to++ = static_cast<std::uint8_t>(data[i++]);
+            if (i == size) break;
+        }
         if (data[i] == '\n') {
             endLine();
             for (char c : lineBreak) *to++ = static_cast<std::uint8_t>(c);

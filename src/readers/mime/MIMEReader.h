@@ -75,6 +75,9 @@ private:
     void startBudget(std::size_t inputSize);
     // The size of `text` (a piece of the text being read) with its line breaks as LF.
     std::size_t lineFeedSize(std::string_view text) const;
+    // The first delimiter of a RFC 2046 multipart in `text` (a piece of the text
+    // read) at or after `from`: at its start or after a line feed.
+    std::size_t nextDelimiterLine(std::string_view text, std::string_view delimiter, std::size_t from) const;
 
     MimeRules rules_ = MimeRules::of(Reading::classic);
     BodyStorage storage_ = BodyStorage::Copied;
@@ -86,9 +89,6 @@ private:
     bool crlf_ = false;
     MIMEText::LineIndex textIndex_;  // of the text read when it is the bytes passed in
     bool dashLinesKnown_ = false;     // the index's lines starting with "--" are those of the text
-    // The first delimiter of a RFC 2046 multipart in `text` (a piece of the text
-    // read) at or after `from`: at its start or after a line feed.
-    std::size_t nextDelimiterLine(std::string_view text, std::string_view delimiter, std::size_t from) const;
     Dict mimeContentDictionary_;
     Array globalContentArray_;
     std::shared_ptr<Budget> budget_;
