@@ -45,7 +45,7 @@ public:
     // Replaces the value of an existing key in place (keeping its position) or appends.
     void set(std::string_view key, Value value);
     // Room for `count` keys, so that a record filled key by key is not moved as it grows.
-    void reserve(std::size_t count) { entries_.reserve(count); }
+    void reserve(std::size_t count);
     const Value* find(std::string_view key) const;
     Value* find(std::string_view key);
     bool contains(std::string_view key) const { return find(key) != nullptr; }

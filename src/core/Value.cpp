@@ -26,6 +26,8 @@ void Dict::rebuildIndex() {
     for (std::size_t i = 0; i < entries_.size(); ++i) index_.emplace(entries_[i].first, i);
 }
 
+void Dict::reserve(std::size_t count) { entries_.reserve(count); }
+
 void Dict::set(std::string_view key, Value value) {
     const std::size_t at = position(key);
     if (at < entries_.size()) {
