@@ -497,13 +497,13 @@ std::optional<Dict> MIMEReader::readMIMEMail(ByteView data) {
         case MIMEText::Breaks::LineFeeds:
             messageText_ = asText(bytes);
             crlf_ = false;
-            dashLinesKnown_ = true;
+            dashLinesKnown_ = textIndex_.dashLinesComplete();
             lineFeedTextSize = bytes.size();
             return true;
         case MIMEText::Breaks::CrLfPairs:
             messageText_ = asText(bytes);
             crlf_ = true;
-            dashLinesKnown_ = true;
+            dashLinesKnown_ = textIndex_.dashLinesComplete();
             lineFeedTextSize = bytes.size() - textIndex_.pairs;
             return true;
         case MIMEText::Breaks::Other: {

@@ -37,6 +37,14 @@ bool isASCIISpace(unsigned char c) {
 // that is not so starts. `lineFeeds` gets the LFs passed, `dashLines` the
 // lines after them that start with "--". No branch on where a line ends.
 // Signed compares: bytes from 0x80 up are negative, so below 0x0E too.
+// Notes a line that starts with "--" while the index has room: it is made
+// with room for one such line per 32 bytes of text (a quarter of the text's
+// size) and never grows, so a text of nothing but "--" lines cannot make it
+// large; the reader searches such a text the ordinary way.
+inline void noteDashLine(std::vector<std::size_t>& lines, std::size_t at) {
+    if (lines.size() < lines.capacity()) lines.push_back(at);
+}
+
 template <bool Pairs>
 std::int64_t ordinaryBlocks(const std::uint8_t* bytes, std::int64_t size, std::int64_t i, std::int64_t limit,
                             std::size_t& lineFeeds, std::vector<std::size_t>& dashLines) {
@@ -68,7 +76,7 @@ std::int64_t ordinaryBlocks(const std::uint8_t* bytes, std::int64_t size, std::i
         counted = _mm_sub_epi8(counted, isLF);
         for (auto dashes = static_cast<unsigned>(_mm_movemask_epi8(dashAfterLF)); dashes; dashes &= dashes - 1) {
             const std::int64_t line = i + __builtin_ctz(dashes) + 1;
-            if (line + 1 < size && bytes[line + 1] == '-') dashLines.push_back(static_cast<std::size_t>(line));
+            if (line + 1 < size && bytes[line + 1] == '-') noteDashLine(dashLines, static_cast<std::size_t>(line));
         }
         i += 16;
     }
@@ -113,7 +121,7 @@ __attribute__((target("avx2"))) std::int64_t ordinaryBlocksAvx2(const std::uint8
         counted = _mm256_sub_epi8(counted, isLF);
         for (auto dashes = static_cast<unsigned>(_mm256_movemask_epi8(dashAfterLF)); dashes; dashes &= dashes - 1) {
             const std::int64_t line = i + __builtin_ctz(dashes) + 1;
-            if (line + 1 < size && bytes[line + 1] == '-') dashLines.push_back(static_cast<std::size_t>(line));
+            if (line + 1 < size && bytes[line + 1] == '-') noteDashLine(dashLines, static_cast<std::size_t>(line));
         }
         i += 32;
     }
@@ -323,6 +331,8 @@ MIMEText::Breaks MIMEText::lineBreaks(std::span<const std::uint8_t> data, LineIn
     pairs = 0;
     lineFeedMarks.clear();
     dashLines.clear();
+    dashLines.shrink_to_fit();
+    dashLines.reserve(static_cast<std::size_t>(size) / MIMEText::kBytesPerDashLine + 1);
     std::int64_t i = 0, nextMark = 0;
     while (true) {
         for (; nextMark <= i; nextMark += kStep) lineFeedMarks.push_back(pairs);
@@ -344,7 +354,7 @@ MIMEText::Breaks MIMEText::lineBreaks(std::span<const std::uint8_t> data, LineIn
         const bool afterCR = i > 0 && bytes[i - 1] == '\r';
         if (afterCR && c != '\n') return Breaks::Other;
         if (c == '\n') {
-            if (i + 2 < size && bytes[i + 1] == '-' && bytes[i + 2] == '-') dashLines.push_back(static_cast<std::size_t>(i + 1));
+            if (i + 2 < size && bytes[i + 1] == '-' && bytes[i + 2] == '-') noteDashLine(dashLines, static_cast<std::size_t>(i + 1));
             if (afterCR) {
                 if (lineFeed) return Breaks::Other;
                 pair = true;

@@ -58,9 +58,13 @@ public:
         std::size_t pairs = 0;
         std::vector<std::size_t> lineFeedMarks;
         // Of LineFeeds and CrLfPairs bytes: where a line after a line feed
-        // starts with "--", in order (the places a multipart delimiter may be).
+        // starts with "--", in order (the places a multipart delimiter may be),
+        // while there is at most one such line per kBytesPerDashLine bytes.
         std::vector<std::size_t> dashLines;
+        // Every such line is in dashLines (a text with more has none noted past the bound).
+        bool dashLinesComplete() const { return dashLines.size() < dashLines.capacity(); }
     };
+    static constexpr std::size_t kBytesPerDashLine = 32;
     // Plain text goes sixteen or thirty-two bytes at a time, with no branch on
     // where its lines end.
     static Breaks lineBreaks(std::span<const std::uint8_t> bytes, LineIndex& index);
