@@ -114,6 +114,37 @@ constexpr auto kShortEscapes = [] {
     return letters;
 }();
 
+// Room the block loops need ahead of the output pointer: a block of sixteen
+// bytes comes out as at most thirty-two.
+constexpr std::size_t kBlockRoom = 32;
+
+// Copies blocks of sixteen bytes from s[i] that need no escape, while there
+// is room before `end`; at a block that holds such a byte, stores it whole
+// and stops at that byte. Returns where the text was left and moves `dst`
+// past what was written.
+std::size_t copyPlainBlocks(const unsigned char* s, std::size_t n, std::size_t i, char*& dst, char* end) {
+#if defined(__SSE2__)
+    const __m128i space = _mm_set1_epi8(0x20), quote = _mm_set1_epi8('"'), backslash = _mm_set1_epi8('\\');
+    while (n - i >= 16 && static_cast<std::size_t>(end - dst) >= kBlockRoom) {
+        const __m128i chunk = _mm_loadu_si128(reinterpret_cast<const __m128i*>(s + i));
+        _mm_storeu_si128(reinterpret_cast<__m128i*>(dst), chunk);
+        // A signed compare: bytes from 0x80 up are negative, so below 0x20 too.
+        const __m128i found = _mm_or_si128(_mm_cmplt_epi8(chunk, space),
+                                           _mm_or_si128(_mm_cmpeq_epi8(chunk, quote), _mm_cmpeq_epi8(chunk, backslash)));
+        if (const int mask = _mm_movemask_epi8(found)) {
+            const auto ahead = static_cast<std::size_t>(__builtin_ctz(static_cast<unsigned>(mask)));
+            dst += ahead;
+            return i + ahead;
+        }
+        i += 16;
+        dst += 16;
+    }
+#else
+    static_cast<void>(s), static_cast<void>(n), static_cast<void>(dst), static_cast<void>(end);
+#endif
+    return i;
+}
+
 #if QH_HAVE_AVX2_PATHS
 // Text with a quote or a line break every few words (bodies, HTML above all)
 // is escaped eight bytes at a time without a branch per escape: for each
@@ -142,8 +173,6 @@ constexpr auto kExpansions = [] {
     }
     return table;
 }();
-// Room the expanding loop needs ahead of the output pointer.
-constexpr std::size_t kExpandedBlockRoom = 32;
 
 // Escapes blocks of sixteen bytes from s[i] while they hold no byte from
 // 0x80 up and no control without a two-character escape, and while there is
@@ -156,7 +185,7 @@ __attribute__((target("avx2"))) std::size_t escapeBlocksExpanding(const unsigned
     // The letters of \b \t \n \f \r by the low four bits of their bytes.
     const __m128i controlLetters = _mm_setr_epi8(0, 0, 0, 0, 0, 0, 0, 0, 'b', 't', 'n', 0, 'f', 'r', 0, 0);
     const __m128i eight = _mm_set1_epi8(8);
-    while (n - i >= 16 && static_cast<std::size_t>(end - dst) >= kExpandedBlockRoom) {
+    while (n - i >= 16 && static_cast<std::size_t>(end - dst) >= kBlockRoom) {
         const __m128i chunk = _mm_loadu_si128(reinterpret_cast<const __m128i*>(s + i));
         const __m128i controls = _mm_cmplt_epi8(chunk, space);  // bytes from 0x80 up too: signed
         const __m128i quoted = _mm_or_si128(_mm_cmpeq_epi8(chunk, quote), _mm_cmpeq_epi8(chunk, backslash));
@@ -254,35 +283,14 @@ void Value::appendJsonString(std::string_view text, std::string& out) {
     *dst++ = '"';
     std::size_t i = 0;
     while (i < n) {
+        // Whole blocks first, up to the first byte that needs work.
+        room(kBlockRoom);
 #if QH_HAVE_AVX2_PATHS
-        if (expanding) {
-            room(kExpandedBlockRoom);
-            i = escapeBlocksExpanding(s, n, i, dst, end);
-        }
+        i = expanding ? escapeBlocksExpanding(s, n, i, dst, end) : copyPlainBlocks(s, n, i, dst, end);
+#else
+        i = copyPlainBlocks(s, n, i, dst, end);
 #endif
-#if defined(__SSE2__)
-        // Sixteen bytes at a time: each block is stored whole, and the
-        // pointer moves on to its first byte that needs work, if any.
-        const __m128i space = _mm_set1_epi8(0x20), quote = _mm_set1_epi8('"'), backslash = _mm_set1_epi8('\\');
-        while (n - i >= 16) {
-            room(16);
-            const __m128i chunk = _mm_loadu_si128(reinterpret_cast<const __m128i*>(s + i));
-            _mm_storeu_si128(reinterpret_cast<__m128i*>(dst), chunk);
-            // A signed compare: bytes from 0x80 up are negative, so below 0x20 too.
-            const __m128i found = _mm_or_si128(_mm_cmplt_epi8(chunk, space),
-                                               _mm_or_si128(_mm_cmpeq_epi8(chunk, quote), _mm_cmpeq_epi8(chunk, backslash)));
-            const int mask = _mm_movemask_epi8(found);
-            if (mask) {
-                const auto ahead = static_cast<std::size_t>(__builtin_ctz(static_cast<unsigned>(mask)));
-                i += ahead;
-                dst += ahead;
-                break;
-            }
-            i += 16;
-            dst += 16;
-        }
         if (i >= n) break;
-#endif
         const unsigned char byte = s[i];
         if (!special[byte]) {
             room(1);
