@@ -11,21 +11,26 @@ namespace qhcli {
 
 namespace file_input {
 
-// Reads `descriptor` to its end into `data`: first into `expected` bytes
-// (a regular file's size, read without growing the buffer), then whatever
-// more there is (a pipe, a device, a file that grew). False on a read error.
+// Reads `descriptor` to its end into `data`. A regular file is read in one
+// piece of its size (`expected`) with room for one byte more: a read that
+// comes back short at exactly that size has met the end, with no second read
+// to hear it. Whatever more there is (a pipe, a device, a file that grew)
+// comes in chunks. False on a read error.
 bool readToEnd(int descriptor, FileBytes& data, std::size_t expected) {
-    data.resize(expected);
-    std::size_t have = 0;
-    while (have < data.size()) {
-        const ssize_t got = ::read(descriptor, data.data() + have, data.size() - have);
-        if (got < 0 && errno == EINTR) continue;
-        if (got < 0) return false;
-        if (got == 0) {
-            data.resize(have);
-            return true;
+    if (expected > 0) {
+        data.resize(expected + 1);
+        std::size_t have = 0;
+        while (have < data.size()) {
+            const ssize_t got = ::read(descriptor, data.data() + have, data.size() - have);
+            if (got < 0 && errno == EINTR) continue;
+            if (got < 0) return false;
+            if (got == 0) break;
+            have += static_cast<std::size_t>(got);
+            if (have == expected) break;  // short of the extra byte: the end
         }
-        have += static_cast<std::size_t>(got);
+        const bool grew = have == data.size();
+        data.resize(have);
+        if (!grew) return true;
     }
     std::uint8_t chunk[1 << 16];
     while (true) {

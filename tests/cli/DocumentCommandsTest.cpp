@@ -28,6 +28,24 @@ TEST(Read, OneFileGivesOneJsonDocumentAndALineFeedFromTheFileOrStandardInput) {
     }
 }
 
+TEST(Read, AFileIsReadWholeAtAnySize) {
+    // A regular file is read in one piece of its size; standard input in
+    // chunks of 64 KiB. Both must give every byte, around a chunk's size too.
+    qhclitest::ScratchDir scratch;
+    for (std::size_t size : {0, 1, 20, 65535, 65536, 65537, 200001}) {
+        std::string text = "Subject: s\n\n";
+        text = size < text.size() ? text.substr(0, size) : text + std::string(size - text.size(), 'x');
+        std::string path = scratch.write("m" + std::to_string(size) + ".eml", text);
+        auto fromFile = runCli({"read", path});
+        auto fromStdin = runCli({"read", "-"}, text);
+        EXPECT_EQ(fromFile.exitCode, fromStdin.exitCode) << size;
+        EXPECT_EQ(fromFile.out, fromStdin.out) << size;
+        if (size > 20) {
+            EXPECT_EQ(parse(fromFile.out)["Body"].get<std::string>().size(), size - 12) << size;
+        }
+    }
+}
+
 TEST(Read, KindsAreToldByTheFirstBytesAndCanBeForced) {
     qhclitest::ScratchDir scratch;
     std::string text = scratch.write("plain.bin", kSimpleEml);
