@@ -169,23 +169,21 @@ void encodeGroups(ByteView bytes, char* dst) {
 
 void appendLine(ByteView bytes, std::string& out) {
     const std::size_t whole = bytes.size() / 3 * 3;
-    // Through a small buffer in pieces, so that the text (a megabyte for a
-    // large attachment) is written once instead of zero-filled first.
-    constexpr std::size_t kPiece = 3072;
-    char piece[kPiece / 3 * 4];
-    out.reserve(out.size() + (bytes.size() + 2) / 3 * 4);
-    for (std::size_t i = 0; i < whole; i += kPiece) {
-        const std::size_t take = std::min(kPiece, whole - i);
-        encodeGroups(bytes.subspan(i, take), piece);
-        out.append(piece, take / 3 * 4);
-    }
     const std::size_t rest = bytes.size() - whole;
+    // Encoded where it ends up: the room is zero-filled first, which costs
+    // less than encoding into a small buffer and copying each piece over.
+    const std::size_t at = out.size();
+    out.resize(at + whole / 3 * 4 + (rest ? 4 : 0));
+    char* dst = out.data() + at;
+    encodeGroups(bytes.first(whole), dst);
     if (rest == 0) return;
+    dst += whole / 3 * 4;
     std::uint32_t group = std::uint32_t(bytes[whole]) << 16;
     if (rest == 2) group |= std::uint32_t(bytes[whole + 1]) << 8;
-    const char last[4] = {kAlphabet[group >> 18], kAlphabet[(group >> 12) & 63],
-                          rest == 2 ? kAlphabet[(group >> 6) & 63] : '=', '='};
-    out.append(last, 4);
+    dst[0] = kAlphabet[group >> 18];
+    dst[1] = kAlphabet[(group >> 12) & 63];
+    dst[2] = rest == 2 ? kAlphabet[(group >> 6) & 63] : '=';
+    dst[3] = '=';
 }
 
 }  // namespace
