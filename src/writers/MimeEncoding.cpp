@@ -8,6 +8,10 @@
 #include "core/TextEncoding.h"
 #include "writers/Format.h"
 
+#if defined(__SSE2__)
+#include <emmintrin.h>
+#endif
+
 namespace qh::mime {
 
 namespace {
@@ -134,6 +138,45 @@ std::vector<std::string> collected(void (*encode)(std::string_view, const WordSi
     std::vector<std::string> words;
     encode(text, [&](std::string_view word) { words.emplace_back(word); });
     return words;
+}
+
+// Written as it stands at any column of a quoted-printable line: printable
+// ASCII other than "=".
+constexpr bool plainPrintable(unsigned char c) { return c >= 33 && c <= 126 && c != '='; }
+
+// How many of the bytes from text[i] on (at most `most`) are written as they
+// stand: printable ASCII other than "=", and blanks that a printable one
+// follows (so that no line ends in them).
+std::size_t literalRun(std::string_view text, std::size_t i, std::size_t most) {
+    const std::size_t size = text.size();
+    std::size_t run = 0;
+#if defined(__SSE2__)
+    const auto printable = [](__m128i v) {
+        // Signed compares: bytes from 0x80 up are negative, so below 33.
+        return _mm_andnot_si128(_mm_cmpeq_epi8(v, _mm_set1_epi8('=')),
+                                _mm_and_si128(_mm_cmpgt_epi8(v, _mm_set1_epi8(32)),
+                                              _mm_cmplt_epi8(v, _mm_set1_epi8(127))));
+    };
+    while (run < most && size - (i + run) >= 17) {
+        const char* at = text.data() + i + run;
+        const __m128i chunk = _mm_loadu_si128(reinterpret_cast<const __m128i*>(at));
+        const __m128i next = _mm_loadu_si128(reinterpret_cast<const __m128i*>(at + 1));
+        const __m128i blank = _mm_or_si128(_mm_cmpeq_epi8(chunk, _mm_set1_epi8(' ')),
+                                           _mm_cmpeq_epi8(chunk, _mm_set1_epi8('\t')));
+        const auto literal = static_cast<unsigned>(
+            _mm_movemask_epi8(_mm_or_si128(printable(chunk), _mm_and_si128(blank, printable(next)))));
+        if (literal != 0xFFFF) return std::min(most, run + static_cast<std::size_t>(__builtin_ctz(~literal)));
+        run += 16;
+    }
+#endif
+    for (; run < most && i + run < size; ++run) {
+        const auto c = static_cast<unsigned char>(text[i + run]);
+        if (plainPrintable(c)) continue;
+        if ((c == ' ' || c == '\t') && i + run + 1 < size && plainPrintable(static_cast<unsigned char>(text[i + run + 1])))
+            continue;
+        break;
+    }
+    return std::min(most, run);
 }
 
 }  // namespace
@@ -406,6 +449,21 @@ TransferEncoding chooseTextEncoding(std::string_view text) {
         // Inside a line, eight bytes at a time while all are printable and
         // none is "=": they only make the line longer.
         if (lineLength > 0) {
+#if defined(__SSE2__)
+            // Sixteen at a time while none is a control or from 0x7F up;
+            // each "=" among them is an escape, counted without stopping.
+            while (text.size() - i >= 16) {
+                const __m128i chunk = _mm_loadu_si128(reinterpret_cast<const __m128i*>(text.data() + i));
+                // A signed compare: bytes from 0x80 up are negative, so below 0x20.
+                const __m128i special = _mm_or_si128(_mm_cmplt_epi8(chunk, _mm_set1_epi8(0x20)),
+                                                     _mm_cmpeq_epi8(chunk, _mm_set1_epi8(0x7F)));
+                if (_mm_movemask_epi8(special) != 0) break;
+                escaped += static_cast<std::size_t>(__builtin_popcount(
+                    static_cast<unsigned>(_mm_movemask_epi8(_mm_cmpeq_epi8(chunk, _mm_set1_epi8('='))))));
+                i += 16;
+                lineLength += 16;
+            }
+#endif
             while (text.size() - i >= 8) {
                 const std::uint64_t word = words::load(text.data() + i);
                 if (!words::allPrintable(word) || words::anyEqual(word, '=')) break;
@@ -445,15 +503,18 @@ std::string quotedPrintable(std::string_view text) {
     char* to = out.data();
     std::size_t column = 0;
     for (std::size_t i = 0; i < size; ++i) {
-        const unsigned char c = static_cast<unsigned char>(text[i]);
-        const bool printable = c >= 33 && c <= 126 && c != '=';
-        // Most characters: printable, not a line's first "F" (which may start
-        // "From "), and with room left on the line whatever follows.
-        if (printable && column < kBodyLineLength - 1 && !(column == 0 && c == 'F')) {
-            *to++ = static_cast<char>(c);
-            ++column;
-            continue;
+        // Runs of characters written as they stand, while the line has room
+        // for them and the soft break (a line's first "F" may start "From ").
+        if (column < kBodyLineLength - 1 && !(column == 0 && text[i] == 'F')) {
+            const std::size_t run = literalRun(text, i, kBodyLineLength - 1 - column);
+            std::memcpy(to, text.data() + i, run);
+            to += run;
+            column += run;
+            i += run;
+            if (i == size) break;
         }
+        const unsigned char c = static_cast<unsigned char>(text[i]);
+        const bool printable = plainPrintable(c);
         if (c == '\r' && i + 1 < size && text[i + 1] == '\n') {
             *to++ = '\r';
             *to++ = '\n';

@@ -359,6 +359,37 @@ TEST(MimeEncoding, TextEncodingChoice) {
         {std::string(16, 'x') + "\x7F" + std::string(16, 'y'), TransferEncoding::quotedPrintable},
     };
     for (const auto& c : cases) EXPECT_EQ(qh::mime::chooseTextEncoding(c.text), c.expected) << c.text;
+
+    // The choice read line by line (lines end at CR LF only): 7bit when every
+    // line is short, plain and starts no "From "; else quoted-printable while
+    // escapes cost less than base64 would.
+    auto byLines = [](std::string_view text) {
+        std::size_t escaped = 0, start = 0;
+        bool sevenBit = true;
+        while (true) {
+            const std::size_t end = text.find("\r\n", start);
+            const std::string_view line = text.substr(start, end == std::string_view::npos ? end : end - start);
+            if (line.size() > 76 || line.starts_with("From ")) sevenBit = false;
+            if (!line.empty() && (line.back() == ' ' || line.back() == '\t')) sevenBit = false;
+            for (unsigned char c : line) {
+                if (c != '=' && c < 0x7F && (c >= 0x20 || c == '\t')) continue;
+                ++escaped;
+                sevenBit = sevenBit && c == '=';
+            }
+            if (end == std::string_view::npos) break;
+            start = end + 2;
+        }
+        if (sevenBit) return TransferEncoding::sevenBit;
+        return escaped * 2 <= text.size() / 3 ? TransferEncoding::quotedPrintable : TransferEncoding::base64;
+    };
+    const std::string pieces[] = {"x", "=", " ", "\t", "\r\n", "\r", "\n", "\xc3\xa9", "From ", "\x7F",
+                                  std::string(20, 'y'), "a=b " + std::string(13, 'z')};
+    std::mt19937 random(2045);
+    for (int round = 0; round < 5000; ++round) {
+        std::string text;
+        for (int n = static_cast<int>(random() % 30); n > 0; --n) text += pieces[random() % std::size(pieces)];
+        ASSERT_EQ(qh::mime::chooseTextEncoding(text), byLines(text)) << testing::PrintToString(text);
+    }
 }
 
 TEST(MimeEncoding, Base64Lines) {
