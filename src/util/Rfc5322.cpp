@@ -1,10 +1,12 @@
 #include "util/Rfc5322.h"
 
+#include <algorithm>
 #include <chrono>
 #include <cmath>
 #include <cstdint>
 #include <cstdio>
 
+#include "util/Ascii.h"
 #include "util/MimeCharset.h"
 #include "util/Rfc2047.h"
 
@@ -445,9 +447,8 @@ int monthOf(std::string_view token) {
     static const char* kMonths[] = {"jan", "feb", "mar", "apr", "may", "jun",
                                     "jul", "aug", "sep", "oct", "nov", "dec"};
     if (token.size() < 3) return 0;
-    std::string lower = asciiLower(token.substr(0, 3));
     for (int i = 0; i < 12; ++i) {
-        if (lower == kMonths[i]) return i + 1;
+        if (ascii::equalsIgnoringCase(token.substr(0, 3), kMonths[i])) return i + 1;
     }
     return 0;
 }
@@ -504,12 +505,16 @@ std::optional<Date> parseDateTime(std::string_view text) {
         std::string comment;
         if (in.front() == '(' && parseComment(in, comment)) continue;
         char c = in.front();
-        in.remove_prefix(1);
         if (isWsp(c) || c == ',') {
+            in.remove_prefix(1);
             if (!current.empty()) tokens.push_back(std::move(current));
             current.clear();
         } else {
-            current.push_back(c);
+            // The run up to the next separator or comment, in one piece.
+            std::size_t run = 1;
+            while (run < in.size() && !isWsp(in[run]) && in[run] != ',' && in[run] != '(') ++run;
+            current.append(in.substr(0, run));
+            in.remove_prefix(run);
         }
     }
     if (!current.empty() && tokens.size() < 16) tokens.push_back(std::move(current));
@@ -588,9 +593,16 @@ bool parseMsgId(std::string_view& cursor, std::string& out) {
     if (in.empty() || in.front() != '<') return false;
     std::size_t close = in.find('>');
     if (close == std::string_view::npos) return false;
+    // The identifier without its white space, copied run by run.
     std::string id;
-    for (char c : in.substr(0, close + 1)) {
-        if (!isWsp(c)) id.push_back(c);
+    std::string_view rest = in.substr(0, close + 1);
+    id.reserve(rest.size());
+    while (!rest.empty()) {
+        std::size_t run = 0;
+        while (run < rest.size() && !isWsp(rest[run])) ++run;
+        id.append(rest.substr(0, run));
+        while (run < rest.size() && isWsp(rest[run])) ++run;
+        rest.remove_prefix(run);
     }
     in.remove_prefix(close + 1);
     skipCFWS(in);
@@ -628,7 +640,17 @@ bool parseField(std::string_view& cursor, Field& out) {
                        name.find_first_of(" \t") == std::string_view::npos;
         in.remove_prefix(lineEnd == std::string_view::npos ? in.size() : lineEnd + 1);
         if (!isField) continue;  // neither a field nor the end: skipped
-        std::string value(line.substr(colon + 1));
+        std::string_view first = line.substr(colon + 1);
+        out.name.assign(name);
+        if (in.empty() || (in.front() != ' ' && in.front() != '\t')) {
+            // One line (most fields): trimmed as it stands, one copy.
+            skipWsp(first);
+            while (!first.empty() && isWsp(first.back())) first.remove_suffix(1);
+            out.value.assign(first);
+            cursor = in;
+            return true;
+        }
+        std::string value(first);
         // Continuation lines: the line break goes, their white space stays.
         while (!in.empty() && (in.front() == ' ' || in.front() == '\t')) {
             std::size_t end = in.find('\n');
@@ -637,7 +659,6 @@ bool parseField(std::string_view& cursor, Field& out) {
             value.append(more);
             in.remove_prefix(end == std::string_view::npos ? in.size() : end + 1);
         }
-        out.name.assign(name);
         out.value = trimmed(value);
         cursor = in;
         return true;
@@ -648,6 +669,7 @@ bool parseField(std::string_view& cursor, Field& out) {
 
 std::vector<Field> parseFields(std::string_view text, std::size_t limit) {
     std::vector<Field> fields;
+    fields.reserve(std::min<std::size_t>(limit, 32));  // a header block of mail has a dozen or two
     Field field;
     while (fields.size() < limit && parseField(text, field)) fields.push_back(std::move(field));
     return fields;

@@ -1,6 +1,7 @@
 #include "readers/mime/ReadEML.h"
 
 #include <algorithm>
+#include <array>
 #include <cstdio>
 #include <cstring>
 #include <unordered_map>
@@ -214,57 +215,73 @@ std::unique_ptr<ReadEML> ReadEML::initWithData(ByteView data, const ReadOptions&
 // The RFC 5322 fields of the message's own header block, names in any case;
 // fields that occur more than once (two "To" lines) are read together.
 void ReadEML::readHeaderFields(ByteView data, Dict& dictionary) {
-    std::vector<rfc5322::Field> fields = rfc5322::parseFields(asText(data));
-    auto all = [&](std::string_view name) {
-        std::string joined;
-        bool found = false;
-        for (const rfc5322::Field& field : fields) {
-            if (!MIMEText::equalsASCIIIgnoringCase(field.name, name)) continue;
-            if (found) joined += ", ";
-            joined += field.value;
-            found = true;
+    const std::vector<rfc5322::Field> fields = rfc5322::parseFields(asText(data));
+    // The fields read, found in one pass over the block: each name's fields in order.
+    enum Name { FromField, ToField, CcField, BccField, ReplyToField, DateField, SubjectField, MessageIdField,
+                InReplyToField, ReferencesField, kNames };
+    static constexpr std::string_view kNameTexts[kNames] = {"From", "To",         "Cc",          "Bcc",
+                                                            "Reply-To", "Date",   "Subject",     "Message-ID",
+                                                            "In-Reply-To", "References"};
+    std::array<std::vector<const std::string*>, kNames> found;
+    for (const rfc5322::Field& field : fields) {
+        for (int name = 0; name < kNames; ++name) {
+            if (MIMEText::equalsASCIIIgnoringCase(field.name, kNameTexts[name])) {
+                found[name].push_back(&field.value);
+                break;
+            }
         }
-        return found ? std::optional<std::string>(std::move(joined)) : std::nullopt;
-    };
-    auto first = [&](std::string_view name) -> std::optional<std::string> {
-        for (const rfc5322::Field& field : fields) {
-            if (MIMEText::equalsASCIIIgnoringCase(field.name, name)) return field.value;
+    }
+    // Fields that occur more than once are read together, joined by ", ".
+    std::string joined;
+    auto all = [&](Name name) -> std::optional<std::string_view> {
+        const std::vector<const std::string*>& values = found[name];
+        if (values.empty()) return std::nullopt;
+        if (values.size() == 1) return std::string_view(*values.front());
+        joined.clear();
+        for (std::size_t i = 0; i < values.size(); ++i) {
+            if (i > 0) joined += ", ";
+            joined += *values[i];
         }
-        return std::nullopt;
+        return std::string_view(joined);
     };
-    static const std::pair<std::string_view, std::string_view> kAddressFields[] = {
-        {"From", keys::kFrom}, {"To", keys::kTo}, {"Cc", keys::kCC}, {"Bcc", keys::kBCC},
-        {"Reply-To", keys::kReplyTo}};
+    auto first = [&](Name name) -> const std::string* { return found[name].empty() ? nullptr : found[name].front(); };
+    static const std::pair<Name, std::string_view> kAddressFields[] = {
+        {FromField, keys::kFrom}, {ToField, keys::kTo},           {CcField, keys::kCC},
+        {BccField, keys::kBCC},   {ReplyToField, keys::kReplyTo}};
     for (const auto& [field, key] : kAddressFields) {
-        std::optional<std::string> value = all(field);
+        std::optional<std::string_view> value = all(field);
         if (!value) continue;
+        std::vector<rfc5322::Mailbox> mailboxes = rfc5322::parseAddressList(*value);
         Array list;
-        for (rfc5322::Mailbox& mailbox : rfc5322::parseAddressList(*value)) {
+        list.reserve(mailboxes.size());
+        for (rfc5322::Mailbox& mailbox : mailboxes) {
             // As every reader of the family does: a mailbox without a name shows its address.
-            std::string name = mailbox.name.empty() ? mailbox.address : mailbox.name;
-            list.push_back(Value(Dict{{std::string(keys::kName), std::move(name)},
-                                      {std::string(keys::kAddress), std::move(mailbox.address)}}));
+            Dict entry;
+            entry.reserve(2);
+            entry.set(keys::kName, mailbox.name.empty() ? Value(mailbox.address) : Value(std::move(mailbox.name)));
+            entry.set(keys::kAddress, Value(std::move(mailbox.address)));
+            list.push_back(Value(std::move(entry)));
         }
-        dictionary.set(std::string(key), std::move(list));
+        dictionary.set(key, std::move(list));
     }
-    if (std::optional<std::string> date = first("Date")) {
-        dictionary.set(std::string(keys::kDate), rfc2047::decodeText(*date));
-        if (std::optional<Date> stamp = rfc5322::parseDateTime(*date)) dictionary.set(std::string(keys::kTimeStamp), *stamp);
+    if (const std::string* date = first(DateField)) {
+        dictionary.set(keys::kDate, rfc2047::decodeText(*date));
+        if (std::optional<Date> stamp = rfc5322::parseDateTime(*date)) dictionary.set(keys::kTimeStamp, *stamp);
     }
-    if (std::optional<std::string> subject = first("Subject")) {
-        dictionary.set(std::string(keys::kSubject), rfc2047::decodeText(*subject));
+    if (const std::string* subject = first(SubjectField)) {
+        dictionary.set(keys::kSubject, rfc2047::decodeText(*subject));
     }
-    if (std::optional<std::string> id = first("Message-ID")) {
+    if (const std::string* id = first(MessageIdField)) {
         std::string_view cursor = *id;
         std::string parsed;
-        dictionary.set(std::string(keys::kMessageID),
-                       rfc5322::parseMsgId(cursor, parsed) ? parsed : MimeCharset::utf8OrWindows1252(*id));
+        dictionary.set(keys::kMessageID,
+                       rfc5322::parseMsgId(cursor, parsed) ? std::move(parsed) : MimeCharset::utf8OrWindows1252(*id));
     }
-    if (std::optional<std::string> ids = first("In-Reply-To")) {
-        dictionary.set(std::string(keys::kInReplyTo), rfc5322::msgIdList(*ids));
+    if (const std::string* ids = first(InReplyToField)) {
+        dictionary.set(keys::kInReplyTo, rfc5322::msgIdList(*ids));
     }
-    if (std::optional<std::string> ids = all("References")) {
-        dictionary.set(std::string(keys::kReferences), rfc5322::msgIdList(*ids));
+    if (std::optional<std::string_view> ids = all(ReferencesField)) {
+        dictionary.set(keys::kReferences, rfc5322::msgIdList(*ids));
     }
 }
 
