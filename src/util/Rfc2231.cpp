@@ -65,10 +65,20 @@ bool parseQuotedString(std::string_view& cursor, std::string& out) {
     if (cursor.empty() || cursor.front() != '"') return false;
     std::string value;
     std::size_t i = 1;
-    for (; i < cursor.size(); ++i) {
+    while (i < cursor.size()) {
+        // A run of plain characters in one piece.
+        std::size_t run = i;
+        while (run < cursor.size() && cursor[run] != '"' && cursor[run] != '\\' && cursor[run] != '\r' &&
+               cursor[run] != '\n') {
+            ++run;
+        }
+        value.append(cursor.substr(i, run - i));
+        i = run;
+        if (i == cursor.size()) break;
         char c = cursor[i];
         if (c == '"') break;
         if (c == '\\' && i + 1 < cursor.size()) c = cursor[++i];
+        ++i;
         if (c == '\r' || c == '\n') continue;  // folding inside the quotes
         value.push_back(c);
     }
@@ -158,17 +168,18 @@ ContentValue parseContentValue(std::string_view text) {
         std::map<int, std::pair<bool, std::string>> sections;  // section -> (extended, value)
     };
     std::vector<std::pair<std::string, Gathered>> gathered;
-    auto entry = [&](const std::string& name) -> Gathered& {
+    gathered.reserve(4);  // a real value has one to three parameters
+    auto entry = [&](std::string&& name) -> Gathered& {
         for (auto& [key, value] : gathered) {
             if (key == name) return value;
         }
-        gathered.emplace_back(name, Gathered{});
+        gathered.emplace_back(std::move(name), Gathered{});
         return gathered.back().second;
     };
     while (!cursor.empty()) {
         RawParameter parameter;
         if (parseParameter(cursor, parameter) && gathered.size() < kMaxParameters) {
-            Gathered& target = entry(parameter.name);
+            Gathered& target = entry(std::move(parameter.name));
             if (parameter.section < 0 && !parameter.extended) {
                 if (!target.hasPlain) {
                     target.plain = std::move(parameter.value);
@@ -185,6 +196,7 @@ ContentValue parseContentValue(std::string_view text) {
         cursor.remove_prefix(next + 1);
     }
 
+    result.parameters.reserve(gathered.size());
     for (auto& [name, found] : gathered) {
         std::string value;
         if (!found.sections.empty()) {
@@ -210,7 +222,7 @@ ContentValue parseContentValue(std::string_view text) {
         } else {
             value = rfc2047::decodeText(found.plain);
         }
-        result.parameters.emplace_back(name, std::move(value));
+        result.parameters.emplace_back(std::move(name), std::move(value));
     }
     return result;
 }

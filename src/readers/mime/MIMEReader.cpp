@@ -315,7 +315,9 @@ struct MIMEReader::Part {
     Dict record;
     std::string boundary;  // the delimiter line, "--" and the boundary value; "" when none
     bool hasBoundary = false;
-    std::optional<std::string> name;  // the pending header, as written
+    // The pending header's name, as written: a piece of the text read, which
+    // outlives the part.
+    std::optional<std::string_view> name;
     // The current value and the content text start as one text object: a
     // continuation line read before any header lands in the content, and every
     // header handled hands both a fresh empty text.
@@ -334,17 +336,59 @@ struct MIMEReader::Part {
     void handleHeader();
 };
 
+namespace {
+
+// The header fields a part record treats apart, by name in any case.
+enum class PartField { ContentType, TransferEncoding, Description, Disposition, ContentId, Other };
+
+PartField partField(std::string_view name) {
+    // All of them start with "Content-": one test sets most names aside.
+    if (name.size() < 10 || !MIMEText::equalsASCIIIgnoringCase(name.substr(0, 8), "content-")) return PartField::Other;
+    const std::string_view rest = name.substr(8);
+    switch (rest.size()) {
+    case 2:
+        if (MIMEText::equalsASCIIIgnoringCase(rest, "id")) return PartField::ContentId;
+        break;
+    case 4:
+        if (MIMEText::equalsASCIIIgnoringCase(rest, "type")) return PartField::ContentType;
+        break;
+    case 11:
+        if (MIMEText::equalsASCIIIgnoringCase(rest, "description")) return PartField::Description;
+        if (MIMEText::equalsASCIIIgnoringCase(rest, "disposition")) return PartField::Disposition;
+        break;
+    case 17:
+        if (MIMEText::equalsASCIIIgnoringCase(rest, "transfer-encoding")) return PartField::TransferEncoding;
+        break;
+    default:
+        break;
+    }
+    return PartField::Other;
+}
+
+}  // namespace
+
 void MIMEReader::Part::handleHeader() {
     if (name) {
-        const std::string& header = *name;
+        const std::string_view header = *name;
+        const PartField field = partField(header);
+        const bool byRfc2231 = rules.parameters == MimeRules::Parameters::Rfc2231;
         std::string text = std::move(currentValue());
-        if (MIMEText::equalsASCIIIgnoringCase(header, "content-type") &&
-            rules.parameters == MimeRules::Parameters::Rfc2231 && record.contains(keys::kPartContentType)) {
+        if (field == PartField::ContentType && byRfc2231 && record.contains(keys::kPartContentType)) {
             // A second Content-Type: the first counts, as mail clients read it.
-        } else if (MIMEText::equalsASCIIIgnoringCase(header, "content-type")) {
-            std::optional<std::string> delimiter = boundaryParameter(text);
-            hasBoundary = delimiter.has_value();
-            boundary = delimiter ? std::move(*delimiter) : std::string();
+        } else if (field == PartField::ContentType) {
+            // The RFC 2231 boundary, where there is one, replaces the plain
+            // reading's: that reading is only needed without it.
+            std::optional<rfc2231::ContentValue> type;
+            if (byRfc2231) type = rfc2231::parseContentValue(text);
+            const std::string* typeBoundary = type ? type->parameter("boundary") : nullptr;
+            if (typeBoundary && !typeBoundary->empty()) {
+                boundary = "--" + *typeBoundary;
+                hasBoundary = true;
+            } else {
+                std::optional<std::string> delimiter = boundaryParameter(text);
+                hasBoundary = delimiter.has_value();
+                boundary = delimiter ? std::move(*delimiter) : std::string();
+            }
             std::string_view mediaType = MIMEText::firstPiece(text, ";");
             record.set(keys::kPartContentType, MIMEText::lowercase(MIMEText::trim(MIMEText::firstPiece(mediaType, "/"))));
             std::string_view subtype;
@@ -363,21 +407,16 @@ void MIMEReader::Part::handleHeader() {
                                MIMEText::removeAll(MIMEText::lowercase(MIMEText::trim(parameterValue)), '"'));
                 }
             }
-            if (rules.parameters == MimeRules::Parameters::Rfc2231) {
-                rfc2231::ContentValue type = rfc2231::parseContentValue(text);
-                if (const std::string* value = type.parameter("boundary"); value && !value->empty()) {
-                    boundary = "--" + *value;
-                    hasBoundary = true;
-                }
-                if (const std::string* value = type.parameter("charset")) record.set(keys::kPartCharset, *value);
-                if (const std::string* value = type.parameter("name")) record.set(keys::kPartTypeName, *value);
+            if (type) {
+                if (const std::string* value = type->parameter("charset")) record.set(keys::kPartCharset, *value);
+                if (const std::string* value = type->parameter("name")) record.set(keys::kPartTypeName, *value);
             }
         } else if (rules.headers == MimeRules::Headers::Classic &&
                    (header == "From" || header == "To" || header == "CC" || header == "BCC")) {
             // classic: exact-case names only ("Cc" stays text); dictionaries
             // compared byte for byte depend on it.
             record.set(header, processEmailAddresses(text));
-        } else if (MIMEText::equalsASCIIIgnoringCase(header, "content-transfer-encoding")) {
+        } else if (field == PartField::TransferEncoding) {
             std::string lower = MIMEText::lowercase(text);
             const char* kind = "text";
             if (lower.find("base64") != std::string::npos) {
@@ -386,21 +425,18 @@ void MIMEReader::Part::handleHeader() {
                 kind = "quoted-printable";
             }
             record.set(keys::kPartEncoding, kind);
-        } else if (MIMEText::equalsASCIIIgnoringCase(header, "content-description") &&
-                   rules.parameters == MimeRules::Parameters::Rfc2231) {
+        } else if (field == PartField::Description && byRfc2231) {
             // A description is a description, not a file name.
             record.set(keys::kPartDescription, std::move(text));
-        } else if (MIMEText::equalsASCIIIgnoringCase(header, "content-disposition") &&
-                   rules.parameters == MimeRules::Parameters::Rfc2231) {
+        } else if (field == PartField::Disposition && byRfc2231) {
             rfc2231::ContentValue disposition = rfc2231::parseContentValue(text);
             record.set(keys::kPartDisposition, disposition.value);
             if (const std::string* name = disposition.parameter("filename")) record.set(keys::kPartFileName, *name);
-        } else if (MIMEText::equalsASCIIIgnoringCase(header, "content-id") &&
-                   rules.parameters == MimeRules::Parameters::Rfc2231) {
+        } else if (field == PartField::ContentId && byRfc2231) {
             std::string id(MIMEText::trim(text));
             if (id.size() >= 2 && id.front() == '<' && id.back() == '>') id = id.substr(1, id.size() - 2);
             record.set(keys::kPartContentId, std::move(id));
-        } else if (MIMEText::equalsASCIIIgnoringCase(header, "content-description")) {
+        } else if (field == PartField::Description) {
             // classic: a name from the description is only a fallback. It is
             // lower-cased before the encoded words are decoded, so base64 words
             // in it come out wrong; saved attachments of the family were named so.
@@ -415,14 +451,14 @@ void MIMEReader::Part::handleHeader() {
                     record.set(keys::kPartFileName, "UndecodableFilename");
                 }
             }
-        } else if (MIMEText::equalsASCIIIgnoringCase(header, "content-disposition")) {
+        } else if (field == PartField::Disposition) {
             // classic: everything after "filename=" is the name, parameters after
             // it included, lower-cased; the RFC 2231 form (filename*=) is not
             // recognised. Attachment lists of the family were named so.
             std::string lowered = MIMEText::removeAll(MIMEText::lowercase(MIMEText::trim(text)), '"');
             std::size_t at = lowered.find("filename=");
             if (at != std::string::npos) record.set(keys::kPartFileName, lowered.substr(at + 9));
-        } else if (MIMEText::equalsASCIIIgnoringCase(header, "content-id")) {
+        } else if (field == PartField::ContentId) {
             // classic: the id lower-cased; the inline-image pass matches by it.
             std::string lowered = MIMEText::lowercase(MIMEText::trim(text));
             record.set(keys::kPartContentId, MIMEText::removeAll(MIMEText::removeAll(lowered, '<'), '>'));
@@ -896,7 +932,7 @@ Dict MIMEReader::interpretPart(std::string_view text, std::optional<std::string_
             if (colon != std::string_view::npos) {
                 std::string_view value = MIMEText::trim(line.substr(colon + 1));
                 if (budget.store(colon + value.size())) {
-                    part.name = std::string(line.substr(0, colon));
+                    part.name = line.substr(0, colon);
                     part.value.assign(value);
                     part.valueIsContent = false;
                     part.anyHeader = true;
