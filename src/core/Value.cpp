@@ -14,7 +14,10 @@ std::size_t Dict::position(std::string_view key) const {
         return it == index_.end() ? entries_.size() : it->second;
     }
     for (std::size_t i = 0; i < entries_.size(); ++i) {
-        if (entries_[i].first == key) return i;
+        // Most keys differ from the one sought in their size or first byte:
+        // the whole compare is left for the others.
+        const std::string& name = entries_[i].first;
+        if (name.size() == key.size() && (key.empty() || name.front() == key.front()) && name == key) return i;
     }
     return entries_.size();
 }

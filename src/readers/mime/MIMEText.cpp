@@ -20,12 +20,6 @@
 namespace qh {
 
 namespace {
-bool isASCII(std::string_view text) {
-    for (unsigned char c : text) {
-        if (c >= 0x80) return false;
-    }
-    return true;
-}
 bool isASCIISpace(unsigned char c) {
     return c == ' ' || (c >= 0x09 && c <= 0x0D);
 }
@@ -152,10 +146,12 @@ std::int64_t ordinaryBlocks(const std::uint8_t* bytes, std::int64_t size, std::i
 }  // namespace
 
 std::string MIMEText::lowercase(std::string_view text) {
-    if (!isASCII(text)) return TextEncoding::lowercase(text);
-    std::string out(text);
-    for (char& c : out) {
-        if (c >= 'A' && c <= 'Z') c = static_cast<char>(c - 'A' + 'a');
+    // Lowered as copied; the first byte above 0x7F hands the text to ICU.
+    std::string out(text.size(), '\0');
+    for (std::size_t i = 0; i < text.size(); ++i) {
+        const char c = text[i];
+        if (static_cast<unsigned char>(c) >= 0x80) return TextEncoding::lowercase(text);
+        out[i] = ascii::toLower(c);
     }
     return out;
 }
@@ -239,10 +235,6 @@ bool MIMEText::secondPiece(std::string_view text, std::string_view separator, st
     std::string_view rest = text.substr(at + separator.size());
     piece = firstPiece(rest, separator);
     return true;
-}
-
-bool MIMEText::equalsASCIIIgnoringCase(std::string_view a, std::string_view b) {
-    return ascii::equalsIgnoringCase(a, b);
 }
 
 std::string_view MIMEText::pathExtension(std::string_view name) {

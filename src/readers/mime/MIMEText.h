@@ -9,6 +9,8 @@
 #include <string_view>
 #include <vector>
 
+#include "util/Ascii.h"
+
 namespace qh {
 
 class MIMEText {
@@ -27,7 +29,9 @@ public:
     static std::string_view firstPiece(std::string_view text, std::string_view separator);
     static bool secondPiece(std::string_view text, std::string_view separator, std::string_view& piece);
     // ASCII case-insensitive equality (header names are compared this way).
-    static bool equalsASCIIIgnoringCase(std::string_view a, std::string_view b);
+    static bool equalsASCIIIgnoringCase(std::string_view a, std::string_view b) {
+        return ascii::equalsIgnoringCase(a, b);
+    }
     // The extension of the last path component ("report.PDF" -> "PDF"), "" when none.
     static std::string_view pathExtension(std::string_view name);
     // Offset of the first occurrence of `needle` at or after `from` (linear time), npos when none.
