@@ -270,12 +270,15 @@ void Value::appendJsonString(std::string_view text, std::string& out) {
     out.resize(at + n + n / 8 + 64);
     char* dst = out.data() + at;
     char* end = out.data() + out.size();
-    const auto room = [&](std::size_t need) {
-        if (static_cast<std::size_t>(end - dst) >= need) return;
+    const auto grow = [&](std::size_t need) {
         at = static_cast<std::size_t>(dst - out.data());
         out.resize(out.size() + std::max(need + 64, out.size() / 2));
         dst = out.data() + at;
         end = out.data() + out.size();
+    };
+    // Checked inline on every step; growing is rare.
+    const auto room = [&](std::size_t need) __attribute__((always_inline)) {
+        if (static_cast<std::size_t>(end - dst) < need) grow(need);
     };
 #if QH_HAVE_AVX2_PATHS
     const bool expanding = n >= 16 && processor::hasAvx2();
