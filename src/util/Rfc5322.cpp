@@ -5,6 +5,7 @@
 #include <cmath>
 #include <cstdint>
 #include <cstdio>
+#include <iterator>
 
 #include "util/Ascii.h"
 #include "util/MimeCharset.h"
@@ -143,8 +144,9 @@ bool skipCFWS(std::string_view& cursor, std::string* comments) {
             any = true;
             continue;
         }
+        if (in.front() != '(') break;  // neither white space nor a comment
         std::string text;
-        if (!parseComment(in, text)) break;
+        parseComment(in, text);
         if (comments) {
             if (!comments->empty()) comments->push_back(' ');
             comments->append(text);
@@ -366,7 +368,7 @@ bool parseGroup(std::string_view& cursor, std::vector<Mailbox>& out) {
         in.remove_prefix(stop == std::string_view::npos ? in.size() : stop);
     }
     skipCFWS(in);
-    out.insert(out.end(), members.begin(), members.end());
+    out.insert(out.end(), std::make_move_iterator(members.begin()), std::make_move_iterator(members.end()));
     cursor = in;
     return true;
 }
@@ -408,7 +410,7 @@ std::vector<Mailbox> parseAddressList(std::string_view text, std::size_t limit) 
             std::string_view rest = in;
             skipCFWS(rest);
             if (rest.empty() || rest.front() == ',') {
-                out.insert(out.end(), found.begin(), found.end());
+                out.insert(out.end(), std::make_move_iterator(found.begin()), std::make_move_iterator(found.end()));
                 cursor = rest;
                 continue;
             }
@@ -441,6 +443,13 @@ bool allDigits(std::string_view text) {
         if (c < '0' || c > '9') return false;
     }
     return true;
+}
+
+// The number written by at most four digits (allDigits holds).
+int digitsValue(std::string_view digits) {
+    int value = 0;
+    for (char c : digits) value = value * 10 + (c - '0');
+    return value;
 }
 
 int monthOf(std::string_view token) {
@@ -499,6 +508,7 @@ std::optional<std::string> formatDateTime(Date date) {
 std::optional<Date> parseDateTime(std::string_view text) {
     // Tokens without comments, split at blanks and commas.
     std::vector<std::string> tokens;
+    tokens.reserve(8);  // a date has five or six
     std::string current;
     std::string_view in = text;
     while (!in.empty() && tokens.size() < 16) {
@@ -525,12 +535,12 @@ std::optional<Date> parseDateTime(std::string_view text) {
     if (i + 3 > tokens.size()) return std::nullopt;
     int day = 0, month = 0;
     if (allDigits(tokens[i]) && tokens[i].size() <= 2) {
-        day = std::stoi(tokens[i]);
+        day = digitsValue(tokens[i]);
         month = monthOf(tokens[i + 1]);
     } else {
         // "Mon Jan 5 10:02:03 2024"-like order: month before day.
         month = monthOf(tokens[i]);
-        if (allDigits(tokens[i + 1]) && tokens[i + 1].size() <= 2) day = std::stoi(tokens[i + 1]);
+        if (allDigits(tokens[i + 1]) && tokens[i + 1].size() <= 2) day = digitsValue(tokens[i + 1]);
     }
     if (day < 1 || day > 31 || month == 0) return std::nullopt;
     i += 2;
@@ -541,7 +551,7 @@ std::optional<Date> parseDateTime(std::string_view text) {
     for (; i < tokens.size(); ++i) {
         const std::string& token = tokens[i];
         if (year < 0 && allDigits(token) && token.size() >= 2 && token.size() <= 4) {
-            year = std::stoll(token);
+            year = digitsValue(token);
             if (token.size() == 2) year += year < 50 ? 2000 : 1900;
             else if (token.size() == 3) year += 1900;
             continue;
@@ -558,7 +568,7 @@ std::optional<Date> parseDateTime(std::string_view text) {
                     ok = false;
                     break;
                 }
-                parts[count++] = std::stoi(std::string(number));
+                parts[count++] = digitsValue(number);
                 if (colon == std::string_view::npos) break;
                 rest.remove_prefix(colon + 1);
             }

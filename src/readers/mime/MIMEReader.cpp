@@ -389,20 +389,20 @@ void MIMEReader::Part::handleHeader() {
                 hasBoundary = delimiter.has_value();
                 boundary = delimiter ? std::move(*delimiter) : std::string();
             }
-            std::string_view mediaType = MIMEText::firstPiece(text, ";");
-            record.set(keys::kPartContentType, MIMEText::lowercase(MIMEText::trim(MIMEText::firstPiece(mediaType, "/"))));
+            std::string_view mediaType = MIMEText::firstPiece(text, ';');
+            record.set(keys::kPartContentType, MIMEText::lowercase(MIMEText::trim(MIMEText::firstPiece(mediaType, '/'))));
             std::string_view subtype;
-            if (MIMEText::secondPiece(mediaType, "/", subtype)) {
+            if (MIMEText::secondPiece(mediaType, '/', subtype)) {
                 record.set(keys::kPartContentFormat, MIMEText::lowercase(MIMEText::trim(subtype)));
             }
             // classic: only the first parameter is looked at (for text the charset,
             // for a multipart usually the boundary, for an attachment its name);
             // ReadEML's classic charset and name choices are built on it.
             std::string_view parameter;
-            if (MIMEText::secondPiece(text, ";", parameter)) {
-                record.set(keys::kPartMetaType, MIMEText::lowercase(MIMEText::trim(MIMEText::firstPiece(parameter, "="))));
+            if (MIMEText::secondPiece(text, ';', parameter)) {
+                record.set(keys::kPartMetaType, MIMEText::lowercase(MIMEText::trim(MIMEText::firstPiece(parameter, '='))));
                 std::string_view parameterValue;
-                if (MIMEText::secondPiece(parameter, "=", parameterValue)) {
+                if (MIMEText::secondPiece(parameter, '=', parameterValue)) {
                     record.set(keys::kPartMetaData,
                                MIMEText::removeAll(MIMEText::lowercase(MIMEText::trim(parameterValue)), '"'));
                 }

@@ -28,6 +28,16 @@ public:
     // The first piece, and the second when there is one (of a split at `separator`).
     static std::string_view firstPiece(std::string_view text, std::string_view separator);
     static bool secondPiece(std::string_view text, std::string_view separator, std::string_view& piece);
+    // The same at a one-byte separator, in line.
+    static std::string_view firstPiece(std::string_view text, char separator) {
+        return text.substr(0, text.find(separator));
+    }
+    static bool secondPiece(std::string_view text, char separator, std::string_view& piece) {
+        const std::size_t at = text.find(separator);
+        if (at == std::string_view::npos) return false;
+        piece = firstPiece(text.substr(at + 1), separator);
+        return true;
+    }
     // ASCII case-insensitive equality (header names are compared this way).
     static bool equalsASCIIIgnoringCase(std::string_view a, std::string_view b) {
         return ascii::equalsIgnoringCase(a, b);
