@@ -342,22 +342,20 @@ namespace {
 enum class PartField { ContentType, TransferEncoding, Description, Disposition, ContentId, Other };
 
 PartField partField(std::string_view name) {
-    // All of them start with "Content-": one test sets most names aside.
-    if (name.size() < 10 || !MIMEText::equalsASCIIIgnoringCase(name.substr(0, 8), "content-")) return PartField::Other;
-    const std::string_view rest = name.substr(8);
-    switch (rest.size()) {
-    case 2:
-        if (MIMEText::equalsASCIIIgnoringCase(rest, "id")) return PartField::ContentId;
+    // By size first: a name of another size is compared with nothing.
+    switch (name.size()) {
+    case 10:
+        if (MIMEText::equalsASCIIIgnoringCase(name, "content-id")) return PartField::ContentId;
         break;
-    case 4:
-        if (MIMEText::equalsASCIIIgnoringCase(rest, "type")) return PartField::ContentType;
+    case 12:
+        if (MIMEText::equalsASCIIIgnoringCase(name, "content-type")) return PartField::ContentType;
         break;
-    case 11:
-        if (MIMEText::equalsASCIIIgnoringCase(rest, "description")) return PartField::Description;
-        if (MIMEText::equalsASCIIIgnoringCase(rest, "disposition")) return PartField::Disposition;
+    case 19:
+        if (MIMEText::equalsASCIIIgnoringCase(name, "content-description")) return PartField::Description;
+        if (MIMEText::equalsASCIIIgnoringCase(name, "content-disposition")) return PartField::Disposition;
         break;
-    case 17:
-        if (MIMEText::equalsASCIIIgnoringCase(rest, "transfer-encoding")) return PartField::TransferEncoding;
+    case 25:
+        if (MIMEText::equalsASCIIIgnoringCase(name, "content-transfer-encoding")) return PartField::TransferEncoding;
         break;
     default:
         break;

@@ -434,18 +434,37 @@ void ReadEML::decodeContent(const Dict& part, Dict& dictionary, DecodeState& sta
 // HTML body or an attachment item.
 void ReadEML::decodeLeaf(const Dict& part, Dict& dictionary, DecodeState& state) {
     const MimeRules& rules = state.rules;
-    if (part.contains(keys::kPartExpanded)) return;  // a multipart whose parts were read
-    const std::string* type = part.findString(keys::kPartContentType);
-    const std::string* format = part.findString(keys::kPartContentFormat);
+    // The fields read here, found in one pass over the record.
+    const std::string *type = nullptr, *format = nullptr, *fileName = nullptr, *typeName = nullptr,
+                      *disposition = nullptr, *transfer = nullptr, *contentId = nullptr, *uaContent = nullptr,
+                      *charset = nullptr;
+    for (const auto& [key, value] : part) {
+        if (key == keys::kPartExpanded) return;  // a multipart whose parts were read
+        const std::string* text = value.string();
+        if (key == keys::kPartContentType) {
+            type = text;
+        } else if (key == keys::kPartContentFormat) {
+            format = text;
+        } else if (key == keys::kPartFileName) {
+            fileName = text;
+        } else if (key == keys::kPartTypeName) {
+            typeName = text;
+        } else if (key == keys::kPartDisposition) {
+            disposition = text;
+        } else if (key == keys::kPartEncoding) {
+            transfer = text;
+        } else if (key == keys::kPartContentId) {
+            contentId = text;
+        } else if (key == keys::kPartRawContent) {
+            uaContent = text;
+        } else if (key == keys::kPartCharset) {
+            charset = text;
+        }
+    }
     std::string mediaType = "text/plain";  // RFC 2045: what a part without a type is
     if (type && !type->empty()) mediaType = *type + "/" + (format && !format->empty() ? *format : "octet-stream");
-    const std::string* fileName = part.findString(keys::kPartFileName);
-    if (!fileName || fileName->empty()) fileName = part.findString(keys::kPartTypeName);
+    if (!fileName || fileName->empty()) fileName = typeName;
     if (fileName && fileName->empty()) fileName = nullptr;
-    const std::string* disposition = part.findString(keys::kPartDisposition);
-    const std::string* transfer = part.findString(keys::kPartEncoding);
-    const std::string* contentId = part.findString(keys::kPartContentId);
-    const std::string* uaContent = part.findString(keys::kPartRawContent);
     // "uaContent" is the line that ended the headers, then LF and each body line;
     // a body kept in place is that text after its first two line feeds, with
     // the message's own line breaks (the decoders read CR LF as LF).
@@ -476,7 +495,6 @@ void ReadEML::decodeLeaf(const Dict& part, Dict& dictionary, DecodeState& state)
         std::string bytes = payloadText("\n");
         std::string text;
         if (rules.charsets == MimeRules::Charsets::AnyIcu) {
-            const std::string* charset = part.findString(keys::kPartCharset);
             text = MimeCharset::decode(std::move(bytes), charset ? *charset : std::string_view());
         } else {
             text = TextEncoding::decode(asBytes(bytes), encodingForPart(part)).value_or(std::string());
