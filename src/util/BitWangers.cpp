@@ -1,6 +1,6 @@
 #include "util/BitWangers.h"
 
-#include <cstdio>
+#include <charconv>
 
 #include "core/ByteCursor.h"
 
@@ -35,9 +35,15 @@ std::string BitWangers::formatSize(double size) {
         // Nothing lies beyond terabytes; such a size has no text.
         if (++unit >= kUnitCount) return {};
     }
+    // Two decimals as printf's "%4.2f" writes them (the C locale's point,
+    // ties to even, at least four characters), without printf's set-up.
     char text[64];
-    std::snprintf(text, sizeof text, "%4.2f %s", size, kUnits[unit]);
-    return text;
+    const std::to_chars_result written = std::to_chars(text, text + sizeof text, size, std::chars_format::fixed, 2);
+    std::string out(text, written.ptr);
+    if (out.size() < 4) out.insert(0, 4 - out.size(), ' ');
+    out.push_back(' ');
+    out.append(kUnits[unit]);
+    return out;
 }
 
 }  // namespace qh

@@ -47,6 +47,8 @@ TEST(FormatSize, DividesWhileAbove1024) {
         {1024, "1024.00 bytes"},
         {1025, "1.00 KB"},
         {1536, "1.50 KB"},
+        {0.125, "0.12 bytes"},  // a tie goes to the even digit, as printf rounds
+        {NAN, " nan bytes"},    // four characters at least
         {1048576, "1024.00 KB"},
         {4.25 * 1048576, "4.25 MB"},
         {1024.0 * 1024 * 1024 * 1024 * 1024, "1024.00 TB"},
