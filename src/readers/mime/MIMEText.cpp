@@ -85,38 +85,60 @@ std::int64_t ordinaryBlocks(const std::uint8_t* bytes, std::int64_t size, std::i
 }
 
 #if QH_HAVE_AVX2_PATHS
-// The same thirty-two bytes at a time, the rest by the blocks of sixteen.
+// Of the thirty-two bytes at `at`: the lanes that break the rule (as in the
+// blocks of sixteen), and the LF lanes and those of them a dash follows.
+template <bool Pairs>
+__attribute__((target("avx2"))) inline __m256i badLanesAvx2(const std::uint8_t* at, __m256i& isLF,
+                                                            __m256i& dashAfterLF) {
+    const __m256i below = _mm256_set1_epi8(0x0E), lineFeed = _mm256_set1_epi8('\n'),
+                  carriageReturn = _mm256_set1_epi8('\r'), tab = _mm256_set1_epi8('\t'), dash = _mm256_set1_epi8('-');
+    const __m256i chunk = _mm256_loadu_si256(reinterpret_cast<const __m256i*>(at));
+    isLF = _mm256_cmpeq_epi8(chunk, lineFeed);
+    const __m256i special = _mm256_cmpgt_epi8(below, chunk);
+    dashAfterLF =
+        _mm256_and_si256(isLF, _mm256_cmpeq_epi8(_mm256_loadu_si256(reinterpret_cast<const __m256i*>(at + 1)), dash));
+    if constexpr (Pairs) {
+        const __m256i afterCR =
+            _mm256_cmpeq_epi8(_mm256_loadu_si256(reinterpret_cast<const __m256i*>(at - 1)), carriageReturn);
+        const __m256i allowed = _mm256_or_si256(_mm256_or_si256(isLF, _mm256_cmpeq_epi8(chunk, carriageReturn)),
+                                                _mm256_cmpeq_epi8(chunk, tab));
+        return _mm256_or_si256(_mm256_xor_si256(isLF, afterCR), _mm256_andnot_si256(allowed, special));
+    } else {
+        return _mm256_andnot_si256(_mm256_or_si256(isLF, _mm256_cmpeq_epi8(chunk, tab)), special);
+    }
+}
+
+// The same sixty-four bytes at a time (one test for both halves), then
+// thirty-two, the rest by the blocks of sixteen.
 template <bool Pairs>
 __attribute__((target("avx2"))) std::int64_t ordinaryBlocksAvx2(const std::uint8_t* bytes, std::int64_t size,
                                                                 std::int64_t i, std::int64_t limit,
                                                                 std::size_t& lineFeeds,
                                                                 std::vector<std::size_t>& dashLines) {
-    const __m256i below = _mm256_set1_epi8(0x0E), lineFeed = _mm256_set1_epi8('\n'),
-                  carriageReturn = _mm256_set1_epi8('\r'), tab = _mm256_set1_epi8('\t'), dash = _mm256_set1_epi8('-');
     __m256i counted = _mm256_setzero_si256();  // line feeds per lane: at most 16
     const std::int64_t end = std::min(limit, size - 1);
-    while (end - i >= 32) {
-        const __m256i chunk = _mm256_loadu_si256(reinterpret_cast<const __m256i*>(bytes + i));
-        const __m256i isLF = _mm256_cmpeq_epi8(chunk, lineFeed);
-        const __m256i special = _mm256_cmpgt_epi8(below, chunk);
-        __m256i bad;
-        if constexpr (Pairs) {
-            const __m256i afterCR =
-                _mm256_cmpeq_epi8(_mm256_loadu_si256(reinterpret_cast<const __m256i*>(bytes + i - 1)), carriageReturn);
-            const __m256i allowed = _mm256_or_si256(_mm256_or_si256(isLF, _mm256_cmpeq_epi8(chunk, carriageReturn)),
-                                                    _mm256_cmpeq_epi8(chunk, tab));
-            bad = _mm256_or_si256(_mm256_xor_si256(isLF, afterCR), _mm256_andnot_si256(allowed, special));
-        } else {
-            bad = _mm256_andnot_si256(_mm256_or_si256(isLF, _mm256_cmpeq_epi8(chunk, tab)), special);
-        }
-        const __m256i dashAfterLF = _mm256_and_si256(
-            isLF, _mm256_cmpeq_epi8(_mm256_loadu_si256(reinterpret_cast<const __m256i*>(bytes + i + 1)), dash));
-        if (_mm256_movemask_epi8(bad) != 0) break;
-        counted = _mm256_sub_epi8(counted, isLF);
-        for (auto dashes = static_cast<unsigned>(_mm256_movemask_epi8(dashAfterLF)); dashes; dashes &= dashes - 1) {
-            const std::int64_t line = i + __builtin_ctz(dashes) + 1;
+    auto noteDashes = [&](std::uint64_t dashes) {
+        for (; dashes; dashes &= dashes - 1) {
+            const std::int64_t line = i + __builtin_ctzll(dashes) + 1;
             if (line + 1 < size && bytes[line + 1] == '-') noteDashLine(dashLines, static_cast<std::size_t>(line));
         }
+    };
+    while (end - i >= 64) {
+        __m256i firstLF, firstDashes, secondLF, secondDashes;
+        const __m256i bad = _mm256_or_si256(badLanesAvx2<Pairs>(bytes + i, firstLF, firstDashes),
+                                            badLanesAvx2<Pairs>(bytes + i + 32, secondLF, secondDashes));
+        if (_mm256_movemask_epi8(bad) != 0) break;
+        counted = _mm256_sub_epi8(_mm256_sub_epi8(counted, firstLF), secondLF);
+        const std::uint64_t dashes = static_cast<std::uint32_t>(_mm256_movemask_epi8(firstDashes)) |
+                                     std::uint64_t{static_cast<std::uint32_t>(_mm256_movemask_epi8(secondDashes))} << 32;
+        if (dashes) noteDashes(dashes);
+        i += 64;
+    }
+    while (end - i >= 32) {
+        __m256i isLF, dashAfterLF;
+        if (_mm256_movemask_epi8(badLanesAvx2<Pairs>(bytes + i, isLF, dashAfterLF)) != 0) break;
+        counted = _mm256_sub_epi8(counted, isLF);
+        if (const auto dashes = static_cast<std::uint32_t>(_mm256_movemask_epi8(dashAfterLF))) noteDashes(dashes);
         i += 32;
     }
     const __m256i sums = _mm256_sad_epu8(counted, _mm256_setzero_si256());
