@@ -66,6 +66,16 @@ __attribute__((target("avx2"))) inline void decodeBlockAvx2(const std::uint8_t* 
     _mm_storel_epi64(reinterpret_cast<__m128i*>(to + 16), _mm256_extracti128_si256(groups, 1));
 }
 
+// Whether the 32 characters at `at` are all of the alphabet (the tables of
+// decodeBlocksAvx2 below).
+__attribute__((target("avx2"))) inline bool alphabetOnly(const std::uint8_t* at, __m256i lutLow, __m256i lutHigh) {
+    const __m256i mask2F = _mm256_set1_epi8(0x2F);
+    const __m256i text = _mm256_loadu_si256(reinterpret_cast<const __m256i*>(at));
+    const __m256i high = _mm256_shuffle_epi8(lutHigh, _mm256_and_si256(_mm256_srli_epi32(text, 4), mask2F));
+    const __m256i low = _mm256_shuffle_epi8(lutLow, _mm256_and_si256(text, mask2F));
+    return _mm256_testz_si256(low, high) != 0;
+}
+
 // Decodes 32-character blocks of alphabet characters from `in` while whole
 // blocks are left; writes 24 bytes per block to `out` and sets `written` to
 // the bytes written; returns the characters used. Encoded lines (76
@@ -86,6 +96,19 @@ __attribute__((target("avx2"))) std::size_t decodeBlocksAvx2(const std::uint8_t*
     std::size_t run = 0;  // alphabet characters decoded just before `used`, none skipped between
     std::uint8_t* to = out;
     while (length - used >= 32) {
+        // Whole lines of 76 characters and their break, as encoders write
+        // them: three blocks, the last over the line's final 32 characters.
+        while (length - used >= 78 && (in[used + 76] == '\n' || (in[used + 76] == '\r' && in[used + 77] == '\n')) &&
+               alphabetOnly(in + used, lutLow, lutHigh) && alphabetOnly(in + used + 32, lutLow, lutHigh) &&
+               alphabetOnly(in + used + 44, lutLow, lutHigh)) {
+            decodeBlockAvx2(in + used, to);
+            decodeBlockAvx2(in + used + 32, to + 24);
+            decodeBlockAvx2(in + used + 44, to + 33);
+            to += 57;
+            used += in[used + 76] == '\n' ? 77 : 78;
+            run = 0;
+        }
+        if (length - used < 32) break;
         const __m256i text = _mm256_loadu_si256(reinterpret_cast<const __m256i*>(in + used));
         const __m256i highNibbles = _mm256_and_si256(_mm256_srli_epi32(text, 4), mask2F);
         const __m256i high = _mm256_shuffle_epi8(lutHigh, highNibbles);
