@@ -124,21 +124,25 @@ constexpr std::size_t kBlockRoom = 32;
 // past what was written.
 std::size_t copyPlainBlocks(const unsigned char* s, std::size_t n, std::size_t i, char*& dst, char* end) {
 #if defined(__SSE2__)
+    // The output pointer is kept in a local: stores of chars may alias the
+    // caller's pointer, which would then be reloaded at every block.
+    char* to = dst;
     const __m128i space = _mm_set1_epi8(0x20), quote = _mm_set1_epi8('"'), backslash = _mm_set1_epi8('\\');
-    while (n - i >= 16 && static_cast<std::size_t>(end - dst) >= kBlockRoom) {
+    while (n - i >= 16 && static_cast<std::size_t>(end - to) >= kBlockRoom) {
         const __m128i chunk = _mm_loadu_si128(reinterpret_cast<const __m128i*>(s + i));
-        _mm_storeu_si128(reinterpret_cast<__m128i*>(dst), chunk);
+        _mm_storeu_si128(reinterpret_cast<__m128i*>(to), chunk);
         // A signed compare: bytes from 0x80 up are negative, so below 0x20 too.
         const __m128i found = _mm_or_si128(_mm_cmplt_epi8(chunk, space),
                                            _mm_or_si128(_mm_cmpeq_epi8(chunk, quote), _mm_cmpeq_epi8(chunk, backslash)));
         if (const int mask = _mm_movemask_epi8(found)) {
             const auto ahead = static_cast<std::size_t>(__builtin_ctz(static_cast<unsigned>(mask)));
-            dst += ahead;
+            dst = to + ahead;
             return i + ahead;
         }
         i += 16;
-        dst += 16;
+        to += 16;
     }
+    dst = to;
 #else
     static_cast<void>(s), static_cast<void>(n), static_cast<void>(dst), static_cast<void>(end);
 #endif
@@ -185,15 +189,18 @@ __attribute__((target("avx2"))) std::size_t escapeBlocksExpanding(const unsigned
     // The letters of \b \t \n \f \r by the low four bits of their bytes.
     const __m128i controlLetters = _mm_setr_epi8(0, 0, 0, 0, 0, 0, 0, 0, 'b', 't', 'n', 0, 'f', 'r', 0, 0);
     const __m128i eight = _mm_set1_epi8(8);
-    while (n - i >= 16 && static_cast<std::size_t>(end - dst) >= kBlockRoom) {
+    // The output pointer is kept in a local: stores of chars may alias the
+    // caller's pointer, which would then be reloaded at every block.
+    char* to = dst;
+    while (n - i >= 16 && static_cast<std::size_t>(end - to) >= kBlockRoom) {
         const __m128i chunk = _mm_loadu_si128(reinterpret_cast<const __m128i*>(s + i));
         const __m128i controls = _mm_cmplt_epi8(chunk, space);  // bytes from 0x80 up too: signed
         const __m128i quoted = _mm_or_si128(_mm_cmpeq_epi8(chunk, quote), _mm_cmpeq_epi8(chunk, backslash));
         const auto found = static_cast<unsigned>(_mm_movemask_epi8(_mm_or_si128(controls, quoted)));
         if (!found) {
-            _mm_storeu_si128(reinterpret_cast<__m128i*>(dst), chunk);
+            _mm_storeu_si128(reinterpret_cast<__m128i*>(to), chunk);
             i += 16;
-            dst += 16;
+            to += 16;
             continue;
         }
         // Letters for the controls that have one (pshufb gives 0 for bytes from 0x80 up).
@@ -204,8 +211,8 @@ __attribute__((target("avx2"))) std::size_t escapeBlocksExpanding(const unsigned
         const auto controlBits = static_cast<unsigned>(_mm_movemask_epi8(controls));
         if (high || (controlBits & ~lettered)) {
             const auto ahead = static_cast<std::size_t>(__builtin_ctz(found));
-            _mm_storeu_si128(reinterpret_cast<__m128i*>(dst), chunk);
-            dst += ahead;
+            _mm_storeu_si128(reinterpret_cast<__m128i*>(to), chunk);
+            dst = to + ahead;
             return i + ahead;
         }
         // Each escaped byte as its letter (a quote and a backslash are their own), then spread.
@@ -216,11 +223,12 @@ __attribute__((target("avx2"))) std::size_t escapeBlocksExpanding(const unsigned
             if (half) shuffle = _mm_add_epi8(shuffle, eight);  // 0x80 stays a zero byte: 0x88
             const __m128i spread = _mm_shuffle_epi8(source, shuffle);
             const __m128i marks = _mm_loadu_si128(reinterpret_cast<const __m128i*>(e.backslashes.data()));
-            _mm_storeu_si128(reinterpret_cast<__m128i*>(dst), _mm_blendv_epi8(spread, backslash, marks));
-            dst += e.length;
+            _mm_storeu_si128(reinterpret_cast<__m128i*>(to), _mm_blendv_epi8(spread, backslash, marks));
+            to += e.length;
         }
         i += 16;
     }
+    dst = to;
     return i;
 }
 #endif
