@@ -1,6 +1,7 @@
 #include "util/BitWangers.h"
 
 #include <charconv>
+#include <cstdio>
 
 #include "core/ByteCursor.h"
 
@@ -39,6 +40,11 @@ std::string BitWangers::formatSize(double size) {
     // ties to even, at least four characters), without printf's set-up.
     char text[64];
     const std::to_chars_result written = std::to_chars(text, text + sizeof text, size, std::chars_format::fixed, 2);
+    if (written.ec != std::errc()) {
+        // A negative size too long for the buffer: printf's cut text.
+        std::snprintf(text, sizeof text, "%4.2f %s", size, kUnits[unit]);
+        return text;
+    }
     std::string out(text, written.ptr);
     if (out.size() < 4) out.insert(0, 4 - out.size(), ' ');
     out.push_back(' ');

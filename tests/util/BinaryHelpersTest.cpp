@@ -54,6 +54,8 @@ TEST(FormatSize, DividesWhileAbove1024) {
         {1024.0 * 1024 * 1024 * 1024 * 1024, "1024.00 TB"},
         {1024.0 * 1024 * 1024 * 1024 * 1025, ""},  // nothing beyond terabytes
         {INFINITY, ""},
+        {-2.5, "-2.50 bytes"},
+        {-1e300, "-10000000000000000525047602552044202487044685811081591549158541"},  // cut at 63, as printf cuts it
     };
     for (const auto& c : cases) EXPECT_EQ(BitWangers::formatSize(c.size), c.expected) << c.size;
 }
